@@ -1,0 +1,186 @@
+/// @file
+/// The plug-in process's side of the bridge: it asks and commands the browser process, and is told of the
+/// browser's events and answers its queries through callbacks.
+///
+/// A host calls Zunt_RYN_Plugin_Initialize() once and Zunt_RYN_Plugin_Finalize() before it exits.
+/// Callbacks may be registered before or after. See examples/plugin_host.cpp for a whole host.
+///
+/// No function lets an exception out.
+#ifndef HBBTV_RYN_PLUGIN_H
+#define HBBTV_RYN_PLUGIN_H
+
+#include <string>
+
+#include "hbbtv_ryn/export.h"
+
+/// What the browser process reports or asks. Behind each value stands the member of ZuntRynEventCallback
+/// that is called for it. Other values may be registered and are never raised.
+enum ZuntRynEvent : int {
+  ZUNT_RYN_EVENT_APP_LOAD_ERROR = 1,           ///< onApp
+  ZUNT_RYN_EVENT_APP_LOADED = 2,               ///< onApp
+  ZUNT_RYN_EVENT_APP_UNLOADED = 3,             ///< onApp
+  ZUNT_RYN_EVENT_APP_TOPMOST = 4,              ///< onApp
+  ZUNT_RYN_EVENT_APP_NOT_TOPMOST = 5,          ///< onApp
+  ZUNT_RYN_EVENT_APP_DESTROY_REQUEST = 6,      ///< onApp
+  ZUNT_RYN_EVENT_KEY_TYPE_1 = 7,               ///< onApp
+  ZUNT_RYN_EVENT_KEY_TYPE_2 = 8,               ///< onApp
+  ZUNT_RYN_EVENT_KEY_TYPE_3 = 9,               ///< onApp
+  ZUNT_RYN_EVENT_PARENTAL_RATING_QUERY = 10,   ///< onParentalRating
+  ZUNT_RYN_EVENT_OBJECT_SUPPORTED_QUERY = 19,  ///< onObjectSupported
+  ZUNT_RYN_EVENT_GET_CONFIGURATION = 20,       ///< onNotify
+  ZUNT_RYN_EVENT_BROADCAST_SERVICE = 21,       ///< onFlag
+  ZUNT_RYN_EVENT_BROADCAST_FULLSCREEN = 22,    ///< onFlag
+  ZUNT_RYN_EVENT_OPAPP_STATE_CHANGE = 23,      ///< onOpAppChange: old state, new state, reason
+  ZUNT_RYN_EVENT_OPAPP_CONTEXT_CHANGE = 24,    ///< onOpAppChange: startup and launch location, reason
+  ZUNT_RYN_EVENT_OPAPP_UPDATE = 25,            ///< onOpAppUpdate
+};
+
+/// One function, held under the member that fits its event.
+///
+/// Notification callbacks (all but the two queries) run on one receive thread of the library, in the
+/// order in which the browser sent; query callbacks run on another, and the browser waits for them. Both
+/// may make requests, register and unregister, but not call Zunt_RYN_Plugin_Finalize(). An exception that
+/// leaves a callback costs that one message: the event is dropped, the query fails.
+union ZuntRynEventCallback {
+  /// `user_data` is always null.
+  void (*onApp)(int appid, int orgid, void* user_data);
+  /// Store the answer: blocked by parental rating? It is false on entry.
+  void (*onParentalRating)(int appid, int orgid, bool* blocked);
+  /// Store the answer: is this object type supported? It is false on entry.
+  void (*onObjectSupported)(const std::string& mtype, bool* supported);
+  void (*onNotify)();
+  void (*onFlag)(bool value);
+  void (*onOpAppChange)(int appid, int orgid, std::string a, std::string b, std::string reason);
+  void (*onOpAppUpdate)(int appid, int orgid, std::string event);
+};
+
+// --- Lifecycle and events ----------------------------------------------------------------------------
+
+/// Starts the plug-in side: the client for requests and the servers of notifications and queries.
+///
+/// @return 0, also when already started; -3 when a queue can be neither created nor opened; -4 out of
+///   memory; -5 when a receive thread cannot be started. On failure nothing is left behind.
+///
+/// Call from one thread. Waits for a request in progress.
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_Initialize();
+
+/// Stops the plug-in side. Registered callbacks stay registered.
+///
+/// @return 0, also when not started; else the result of the last release that was made.
+///
+/// Call from one thread, not from a callback. Waits for a request in progress; blocks up to a second per
+/// server, and then until a running callback reaches a cancellation point.
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_Finalize();
+
+/// Registers the callback of an event, if the event has none yet. To replace a callback, unregister the
+/// event first.
+///
+/// @param event     the event; an unknown value is accepted and never raised.
+/// @param callback  copied; the member that fits the event must be set.
+/// @return 0; -4 out of memory.
+///
+/// Any thread may call, at any time. Waits for a request in progress.
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_RegisterRynEventCallback(ZuntRynEvent event,
+                                                              ZuntRynEventCallback callback);
+
+/// Removes the callback of an event, if it has one. A call in progress finishes.
+///
+/// @return 0.
+///
+/// Any thread may call, at any time. Waits for a request in progress.
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_UnRegisterRynEventCallback(ZuntRynEvent event);
+
+// --- Requests ----------------------------------------------------------------------------------------
+// Commands return as soon as the message is on the browser's queue; questions wait for its answer. Each
+// returns
+//    0  done; for a question, the answer was stored;
+//   -1  the request exceeds 16384 bytes as JSON text or the send failed; for a question also: no usable
+//       answer came, or the browser process is gone;
+//   -3  the plug-in side is not started, or no browser process has ever run, or an argument is refused as
+//       said below (nothing is sent then);
+//   -4  out of memory.
+// Out-parameters are set only when 0 is returned, and must not be null where nothing else is said.
+// Any thread may call, callbacks of this library included; one request is served at a time, and a call
+// waits for the calls before it. A command blocks up to 300 ms per record of 1025 bytes while the
+// browser's queue is full. A question blocks until the browser host has answered, however long it takes;
+// when the browser process is gone it returns within a second.
+// `appid` and `orgid` identify an application, `tabid` the browser tab that holds one.
+
+/// Which application owns this one?
+/// @param[in,out] appid  in: the asking application; out: the owner. Null is refused with -3.
+/// @param[out] orgid     null is refused with -3.
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetOwnerApp(int* appid, int* orgid);
+/// Which application is current? A null argument is refused with -3.
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetCurrentApp(int* appid, int* orgid);
+/// Which children has the application? The identity (-1, -1) is refused with -3.
+/// @param[out] appidArray,orgidArray  room for as many entries as the browser lists: at most
+///                     512 (ZUNT_RYN_MAX_CHILD_APPS of browser.h). An entry that the answer does not
+///                     hold whole is left as it was.
+/// @param[out] appNum  the number of children as the browser told it.
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetChildApps(int appid, int orgid, int* appidArray, int* orgidArray,
+                                                  int* appNum);
+/// Creates an application on behalf of (appid, orgid).
+/// @param url    null is refused with -3.
+/// @param child  as its child.
+/// @param opapp  as an operator application.
+/// @param[out] newAppid,newOrgid  the created application. Null is refused with -3.
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_CreateApp(int appid, int orgid, const char* url, bool child,
+                                               bool opapp, int* newAppid, int* newOrgid);
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_ShowApp(int appid, int orgid);
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_HideApp(int appid, int orgid);
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_DestroyApp(int appid, int orgid);
+/// @param focus  whether the application gains the input focus.
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_ActivateInput(int appid, int orgid, bool focus);
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_DeactivateInput(int appid, int orgid);
+
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetVisible(int appid, int orgid, bool* visible);
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetActive(int appid, int orgid, bool* active);
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetPrimaryReceiver(int appid, int orgid, bool* primary);
+/// @param[out] value  the key set's bit mask.
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetValue(int appid, int orgid, int* value);
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetMaxiMumValue(int appid, int orgid, int* maxvalue);
+/// @param[out] otherKeys  room for 20 entries. Null: -1 after the exchange, with `*num` as received.
+/// @param[out] num        the number of keys, at most 20; 0 or negative as the browser host told it.
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetOtherKeys(int appid, int orgid, int* otherKeys, int* num);
+/// Arguments as Zunt_RYN_Plugin_GetOtherKeys().
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetMaxiMumOtherKeys(int appid, int orgid, int* otherKeys, int* num);
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_SetSupportsPointer(int appid, int orgid, bool pointer);
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetSupportsPointer(int appid, int orgid, bool* pointer);
+/// Sets the key set. Writes the request to standard output.
+/// @param otherKeys  `keynum` key codes, of which the browser keeps 20; null writes a line to standard
+///                   output and sends no key.
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_SetValue(int appid, int orgid, int value, const int* otherKeys,
+                                              int keynum);
+/// @param[out] icon  replaced by the icon of the key.
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetKeyIcon(int appid, int orgid, int code, std::string& icon);
+/// @param[out] label  replaced by the label of the key.
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetKeyLabel(int appid, int orgid, int code, std::string& label);
+
+/// May the tab's application use the video/broadcast resource?
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_Get_VB_Resouce_Allowed(int tabid, bool* allowed);
+/// Makes the tab's broadcast-related application broadcast-independent.
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_SetBRAppToBI(int tabid);
+/// Makes the tab's broadcast-independent application broadcast-related.
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_SetBIAppToBR(int tabid);
+/// @param[out] appType  the numbering is the browser host's.
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_Get_APP_TYPE(int tabid, int* appType);
+/// Did the browser consume this key press?
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_KeyConsumedByBrowser(int tabid, int keyCode, bool* consumed);
+
+/// May the operator application be uninstalled?
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_OpApp_Uninstall_Judge(bool* flag);
+
+// The following return the browser host's own result in place of 0. A result of -1, -3 or -4 cannot be
+// told from a failure of the request.
+
+/// @param[out] status  replaced by the operator application's status, whatever the result.
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_OpApp_GetStatus(std::string& status);
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_OpApp_SetStatus(std::string status);
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_OpApp_RequestTransient();
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_OpApp_RequestForeground();
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_OpApp_RequestBackground();
+/// @param[out] status  the update's status, whatever the result.
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_OpApp_GetUpdateStatus(int* status);
+HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_OpApp_RequestUpdate();
+
+#endif  // HBBTV_RYN_PLUGIN_H
