@@ -1,0 +1,25 @@
+// Calls into host code, whose exceptions must not leave a function or a thread of the library.
+#ifndef HBBTV_RYN_IPC_HOST_CALL_H
+#define HBBTV_RYN_IPC_HOST_CALL_H
+
+#include <cxxabi.h>
+
+namespace hbbtv_ryn {
+
+// Calls `call()`. False when an exception left it, of whatever type.
+template <typename Call>
+bool returnsNormally(Call&& call) {
+  try {
+    call();
+    return true;
+  } catch (abi::__forced_unwind&) {
+    // Thread cancellation unwinds as an exception of this type and aborts the process when it is swallowed.
+    throw;
+  } catch (...) {
+    return false;
+  }
+}
+
+}  // namespace hbbtv_ryn
+
+#endif  // HBBTV_RYN_IPC_HOST_CALL_H

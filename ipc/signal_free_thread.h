@@ -1,0 +1,26 @@
+// Threads of the library run with every signal blocked, so that a host's handlers never run on them and
+// no host signal interrupts their system calls.
+#ifndef HBBTV_RYN_IPC_SIGNAL_FREE_THREAD_H
+#define HBBTV_RYN_IPC_SIGNAL_FREE_THREAD_H
+
+#include <pthread.h>
+#include <signal.h>
+
+namespace hbbtv_ryn {
+
+// As pthread_create() with default attributes, or the given ones. The mask is set in the creating thread,
+// since a new thread would be open to signals until its first instruction.
+inline int createSignalFreeThread(pthread_t* thread, const pthread_attr_t* attributes,
+                                  void* (*entry)(void*), void* argument) {
+  sigset_t every_signal;
+  sigset_t before;
+  sigfillset(&every_signal);
+  pthread_sigmask(SIG_SETMASK, &every_signal, &before);
+  const int result = pthread_create(thread, attributes, entry, argument);
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  return result;
+}
+
+}  // namespace hbbtv_ryn
+
+#endif  // HBBTV_RYN_IPC_SIGNAL_FREE_THREAD_H
