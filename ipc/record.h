@@ -5,18 +5,11 @@
 
 #include <climits>
 #include <cstdint>
-#include <cstdlib>
-#include <memory>
 
 #include "hbbtv_ryn/ipc.h"
+#include "ipc/malloc_ptr.h"
 
 namespace hbbtv_ryn {
-
-struct FreeDeleter {
-  void operator()(void* memory) const { std::free(memory); }
-};
-template <typename T>
-using MallocPtr = std::unique_ptr<T, FreeDeleter>;
 
 // Key of the reply queue: the next one, for a key at the end of the range too.
 constexpr key_t replyKey(key_t key) {

@@ -1,0 +1,85 @@
+// The browser endpoint's life, and the registration of the host's handlers.
+
+#include "ipc/protocol/queues.h"
+#include "ipc/ryn_browser/browser_state.h"
+
+namespace hbbtv_ryn {
+
+IpcServer* g_browser_server = nullptr;
+IpcClient* g_browser_notify_client = nullptr;
+IpcClient* g_browser_query_client = nullptr;
+std::mutex g_browser_callback_mutex;
+ZuntRynBrowserEventCallback g_browser_callbacks{};
+
+namespace {
+
+int createServer() {
+  if (g_browser_server != nullptr) return 0;
+  if (zunt_ipc_server_create(kRequestQueueKey, kChannel, kWithReply, IPC_CHUNK_SIZE, &g_browser_server) !=
+      0) {
+    return -1;
+  }
+  if (zunt_ipc_server_register_callback(g_browser_server, &Zunt_RYN_Browser_Server_Callback, nullptr) ==
+      0) {
+    return 0;
+  }
+  zunt_ipc_server_destroy(g_browser_server);
+  g_browser_server = nullptr;
+  return -1;
+}
+
+int createClient(key_t key, int with_reply, IpcClient** client) {
+  if (*client != nullptr) return 0;
+  return zunt_ipc_client_create(key, kChannel, with_reply, IPC_CHUNK_SIZE, client) == 0 ? 0 : -1;
+}
+
+int destroyClient(IpcClient** client) {
+  if (*client == nullptr) return 0;
+  if (zunt_ipc_client_destroy(*client) != 0) return -1;
+  *client = nullptr;
+  return 0;
+}
+
+int destroyServer() {
+  if (g_browser_server == nullptr) return 0;
+  if (zunt_ipc_server_unregister_callback(g_browser_server) != 0) return -1;
+  if (zunt_ipc_server_destroy(g_browser_server) != 0) return -1;
+  g_browser_server = nullptr;
+  return 0;
+}
+
+}  // namespace
+}  // namespace hbbtv_ryn
+
+using namespace hbbtv_ryn;  // NOLINT(google-build-using-namespace): the definitions of the public functions
+
+int Zunt_RYN_Browser_Initialize() {
+  if (createServer() != 0) return -1;
+  if (createClient(kNotificationQueueKey, kOneWayOnly, &g_browser_notify_client) != 0) {
+    destroyServer();
+    return -1;
+  }
+  if (createClient(kQueryQueueKey, kWithReply, &g_browser_query_client) != 0) {
+    destroyClient(&g_browser_notify_client);
+    destroyServer();
+    return -1;
+  }
+  return 0;
+}
+
+int Zunt_RYN_Browser_Finalize() {
+  destroyClient(&g_browser_query_client);
+  g_browser_query_client = nullptr;
+  if (destroyClient(&g_browser_notify_client) != 0) return -1;
+  return destroyServer();
+}
+
+int Zunt_RYN_Browser_RegisterCallback(ZuntRynBrowserEventCallback callbacks, const void* /*user_data*/) {
+  const std::lock_guard<std::mutex> guard(g_browser_callback_mutex);
+  g_browser_callbacks = callbacks;
+  return 0;
+}
+
+int Zunt_RYN_Browser_UnregisterCallback() {
+  return Zunt_RYN_Browser_RegisterCallback({}, nullptr);
+}

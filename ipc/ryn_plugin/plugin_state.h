@@ -1,0 +1,26 @@
+// What the parts of the plug-in endpoint share.
+#ifndef HBBTV_RYN_IPC_RYN_PLUGIN_PLUGIN_STATE_H
+#define HBBTV_RYN_IPC_RYN_PLUGIN_PLUGIN_STATE_H
+
+#include <mutex>
+
+#include "hbbtv_ryn/ipc.h"
+#include "hbbtv_ryn/plugin.h"
+
+namespace hbbtv_ryn {
+
+// Serialises starting, stopping, registering and every request for its whole exchange. Guards the handles.
+// Event callbacks run without it, since they may make requests.
+extern std::mutex g_plugin_mutex;
+extern IpcClient* g_plugin_client;  // null while the endpoint is not started
+
+// The callback registered for an event. False when there is none. Waits for no request.
+bool findEventCallback(ZuntRynEvent event, ZuntRynEventCallback* callback);
+
+// The callbacks of the notification and the query server. The user data goes on to onApp.
+IpcMessage* notificationEntry(const IpcMessage* request, void* user_data);
+IpcMessage* queryEntry(const IpcMessage* request, void* user_data);
+
+}  // namespace hbbtv_ryn
+
+#endif  // HBBTV_RYN_IPC_RYN_PLUGIN_PLUGIN_STATE_H
