@@ -1,0 +1,80 @@
+/// @file
+/// Second processes for tests. A role is code of the test program that runs in a process of its own:
+///
+///     const ChildRole kEcho("echo", [](Parent& parent) { parent.say(parent.hear()); return 0; });
+///
+///     TEST(...) { ChildProcess child(kEcho); child.say("x"); EXPECT_EQ("x", child.hear()); }
+///
+/// The program is executed anew (through HBBTV_RYN_EMULATOR, a command prefix, if that is set), so a child
+/// can be started at any time, also while other threads run. It shares the namespaces of the thread that
+/// started it. Parent and child exchange texts that are not empty, over a socket of their own.
+#ifndef HBBTV_RYN_TESTS_SUPPORT_CHILD_PROCESS_H
+#define HBBTV_RYN_TESTS_SUPPORT_CHILD_PROCESS_H
+
+#include <sys/types.h>
+
+#include <csignal>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace hbbtv_ryn::test {
+
+/// What a child sees of the test that started it.
+class Parent {
+ public:
+  Parent(int socket, std::vector<std::string> arguments);
+  const std::string& argument(std::size_t index) const { return m_arguments.at(index); }
+  std::size_t argumentCount() const { return m_arguments.size(); }
+  void say(const std::string& text);
+  /// Waits without a limit; throws when the test has closed its end.
+  std::string hear();
+
+ private:
+  int m_socket;
+  std::vector<std::string> m_arguments;
+};
+
+/// To be defined at namespace scope. The result of the body is the child's exit code.
+class ChildRole {
+ public:
+  using Body = int (*)(Parent& parent);
+  ChildRole(const char* name, Body body);
+  const char* name() const { return m_name; }
+
+ private:
+  const char* m_name;
+};
+
+class ChildProcess {
+ public:
+  /// The child is also killed when the thread that runs this constructor ends.
+  explicit ChildProcess(const ChildRole& role, const std::vector<std::string>& arguments = {});
+  /// SIGKILL, unless it has ended and been waited for.
+  ~ChildProcess();
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
+
+  void say(const std::string& text);
+  /// The child's next text. Throws at the deadline and when the child has ended.
+  std::string hear();
+  /// Lets the child end by itself: its exit code, or minus the signal that ended it. Throws at the
+  /// deadline.
+  int wait();
+  /// Sends a signal that ends the child, and returns when the child is gone.
+  void kill(int signal = SIGKILL);
+  /// Sends a signal and does not wait.
+  void signal(int signal) const;
+  pid_t pid() const { return m_pid; }
+
+ private:
+  int m_socket = -1;
+  pid_t m_pid = -1;
+};
+
+/// For main(): runs the role that the command line names. Nothing when this is no child.
+std::optional<int> runAsChild(int argc, char** argv);
+
+}  // namespace hbbtv_ryn::test
+
+#endif  // HBBTV_RYN_TESTS_SUPPORT_CHILD_PROCESS_H

@@ -1,0 +1,105 @@
+#include "support/isolation.h"
+
+#include <fcntl.h>
+#include <net/if.h>
+#include <sched.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <sys/msg.h>
+#include <sys/sem.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+
+namespace hbbtv_ryn::test {
+namespace {
+
+bool g_isolated = false;
+
+// Without an identity mapping every file of the caller would belong to nobody.
+void mapUserToRoot(uid_t uid, gid_t gid) {
+  std::ofstream("/proc/self/setgroups") << "deny";
+  std::ofstream("/proc/self/uid_map") << "0 " << uid << " 1";
+  std::ofstream("/proc/self/gid_map") << "0 " << gid << " 1";
+}
+
+bool enterNamespaces() {
+  const uid_t uid = getuid();
+  const gid_t gid = getgid();
+  if (unshare(CLONE_NEWIPC | CLONE_NEWNET) == 0) return true;
+  if (unshare(CLONE_NEWUSER | CLONE_NEWIPC | CLONE_NEWNET) != 0) return false;
+  mapUserToRoot(uid, gid);
+  return true;
+}
+
+void bringLoopbackUp() {
+  const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) throw std::system_error(errno, std::generic_category(), "socket");
+  ifreq request{};
+  std::strcpy(request.ifr_name, "lo");
+  request.ifr_flags = IFF_UP | IFF_RUNNING;
+  const int result = ioctl(fd, SIOCSIFFLAGS, &request);
+  const int error = errno;
+  close(fd);
+  if (result != 0) throw std::system_error(error, std::generic_category(), "cannot bring lo up");
+}
+
+// The descriptor stays open on purpose: the lock lasts as long as the process.
+void waitForTurn() {
+  const auto path = std::filesystem::temp_directory_path() / "hbbtv_ryn_tests.lock";
+  // O_CREAT on another user's file in a sticky directory may be refused even when the file is readable.
+  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) fd = open(path.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, 0644);
+  if (fd < 0 || flock(fd, LOCK_EX) != 0) {
+    throw std::system_error(errno, std::generic_category(), "cannot lock " + path.string());
+  }
+}
+
+void removeQueuesOf(key_t key) {
+  const int queue = msgget(key, 0);
+  if (queue >= 0) msgctl(queue, IPC_RMID, nullptr);
+  const int semaphores = semget(key, 0, 0);
+  if (semaphores >= 0) semctl(semaphores, 0, IPC_RMID);
+}
+
+}  // namespace
+
+void isolateProcess() {
+  g_isolated = enterNamespaces();
+  if (g_isolated) {
+    bringLoopbackUp();
+    return;
+  }
+  std::fprintf(stderr,
+               "no namespaces for the tests (%s): they run one at a time and share the machine's queues\n",
+               std::strerror(errno));
+  waitForTurn();
+}
+
+void isolateTest() {
+  if (g_isolated) {
+    if (unshare(CLONE_NEWIPC) != 0) throw std::system_error(errno, std::generic_category(), "unshare");
+    return;
+  }
+  for (unsigned key = 0x92101081; key <= 0x92101094; ++key) removeQueuesOf(static_cast<key_t>(key));
+}
+
+bool isIsolated() {
+  return g_isolated;
+}
+
+void setQueueCapacity(int bytes) {
+  std::ofstream setting("/proc/sys/kernel/msgmnb");
+  setting << bytes << std::flush;
+  if (!g_isolated || !setting) throw std::runtime_error("kernel.msgmnb cannot be set here");
+}
+
+}  // namespace hbbtv_ryn::test

@@ -1,0 +1,27 @@
+/// @file
+/// Keeps tests off the machine's real queues and sockets, and apart from each other.
+///
+/// main.cpp does all of it: a test finds empty IPC and network namespaces of its own, with the loopback
+/// interface up, whether it runs alone or after others in one process. Where the kernel refuses namespaces
+/// the tests say so once, run one at a time (a lock file), and remove the bridge's own queues before each
+/// test.
+#ifndef HBBTV_RYN_TESTS_SUPPORT_ISOLATION_H
+#define HBBTV_RYN_TESTS_SUPPORT_ISOLATION_H
+
+namespace hbbtv_ryn::test {
+
+/// Once per test process, while it has one thread: enters new namespaces, or takes the lock.
+void isolateProcess();
+
+/// Before each test: no queue, no semaphore.
+void isolateTest();
+
+/// Whether this process has namespaces of its own.
+bool isIsolated();
+
+/// Sets kernel.msgmnb, the capacity in bytes of every queue made from now on. Throws where that is refused.
+void setQueueCapacity(int bytes);
+
+}  // namespace hbbtv_ryn::test
+
+#endif  // HBBTV_RYN_TESTS_SUPPORT_ISOLATION_H

@@ -1,0 +1,42 @@
+#include "support/output_capture.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+namespace hbbtv_ryn::test {
+
+OutputCapture::OutputCapture(std::FILE* stream) : m_stream(stream) {
+  std::fflush(m_stream);
+  m_original = fcntl(fileno(m_stream), F_DUPFD_CLOEXEC, 0);
+  m_captured = memfd_create("captured output", MFD_CLOEXEC);
+  if (m_original < 0 || m_captured < 0 || dup2(m_captured, fileno(m_stream)) < 0) {
+    throw std::system_error(errno, std::generic_category(), "cannot capture output");
+  }
+}
+
+OutputCapture::~OutputCapture() {
+  std::fflush(m_stream);
+  dup2(m_original, fileno(m_stream));
+  close(m_original);
+  close(m_captured);
+}
+
+std::string OutputCapture::text() const {
+  std::fflush(m_stream);
+  std::string text(static_cast<std::size_t>(lseek(m_captured, 0, SEEK_END)), '\0');
+  const ssize_t length = pread(m_captured, text.data(), text.size(), 0);
+  text.resize(length < 0 ? 0 : static_cast<std::size_t>(length));
+  return text;
+}
+
+int occurrences(const std::string& text, const std::string& part) {
+  int count = 0;
+  for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) ++count;
+  return count;
+}
+
+}  // namespace hbbtv_ryn::test

@@ -1,0 +1,152 @@
+#include "support/raw_peer.h"
+
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <sys/sem.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <system_error>
+
+#include "support/deadline.h"
+
+namespace hbbtv_ryn::test {
+namespace {
+
+static_assert(offsetof(RawRecord, kind) == sizeof(long));
+static_assert(offsetof(RawRecord, data) == sizeof(long) + 28);
+static_assert(sizeof(RawRecord) == sizeof(long) + kRawRecordBytes);
+
+[[noreturn]] void fail(const char* what) {
+  throw std::system_error(errno, std::generic_category(), what);
+}
+
+bool putNow(int queue, const void* record, std::size_t bytes) {
+  if (msgsnd(queue, record, bytes, IPC_NOWAIT) == 0) return true;
+  if (errno != EAGAIN) fail("msgsnd");
+  return false;
+}
+
+void require(bool holds, const char* what) {
+  if (!holds) throw std::runtime_error(std::string("a record on the queue breaks the format: ") + what);
+}
+
+}  // namespace
+
+RawRecord rawRecord(int kind, const std::string& text) {
+  RawRecord record;
+  record.kind = kind;
+  record.total_length = static_cast<int32_t>(text.size());
+  record.chunk_length = record.total_length;
+  std::copy(text.begin(), text.end(), record.data);
+  return record;
+}
+
+std::vector<RawRecord> rawRecords(int kind, const std::string& text) {
+  std::vector<RawRecord> records;
+  std::size_t at = 0;
+  do {
+    RawRecord record = rawRecord(kind, text.substr(at, kRawPayload));
+    at += static_cast<std::size_t>(record.chunk_length);
+    record.total_length = static_cast<int32_t>(text.size());
+    record.sequence = static_cast<int32_t>(records.size()) + 1;
+    record.last = at == text.size() ? 1 : 0;
+    records.push_back(record);
+  } while (at < text.size());
+  return records;
+}
+
+RawQueue::RawQueue(key_t key) : m_id(msgget(key, IPC_CREAT | 0666)) {
+  if (m_id < 0) fail("msgget");
+}
+
+void RawQueue::send(const RawRecord& record, std::size_t bytes) {
+  waitUntil("the queue had room", [&] { return trySend(record, bytes); });
+}
+
+bool RawQueue::trySend(const RawRecord& record, std::size_t bytes) {
+  return putNow(m_id, &record, bytes);
+}
+
+void RawQueue::sendBytes(const std::string& body, long type) {
+  std::string record(sizeof type + body.size(), '\0');
+  std::memcpy(record.data(), &type, sizeof type);
+  std::copy(body.begin(), body.end(), record.begin() + sizeof type);
+  waitUntil("the queue had room", [&] { return putNow(m_id, record.data(), body.size()); });
+}
+
+void RawQueue::sendMessage(int kind, const std::string& text) {
+  for (const auto& record : rawRecords(kind, text)) send(record);
+}
+
+std::optional<RawRecord> RawQueue::tryTake() {
+  RawRecord record;
+  const ssize_t bytes = msgrcv(m_id, &record, kRawRecordBytes, 0, IPC_NOWAIT);
+  if (bytes < 0 && errno == ENOMSG) return std::nullopt;
+  if (bytes < 0) fail("msgrcv");
+  require(bytes == kRawRecordBytes, "its size");
+  return record;
+}
+
+RawRecord RawQueue::take() {
+  std::optional<RawRecord> record;
+  waitUntil("a record arrived", [&] { return (record = tryTake()).has_value(); });
+  return *record;
+}
+
+RawMessage RawQueue::takeMessage() {
+  RawRecord record = take();
+  RawMessage message{record.kind, record.total_length, {}};
+  for (int sequence = 1;; ++sequence, record = take()) {
+    require(record.sequence == sequence, "sequence");
+    require(record.kind == message.kind, "kind");
+    require(record.total_length == message.total_length, "total_length");
+    require(record.marker == 1 && record.reserved == 0, "marker or reserved");
+    require(record.chunk_length >= 0 && record.chunk_length <= static_cast<int>(kRawPayload),
+            "chunk_length");
+    const char* begin = record.data;
+    const char* end = begin + record.chunk_length;
+    require(std::all_of(end, begin + sizeof record.data, [](char c) { return c == 0; }), "padding");
+    message.text.append(begin, end);
+    if (record.last == 1) break;
+    require(record.last == 0, "last");
+    require(record.chunk_length == static_cast<int>(kRawPayload), "a record that is not full");
+  }
+  require(message.text.size() == static_cast<std::size_t>(message.total_length), "the joined length");
+  return message;
+}
+
+std::size_t RawQueue::depth() const {
+  msqid_ds status{};
+  if (msgctl(m_id, IPC_STAT, &status) != 0) fail("msgctl");
+  return status.msg_qnum;
+}
+
+void RawQueue::waitUntilEmpty() const {
+  waitUntil("the queue was empty", [this] { return depth() == 0; });
+}
+
+void RawQueue::setCapacity(std::size_t bytes) const {
+  msqid_ds status{};
+  if (msgctl(m_id, IPC_STAT, &status) != 0) fail("msgctl");
+  status.msg_qbytes = bytes;
+  if (msgctl(m_id, IPC_SET, &status) != 0) fail("msgctl");
+}
+
+void RawQueue::remove() const {
+  if (msgctl(m_id, IPC_RMID, nullptr) != 0) fail("msgctl");
+}
+
+RawMessage RawPeer::ask(const std::string& text) {
+  requests.sendMessage(kRawRequest, text);
+  return replies.takeMessage();
+}
+
+int rawLife(key_t key) {
+  const int semaphores = semget(key, 0, 0);
+  return semaphores < 0 ? -1 : semctl(semaphores, 0, GETVAL);
+}
+
+}  // namespace hbbtv_ryn::test

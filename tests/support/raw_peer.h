@@ -1,0 +1,111 @@
+/// @file
+/// A peer that shares no code with the library: it speaks to System V queues directly and has its own idea
+/// of the record, so that a mistake made alike by the library's sender and receiver shows.
+///
+/// Every wait ends at the deadline with an exception, which fails the test.
+#ifndef HBBTV_RYN_TESTS_SUPPORT_RAW_PEER_H
+#define HBBTV_RYN_TESTS_SUPPORT_RAW_PEER_H
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace hbbtv_ryn::test {
+
+inline constexpr int kRawStop = 0;
+inline constexpr int kRawOneWay = 1;
+inline constexpr int kRawRequest = 2;
+inline constexpr int kRawReply = 3;
+inline constexpr int kRawFailure = 4;
+
+/// One record as every handle of the system sends it. The initial values are a whole empty one-way message.
+struct RawRecord {
+  long type = 1;
+  int32_t kind = kRawOneWay;
+  int32_t total_length = 0;
+  int32_t sequence = 1;
+  int32_t last = 1;
+  int32_t marker = 1;
+  int32_t reserved = 0;
+  int32_t chunk_length = 0;
+  char data[1028] = {};
+};
+
+/// Message bytes in a full record.
+inline constexpr std::size_t kRawPayload = 1025;
+/// The size of every record as msgsnd() and msgrcv() count it: without the type word.
+inline constexpr std::size_t kRawRecordBytes = 1056;
+
+/// A record of `text`, at most kRawPayload bytes, that is a whole message.
+RawRecord rawRecord(int kind, const std::string& text);
+/// A message of any length cut into its records.
+std::vector<RawRecord> rawRecords(int kind, const std::string& text);
+
+struct RawMessage {
+  int kind;
+  int total_length;
+  std::string text;
+};
+
+class RawQueue {
+ public:
+  /// Opens the queue, or makes it as a server would.
+  explicit RawQueue(key_t key);
+
+  /// Puts a record on the queue with this size, right or wrong; waits while the queue is full.
+  void send(const RawRecord& record, std::size_t bytes = kRawRecordBytes);
+  /// Puts any bytes on the queue.
+  void sendBytes(const std::string& body, long type = 1);
+  /// Sends as send() does, but says false instead of waiting.
+  bool trySend(const RawRecord& record, std::size_t bytes = kRawRecordBytes);
+  void sendMessage(int kind, const std::string& text);
+
+  /// The next record of any type; it must have the size of a record.
+  RawRecord take();
+  std::optional<RawRecord> tryTake();
+  /// The next message, joined; its records must agree with each other as a sender's do.
+  RawMessage takeMessage();
+
+  /// How many records wait.
+  std::size_t depth() const;
+  void waitUntilEmpty() const;
+  /// Limits this queue alone; a limit above the kernel's needs privilege.
+  void setCapacity(std::size_t bytes) const;
+  void remove() const;
+  int id() const { return m_id; }
+
+ private:
+  int m_id;
+};
+
+/// Either end of a request queue and its reply queue at the next key.
+class RawPeer {
+ public:
+  explicit RawPeer(key_t key) : requests(key), replies(key + 1) {}
+
+  // As the client.
+  void notify(const std::string& text) { requests.sendMessage(kRawOneWay, text); }
+  /// Sends a request and waits for its answer.
+  RawMessage ask(const std::string& text);
+
+  // As the server.
+  RawMessage nextRequest() { return requests.takeMessage(); }
+  void reply(const std::string& text) { replies.sendMessage(kRawReply, text); }
+  /// The answer of a server that has none.
+  void fail() { replies.sendMessage(kRawFailure, std::string("a\0", 2)); }
+
+  RawQueue requests;
+  RawQueue replies;
+};
+
+/// The value of the semaphore by which the server of a queue shows that it lives: 1 alive, 0 gone, -1 when
+/// there is no such semaphore.
+int rawLife(key_t key);
+
+}  // namespace hbbtv_ryn::test
+
+#endif  // HBBTV_RYN_TESTS_SUPPORT_RAW_PEER_H
