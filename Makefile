@@ -1,0 +1,117 @@
+# The front door: each target installs what it needs (Debian packages, with sudo where not root), builds
+# and runs. The building itself is CMake's: see CMakePresets.json.
+.DEFAULT_GOAL := help
+.PHONY: help demo check check-asan check-tsan check-armhf package check-package check-abi accept-abi \
+        footprint bench fuzz torture soak format check-format lint clean
+
+ifneq ($(shell command -v ccache),)
+export CMAKE_CXX_COMPILER_LAUNCHER ?= ccache
+endif
+
+install = @cmake/install-dependencies.sh
+sources = git ls-files '*.h' '*.cpp'
+
+# $(call configure,PRESET)
+define configure
+	@cmake --preset $(1) >build/$(1).configure.log 2>&1 || { cat build/$(1).configure.log; exit 1; }
+endef
+
+# $(call build,PRESET[,TARGET...])
+define build
+	@mkdir -p build
+	$(call configure,$(1))
+	@cmake --build --preset $(1) $(if $(2),--target $(2))
+endef
+
+define test
+	$(call build,$(1))
+	@ctest --preset $(1)
+endef
+
+help: ## Show this list
+	@awk -F ':.*## ' '/^[a-z-]+:.*## / { printf "  make %-14s %s\n", $$1, $$2 }' $(MAKEFILE_LIST)
+
+demo: ## Watch a browser process and a plug-in process talk
+	$(install) build
+	$(call build,dev,browser_host plugin_host)
+	@examples/run_demo.sh build/dev/bin
+
+check: ## Build everything and run the tests
+	$(install) build check
+	$(call test,dev)
+
+check-asan: ## Run the tests under the address and undefined-behaviour sanitizers
+	$(install) build check
+	$(call test,asan)
+
+check-tsan: ## Run the tests under the thread sanitizer
+	$(install) build check
+	$(call test,tsan)
+
+check-armhf: ## Cross-build everything for 32-bit ARM and run the tests under emulation
+	$(install) build check armhf
+	$(call test,armhf)
+
+package: ## Make the Debian packages for this machine's architecture and for armhf, in build/packages
+	$(install) build check armhf package
+	$(call build,release,hbbtv_ryn rynctl)
+	@cpack --preset release
+	$(call build,armhf,hbbtv_ryn rynctl)
+	@cpack --preset armhf
+
+check-package: package ## Install the packages into a fresh root and build a stranger's hosts there
+	@tests/package/run.sh build/packages
+
+check-abi: ## Compare exported symbols and public layouts with the committed lists
+	$(install) build check armhf
+	$(call build,dev,hbbtv_ryn abi_layout)
+	@ctest --preset dev -L abi
+	$(call build,armhf,hbbtv_ryn abi_layout)
+	@ctest --preset armhf -L abi
+
+accept-abi: ## Take over the present symbols and layouts as the committed lists
+	$(install) build check armhf
+	$(call build,dev,accept_abi)
+	$(call build,armhf,accept_abi)
+
+footprint: ## Print the size of the library and the memory of an idle endpoint
+	$(install) build check armhf
+	$(call build,release,footprint)
+	$(call build,armhf,hbbtv_ryn)
+	@tests/footprint/run.sh build/release build/armhf
+
+bench: ## Measure against other buses (under 4 minutes)
+	$(install) build bench
+	@bench/run.sh
+
+fuzz: ## Run every fuzzer for 10 minutes each
+	$(install) build fuzz
+	$(call build,fuzz)
+	@fuzz/run.sh build/fuzz/bin 600
+
+torture: ## Ten minutes of load, kills, restarts and hostile records
+	$(install) build check
+	$(call build,release,torture)
+	@build/release/bin/torture --duration 600
+
+soak: ## Thirty minutes of normal traffic with restarts
+	$(install) build check
+	$(call build,release,soak)
+	@build/release/bin/soak
+
+format: ## Put the sources into shape
+	$(install) lint
+	@$(sources) | xargs clang-format -i
+
+check-format: ## Fail when a source is not in shape
+	$(install) lint
+	@$(sources) | xargs clang-format --dry-run --Werror
+
+lint: ## Run clang-tidy over every source
+	$(install) build check lint
+	$(call build,dev)
+	@run-clang-tidy -quiet -p build/dev '^$(CURDIR)/' >build/lint.log 2>&1 || \
+	  { grep -vE '^[0-9]+ warnings? generated|^clang-tidy-' build/lint.log; exit 1; }
+
+clean: ## Remove every build tree
+	@rm -rf build

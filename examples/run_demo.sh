@@ -1,0 +1,53 @@
+#!/bin/bash
+# Runs the two example hosts as two processes and ends when both have ended.
+#
+# They meet in an IPC namespace of their own where the machine permits one: the queues vanish with it and
+# a set that runs on this machine is not disturbed. Otherwise the queues are removed afterwards.
+# Exit code: 0 when both hosts were content, else 1; 2 usage.
+set -euo pipefail
+
+if [ $# -ne 1 ] || [ ! -x "$1/browser_host" ] || [ ! -x "$1/plugin_host" ]; then
+  echo "Usage: run_demo.sh FOLDER   (the one that holds browser_host and plugin_host)" >&2
+  exit 2
+fi
+programs=$1
+
+if [ -z "${HBBTV_RYN_DEMO_NAMESPACE:-}" ]; then
+  if unshare --ipc true 2>/dev/null; then
+    HBBTV_RYN_DEMO_NAMESPACE=own exec unshare --ipc "$0" "$@"
+  elif unshare --user --map-root-user --ipc true 2>/dev/null; then
+    HBBTV_RYN_DEMO_NAMESPACE=own exec unshare --user --map-root-user --ipc "$0" "$@"
+  fi
+fi
+
+# The keys of what is there: queues (q) or semaphores (s).
+ipc_keys() { ipcs "-$1" | awk '/^0x/ { print $1 }' | sort; }
+
+queues=$(ipc_keys q)
+semaphores=$(ipc_keys s)
+hosts=()
+
+# shellcheck disable=SC2317  # the trap calls it
+clean_up() {
+  local key
+  kill "${hosts[@]}" 2>/dev/null || true
+  wait || true
+  for key in $(comm -13 <(echo "$queues") <(ipc_keys q)); do ipcrm -Q "$key" || true; done
+  for key in $(comm -13 <(echo "$semaphores") <(ipc_keys s)); do ipcrm -S "$key" || true; done
+}
+trap clean_up EXIT
+
+"$programs/browser_host" &
+hosts+=($!)
+"$programs/plugin_host" &
+hosts+=($!)
+
+# A host that gives up leaves the other without a peer, so the second one gets a limited time.
+result=0
+wait -n || result=1
+for host in "${hosts[@]}"; do
+  timeout 20 tail -s 0.1 --pid="$host" -f /dev/null || kill "$host" 2>/dev/null || true
+  wait "$host" || result=1
+done
+[ $result -eq 0 ] || echo "The demo failed: a host ended with an error." >&2
+exit $result
