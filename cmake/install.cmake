@@ -15,6 +15,12 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/hbbtv_ryn-config.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/hbbtv_ryn-config-version.cmake
   DESTINATION ${package_dir} COMPONENT development)
 
+# Where the queue size is set by other means, leave it out: -DHBBTV_RYN_INSTALL_SYSCTL=OFF.
+option(HBBTV_RYN_INSTALL_SYSCTL "Install a sysctl.d file that lets the largest message fit a queue" ON)
+if(HBBTV_RYN_INSTALL_SYSCTL)
+  install(FILES cmake/60-hbbtv-ryn.conf DESTINATION lib/sysctl.d COMPONENT runtime)
+endif()
+
 configure_file(cmake/hbbtv_ryn.pc.in ${CMAKE_CURRENT_BINARY_DIR}/hbbtv_ryn.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/hbbtv_ryn.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)

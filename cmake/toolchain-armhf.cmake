@@ -10,6 +10,7 @@ set(CMAKE_CXX_COMPILER ${CMAKE_LIBRARY_ARCHITECTURE}-g++)
 # The libraries are those of the running system's other architecture: only their names tell them apart.
 set(ENV{PKG_CONFIG_LIBDIR} /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/pkgconfig:/usr/share/pkgconfig)
 set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE} CACHE PATH "")
+set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)
 
 # The root of the running system, and not that of the cross compiler: threads crash when the emulated
 # program mixes the C libraries of the two.

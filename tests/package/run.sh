@@ -1,0 +1,86 @@
+#!/bin/bash
+# Installs the packages into a fresh Debian root, as an integrator would, builds two hosts against them with
+# CMake and with pkg-config, and runs each pair. The fresh root is kept as build/fresh-root-*.tar.
+# Usage: tests/package/run.sh FOLDER   (the one that holds the packages)
+# shellcheck disable=SC2016  # what stands in single quotes is for apt-get and for the shell in the root
+set -euo pipefail
+
+if [ $# -ne 1 ]; then
+  echo "Usage: tests/package/run.sh FOLDER" >&2
+  exit 2
+fi
+if [ "$(id -u)" -ne 0 ]; then
+  exec sudo "$0" "$@"
+fi
+packages=$(realpath "$1")
+here=$(realpath "$(dirname "$0")")
+build=$(realpath "$here/../..")/build
+architecture=$(dpkg --print-architecture)
+# The packages depend on what this machine's release has, so the fresh root is of the same release.
+# shellcheck disable=SC1091
+release=$(. /etc/os-release && echo "$VERSION_CODENAME")
+archive=$build/fresh-root-$release-$architecture.tar
+export DEBIAN_FRONTEND=noninteractive LC_ALL=C
+
+root=$(mktemp -d "$build/fresh-root.XXXXXX")
+trap 'rm -rf --one-file-system "$root"' EXIT
+
+# Runs a command in the fresh root, in an IPC and a network namespace of its own.
+run_isolated() {
+  unshare --ipc --net chroot "$root" "$@"
+}
+
+make_archive() {
+  local mirror http_proxy
+  mirror=$(apt-get indextargets --format '$(RELEASE) $(REPO_URI)' 'Created-By: Packages' 'Component: main' |
+    awk -v release="$release" '$1 == release { print $2; exit }')
+  eval "$(apt-config shell http_proxy Acquire::http::Proxy)"
+  export http_proxy
+  echo "Making a fresh $release root (once)"
+  debootstrap --variant=minbase --include=ca-certificates "$release" "$root" "$mirror" >"$build/debootstrap.log" ||
+    { tail -20 "$build/debootstrap.log" "$root/debootstrap/debootstrap.log" >&2; return 1; }
+  chroot "$root" apt-get -qq install -y --no-install-recommends g++ cmake make pkg-config >>"$build/debootstrap.log"
+  tar -C "$root" -cf "$archive.part" .
+  mv "$archive.part" "$archive"
+}
+
+if [ -e "$archive" ]; then
+  tar -C "$root" -xf "$archive"
+else
+  make_archive
+fi
+cp /etc/resolv.conf "$root/etc/resolv.conf"
+
+echo "Installing the packages"
+cp "$packages"/*_"$architecture".deb "$root/tmp/"
+chroot "$root" apt-get -qq update || true
+chroot "$root" sh -c 'apt-get -qq install -y --no-install-recommends /tmp/*.deb' >"$build/install.log" 2>&1 ||
+  { cat "$build/install.log" >&2; exit 1; }
+chroot "$root" test -f /usr/lib/sysctl.d/60-hbbtv-ryn.conf
+chroot "$root" rynctl --help >/dev/null
+
+cp -r "$here/stranger" "$root/srv/stranger"
+echo "Building and running with find_package"
+chroot "$root" sh -ec 'cd /srv/stranger
+  cmake -S . -B cmake-build >/dev/null
+  cmake --build cmake-build'
+run_isolated /srv/stranger/run_pair.sh /srv/stranger/cmake-build
+
+echo "Building and running with pkg-config"
+chroot "$root" sh -ec 'cd /srv/stranger
+  mkdir pkg-config-build
+  for host in browser plugin; do
+    g++ -std=c++17 -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror $(pkg-config --cflags hbbtv_ryn) \
+      $host.cpp -o pkg-config-build/$host $(pkg-config --libs hbbtv_ryn)
+  done'
+run_isolated /srv/stranger/run_pair.sh /srv/stranger/pkg-config-build
+
+echo "Removing the packages"
+chroot "$root" apt-get -qq purge -y libhbbtv-ryn-dev 'libhbbtv-ryn[0-9]*' hbbtv-ryn-tools >"$build/install.log" 2>&1 ||
+  { cat "$build/install.log" >&2; exit 1; }
+leftovers=$(chroot "$root" find /usr /etc -name '*hbbtv*')
+if [ -n "$leftovers" ]; then
+  printf 'Left behind after the removal:\n%s\n' "$leftovers" >&2
+  exit 1
+fi
+echo "Package test passed"
