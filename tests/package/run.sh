@@ -23,6 +23,7 @@ archive=$build/fresh-root-$release-$architecture.tar
 export DEBIAN_FRONTEND=noninteractive LC_ALL=C
 
 root=$(mktemp -d "$build/fresh-root.XXXXXX")
+chmod 755 "$root"
 trap 'rm -rf --one-file-system "$root"' EXIT
 
 # Runs a command in the fresh root, in an IPC and a network namespace of its own.
@@ -40,6 +41,7 @@ make_archive() {
   debootstrap --variant=minbase --include=ca-certificates "$release" "$root" "$mirror" >"$build/debootstrap.log" ||
     { tail -20 "$build/debootstrap.log" "$root/debootstrap/debootstrap.log" >&2; return 1; }
   chroot "$root" apt-get -qq install -y --no-install-recommends g++ cmake make pkg-config >>"$build/debootstrap.log"
+  chroot "$root" apt-get clean
   tar -C "$root" -cf "$archive.part" .
   mv "$archive.part" "$archive"
 }
