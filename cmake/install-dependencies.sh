@@ -70,5 +70,5 @@ done
 as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -o DPkg::Lock::Timeout=300 update ||
   echo "Not every package list could be fetched; trying with what is there." >&2
 as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -o DPkg::Lock::Timeout=300 \
-  install -y --no-install-recommends "${missing[@]}" ||
+  install -y --no-install-recommends "${missing[@]}" >/dev/null ||
   { echo "Could not install: ${missing[*]}" >&2; exit 1; }
