@@ -31,6 +31,7 @@ pids=()
 # shellcheck disable=SC2317  # the trap calls it
 clean_up() {
   kill "${pids[@]}" 2>/dev/null || true
+  wait
   rm -rf "$work"
 }
 trap clean_up EXIT
