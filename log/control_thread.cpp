@@ -1,0 +1,114 @@
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <pthread.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstring>
+#include <exception>
+#include <mutex>
+
+#include "hbbtv_ryn/log.h"
+#include "log/control_protocol.h"
+
+using hbbtv_ryn::kLogClearCommand;
+using hbbtv_ryn::kLogCommandBytes;
+using hbbtv_ryn::kLogCommandTextBytes;
+
+char g_modules_info[kLogCommandBytes];
+
+namespace {
+
+// Orders the writers of g_modules_info, for a host that starts several control threads. Readers take no
+// lock.
+std::mutex g_modules_info_writers;
+
+int openControlSocket() {
+  const int control = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  if (control == -1) return -1;
+  // The first send gives the socket a port on every address of the machine. Tied to the loopback
+  // interface, it gets no datagram from the network. Kernels before 5.7 grant this to root only.
+  constexpr char kLoopback[] = "lo";
+  (void)setsockopt(control, SOL_SOCKET, SO_BINDTODEVICE, kLoopback, sizeof kLoopback);
+  return control;
+}
+
+void sendReport(int control) {
+  char names[kLogCommandBytes] = {};
+  get_modules_list(names);
+  sockaddr_in tool{};
+  tool.sin_family = AF_INET;
+  tool.sin_port = htons(hbbtv_ryn::kLogReportPort);
+  tool.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  // Nobody may be listening: nothing is lost then.
+  (void)sendto(control, names, std::strlen(names), 0, reinterpret_cast<const sockaddr*>(&tool),
+               sizeof tool);
+}
+
+/// @return whether a command came. `command` is zero past its end.
+bool takeCommand(int control, char (&command)[kLogCommandBytes]) {
+  std::memset(command, 0, sizeof command);
+  return recvfrom(control, command, sizeof command, MSG_DONTWAIT, nullptr, nullptr) > 0;
+}
+
+void obey(const char (&command)[kLogCommandBytes]) {
+  {
+    const std::lock_guard<std::mutex> guard(g_modules_info_writers);
+    std::memcpy(g_modules_info, command, sizeof command);
+  }
+  if (std::memchr(command, '\0', kLogCommandTextBytes) == nullptr) return;
+  if (std::strcmp(command, kLogClearCommand) == 0) {
+    clear_modules_list();
+  } else {
+    insert_modules_list(command, static_cast<unsigned char>(command[kLogCommandTextBytes]));
+  }
+}
+
+void* log_control_thread(void* /*unused*/) {
+  pthread_setname_np(pthread_self(), "ryn_log_control");
+  const int control = openControlSocket();
+  char command[kLogCommandBytes];
+  for (;;) {
+    try {
+      sendReport(control);
+      sleep(hbbtv_ryn::kLogCycleSeconds);
+      if (takeCommand(control, command)) obey(command);
+    } catch (const std::exception&) {
+      // The list could not be locked: the next cycle tries again.
+      continue;
+    }
+  }
+}
+
+void startControlThread() {
+  pthread_attr_t attributes;
+  if (pthread_attr_init(&attributes) != 0) return;
+  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+  // A thread starts with the mask of its creator. With every signal blocked no handler of the host runs on
+  // it, and sleep() is not cut short.
+  sigset_t every_signal;
+  sigset_t before;
+  sigfillset(&every_signal);
+  pthread_sigmask(SIG_SETMASK, &every_signal, &before);
+  pthread_t thread{};
+  (void)pthread_create(&thread, &attributes, &log_control_thread, nullptr);
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  pthread_attr_destroy(&attributes);
+}
+
+bool knownMode(int mode) {
+  return mode == 0 || mode == 1;
+}
+
+}  // namespace
+
+int zunt_log_initialize(int mode) {
+  if (!knownMode(mode)) return -1;
+  if (mode == 1) startControlThread();
+  return 0;
+}
+
+int zunt_log_finalize(int mode) {
+  return knownMode(mode) ? 0 : -1;
+}
