@@ -1,0 +1,78 @@
+#include "hbbtv_ryn/request_registry.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+class RequestRegistryTest : public testing::Test {
+ protected:
+  RequestRegistryTest() { deleteAllRequest(); }
+  ~RequestRegistryTest() override { deleteAllRequest(); }
+
+  int owner = 0;
+  int other_owner = 0;
+  int x = 0;
+  int y = 0;
+  int z = 0;
+};
+
+TEST_F(RequestRegistryTest, EveryPartOfTheKeyCounts) {
+  const std::string with_nul("a\0b", 3);
+  ASSERT_EQ(0, addRequest(true, with_nul, &owner, &x));
+  EXPECT_EQ(&x, findRequest(true, with_nul, &owner));
+  EXPECT_EQ(nullptr, findRequest(false, with_nul, &owner));
+  EXPECT_EQ(nullptr, findRequest(true, with_nul, &other_owner));
+  EXPECT_EQ(nullptr, findRequest(true, with_nul, nullptr));
+  for (const auto& name :
+       {std::string("a"), std::string("a\0c", 3), std::string("a\0b\0", 4), std::string()}) {
+    EXPECT_EQ(nullptr, findRequest(true, name, &owner)) << name;
+    EXPECT_EQ(-1, deleteRequest(true, name, &owner)) << name;
+  }
+  ASSERT_EQ(0, addRequest(false, "", nullptr, &y));
+  EXPECT_EQ(&y, findRequest(false, "", nullptr));
+}
+
+TEST_F(RequestRegistryTest, AKeyMayHoldSeveralValuesAndYieldsTheOldest) {
+  addRequest(true, "n", &owner, &x);
+  addRequest(true, "n", &owner, &x);
+  EXPECT_EQ(1, getRequestSize());
+  addRequest(true, "n", &owner, &y);
+  // Only the oldest value keeps its like out: y stands behind x.
+  addRequest(true, "n", &owner, &y);
+  EXPECT_EQ(3, getRequestSize());
+  EXPECT_EQ(&x, findRequest(true, "n", &owner));
+  EXPECT_EQ(0, deleteRequest(true, "n", &owner));
+  EXPECT_EQ(&y, findRequest(true, "n", &owner));
+  EXPECT_EQ(2, getRequestSize());
+}
+
+TEST_F(RequestRegistryTest, ANullValueIsNeverAddedToAFreeKey) {
+  EXPECT_EQ(0, addRequest(false, "n", &owner, nullptr));
+  EXPECT_EQ(0, getRequestSize());
+}
+
+TEST_F(RequestRegistryTest, DeletingKeepsTheOrderOfTheOthers) {
+  addRequest(true, "x", &owner, &x);
+  addRequest(true, "y", &owner, &y);
+  addRequest(true, "z", &owner, &z);
+  EXPECT_EQ(&x, getRequestFirstItem());
+  EXPECT_EQ(0, deleteRequest(true, "y", &owner));
+  EXPECT_EQ(&x, getRequestFirstItem());
+  EXPECT_EQ(0, deleteRequest(true, "x", &owner));
+  EXPECT_EQ(&z, getRequestFirstItem());
+  EXPECT_EQ(&z, findRequest(true, "z", &owner));
+}
+
+TEST_F(RequestRegistryTest, AnEmptyRegistryAnswersEveryQuestion) {
+  addRequest(true, "n", &owner, &x);
+  EXPECT_EQ(0, deleteAllRequest());
+  EXPECT_EQ(0, getRequestSize());
+  EXPECT_EQ(nullptr, getRequestFirstItem());
+  EXPECT_EQ(nullptr, findRequest(true, "n", &owner));
+  EXPECT_EQ(-1, deleteRequest(true, "n", &owner));
+  EXPECT_EQ(0, deleteAllRequest());
+}
+
+}  // namespace
