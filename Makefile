@@ -2,7 +2,7 @@
 # and runs. The building itself is CMake's: see CMakePresets.json.
 .DEFAULT_GOAL := help
 .PHONY: help demo check check-asan check-tsan check-armhf package check-package check-abi accept-abi \
-        footprint bench fuzz torture soak format check-format lint clean
+        footprint bench fuzz torture soak docs format check-format lint clean
 
 ifneq ($(shell command -v ccache),)
 export CMAKE_CXX_COMPILER_LAUNCHER ?= ccache
@@ -98,11 +98,21 @@ soak: ## Thirty minutes of normal traffic with restarts
 	$(call build,release,soak)
 	@build/release/bin/soak
 
+docs: ## Print the message tables of docs/protocol.md from the catalogue
+	$(install) build
+	$(call build,dev,print_messages)
+	@build/dev/bin/print_messages --update docs/protocol.md
+
 format: ## Put the sources into shape
 	$(install) lint
 	@$(sources) | xargs clang-format -i
 
-check-format: ## Fail when a source is not in shape
+check-docs: ## Print the message tables of docs/protocol.md from the catalogue
+	$(install) build
+	$(call build,dev,print_messages)
+	@build/dev/bin/print_messages --update docs/protocol.md
+
+format: ## Fail when a source is not in shape
 	$(install) lint
 	@$(sources) | xargs clang-format --dry-run --Werror
 
