@@ -4,6 +4,7 @@
 #ifndef HBBTV_RYN_EXAMPLES_APP_MODEL_H
 #define HBBTV_RYN_EXAMPLES_APP_MODEL_H
 
+#include <cstdlib>
 #include <map>
 #include <string>
 #include <utility>
@@ -76,7 +77,8 @@ class AppModel {
  private:
   static int organisationOf(const std::string& url, int otherwise) {
     const auto at = url.find("org=");
-    return at == std::string::npos ? otherwise : std::atoi(url.c_str() + at + 4);
+    return at == std::string::npos ? otherwise
+                                   : static_cast<int>(std::strtol(url.c_str() + at + 4, nullptr, 10));
   }
 
   std::map<AppId, App> apps_;

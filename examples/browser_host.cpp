@@ -120,12 +120,12 @@ void unload(AppId app) {
   sent(name(appid, orgid) + " is unloaded", Zunt_RYN_Browser_SendAppUnloaded(appid, orgid));
 }
 
-int changeOperatorState(const std::string& state) {
-  const std::string before = g_operator_state;
-  g_operator_state = state;
-  later([before, state] {
-    sent("operator application: " + before + " to " + state,
-         Zunt_RYN_Browser_OpApp_StateChange(1, 10, before, state, "asked \"politely\""));
+int changeOperatorState(const std::string& new_state) {
+  const std::string old_state = g_operator_state;
+  g_operator_state = new_state;
+  later([old_state, new_state] {
+    sent("operator application: " + old_state + " to " + new_state,
+         Zunt_RYN_Browser_OpApp_StateChange(1, 10, old_state, new_state, "asked \"politely\""));
   });
   return 0;
 }

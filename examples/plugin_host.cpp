@@ -331,7 +331,7 @@ void spendEvening() {
 
 int main(int argc, char** argv) {
   const bool repeat = argc == 3 && std::strcmp(argv[1], "--evenings") == 0;
-  const int evenings = repeat ? std::atoi(argv[2]) : 1;
+  const long evenings = repeat ? std::strtol(argv[2], nullptr, 10) : 1;
   if ((argc != 1 && !repeat) || evenings < 1) {
     std::fprintf(stderr, "Usage: plugin_host [--evenings NUMBER]\n");
     return 2;
@@ -348,7 +348,7 @@ int main(int argc, char** argv) {
     Zunt_RYN_Plugin_Finalize();
     return 1;
   }
-  for (int evening = 0; evening < evenings; ++evening) {
+  for (long evening = 0; evening < evenings; ++evening) {
     if (evening > 0) std::this_thread::sleep_for(milliseconds(500));
     spendEvening();
   }

@@ -69,7 +69,7 @@ struct IpcServer {
   Next serve(const IpcRecord& record, JoinedText* text);
   Next serveOneWay(const IpcMessage& message);
   void serveRequest(const IpcMessage& request, long reply_channel);
-  ReplyPtr call(const IpcMessage& message);
+  ReplyPtr call(const IpcMessage& message) const;
   void leave();
 };
 
@@ -134,7 +134,7 @@ void IpcServer::serveRequest(const IpcMessage& request, long reply_channel) {
 }
 
 // The callback's answer; null also when there is no callback or it throws. The lock must be held.
-ReplyPtr IpcServer::call(const IpcMessage& message) {
+ReplyPtr IpcServer::call(const IpcMessage& message) const {
   IpcMessage* reply = nullptr;
   if (callback != nullptr) {
     hbbtv_ryn::returnsNormally([&] { reply = callback(&message, user_data); });

@@ -105,17 +105,18 @@ class Members {
 };
 
 inline constexpr int kNoReplyCode = 0;
+inline constexpr int kQueryReplyCode = 246;  // of either query
 
 struct Message {
   Code code;
+  int reply_code;  // kNoReplyCode in a reply that carries no code, and where there is no reply
   // To the browser: the request, the handler slot and the end of the plug-in function's name. To the
   // plug-in: the end of the browser function's name.
   std::string_view name;
   Direction direction;
   Delivery delivery;
-  Members request;                // besides the code
-  Members reply = {};             // besides the code
-  int reply_code = kNoReplyCode;  // none in a reply that carries no code
+  Members request;  // besides the code
+  Members reply;    // besides the code
 };
 
 namespace catalogue_detail {
@@ -126,20 +127,19 @@ inline constexpr Member kTabid{key::kTabid};
 inline constexpr Member kRet{key::kRet};
 
 constexpr Message command(Code code, std::string_view name, Members request) {
-  return {code, name, Direction::kToBrowser, Delivery::kOneWay, request};
+  return {code, kNoReplyCode, name, Direction::kToBrowser, Delivery::kOneWay, request, {}};
 }
 constexpr Message question(Code code, std::string_view name, Members request, Members reply) {
-  return {code, name, Direction::kToBrowser, Delivery::kSync, request, reply, static_cast<int>(code) + 1};
+  return {code, static_cast<int>(code) + 1, name, Direction::kToBrowser, Delivery::kSync, request, reply};
 }
 constexpr Message opAppQuestion(Code code, std::string_view name, Members request, Members reply) {
-  return {code, name, Direction::kToBrowser, Delivery::kSync, request, reply};
+  return {code, kNoReplyCode, name, Direction::kToBrowser, Delivery::kSync, request, reply};
 }
 constexpr Message notification(Code code, std::string_view name, Members request) {
-  return {code, name, Direction::kToPlugin, Delivery::kOneWay, request};
+  return {code, kNoReplyCode, name, Direction::kToPlugin, Delivery::kOneWay, request, {}};
 }
-// Both queries are answered under the same code.
 constexpr Message query(Code code, std::string_view name, Members request, Members reply) {
-  return {code, name, Direction::kToPlugin, Delivery::kSync, request, reply, 246};
+  return {code, kQueryReplyCode, name, Direction::kToPlugin, Delivery::kSync, request, reply};
 }
 
 // In ascending order of the codes.
