@@ -75,8 +75,14 @@ int IpcClient::sendOneWay(const IpcMessage& message) {
 }
 
 int IpcClient::exchange(const IpcMessage& request, MallocPtr<IpcRecord>* record, JoinedText* text) {
-  if (!watch.admit() || !restoreOrder()) return -1;
-  if (ipc_snd_internal(request_queue, channel, chunk_size, &request, IPC_KIND_REQUEST) != 0) return -1;
+  if (!watch.mayRead() || !restoreOrder()) return -1;
+  if (hbbtv_ryn::sendMessage(request_queue, channel, chunk_size, &request, IPC_KIND_REQUEST, &watch) != 0) {
+    // The beginning of the request may be on the queue. A fence ends it, so that the successor of a dead
+    // server does not join a one-way message to it.
+    in_step = false;
+    hbbtv_ryn::postFence(request_queue, channel, watch.newToken());
+    return -1;
+  }
   ++unanswered;
   *record = hbbtv_ryn::newRecord(chunk_size);
   if (!*record || !text->allocate(chunk_size)) return -4;
@@ -85,6 +91,9 @@ int IpcClient::exchange(const IpcMessage& request, MallocPtr<IpcRecord>* record,
 
 // Makes sure that the next answer on the reply queue is the answer to the next request.
 bool IpcClient::restoreOrder() {
+  // Any process may write to the request queue, and its answers lie on our reply queue: taken for ours,
+  // each of them would shift every later answer by one.
+  if (in_step && watch.takeStrayCheck() && !hbbtv_ryn::isEmpty(reply_queue)) in_step = false;
   if (in_step && unanswered == 0) return true;
   if (!watch.answersFences()) {
     // An older peer: counting answers is all that can be done.
@@ -115,6 +124,8 @@ int IpcClient::awaitAnswer(IpcRecord* record, JoinedText* text) {
       if (lost) break;
       continue;  // left over from a request that was answered after all
     }
+    // What nobody's request is answered with, more often than not.
+    if (record->kind != IPC_KIND_REPLY) watch.suspectStray();
     if (--unanswered == 0) {
       result = 0;
       break;

@@ -22,7 +22,7 @@ bool changeUnits(int semaphores, bool answers_fences, short change) {
 
 }  // namespace
 
-void ServerLife::begin(key_t key, bool answers_fences) {
+bool ServerLife::begin(key_t key, bool answers_fences) {
   answers_fences_ = answers_fences;
   int semaphores = semget(key, kSemaphoreCount, IPC_CREAT | kMode);
   if (semaphores < 0) {
@@ -30,7 +30,10 @@ void ServerLife::begin(key_t key, bool answers_fences) {
     answers_fences_ = false;
     semaphores = semget(key, 1, kMode);
   }
-  if (semaphores >= 0 && changeUnits(semaphores, answers_fences_, 1)) semaphores_ = semaphores;
+  if (semaphores < 0) return true;
+  if (!changeUnits(semaphores, answers_fences_, 1)) return false;
+  semaphores_ = semaphores;
+  return true;
 }
 
 void ServerLife::end() {

@@ -13,7 +13,7 @@
 
 namespace hbbtv_ryn {
 
-// A server's unit. Best effort: where semaphores cannot be had, the server serves without.
+// A server's unit. Where semaphores cannot be had, the server serves without.
 class ServerLife {
  public:
   ServerLife() = default;
@@ -21,7 +21,8 @@ class ServerLife {
   ServerLife(const ServerLife&) = delete;
   ServerLife& operator=(const ServerLife&) = delete;
 
-  void begin(key_t key, bool answers_fences);
+  // False when the set is there but the unit cannot be taken: clients would take the server for dead.
+  bool begin(key_t key, bool answers_fences);
   void end();
 
  private:

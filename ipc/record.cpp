@@ -20,17 +20,19 @@ constexpr std::size_t kHeaderBytes = offsetof(IpcRecord, data) - sizeof(long);
 constexpr useconds_t kResendPauseMicroseconds = 50000;
 
 // One attempt and its resends. A record that still finds no room is dropped: the sender must not hang on
-// a receiver that has stopped reading.
-void sendOrDrop(int queue_id, const IpcRecord& record, std::size_t payload) {
-  if (msgsnd(queue_id, &record, payload, IPC_NOWAIT) == 0) return;
+// a receiver that has stopped reading. False when `receiver` says that a resend is in vain.
+bool sendOrDrop(int queue_id, const IpcRecord& record, std::size_t payload, Receiver* receiver) {
+  if (msgsnd(queue_id, &record, payload, IPC_NOWAIT) == 0) return true;
   const bool full = errno == EAGAIN;
   usleep(kResendPauseMicroseconds);
   if (full) std::puts("\n###### msgsnd EAGAIN ######");
   for (int resend = 0; resend < IPC_RETRY_COUNT; ++resend) {
     usleep(kResendPauseMicroseconds);
-    if (msgsnd(queue_id, &record, payload, IPC_NOWAIT) == 0) return;
+    if (receiver != nullptr && !receiver->mayRead()) return false;
+    if (msgsnd(queue_id, &record, payload, IPC_NOWAIT) == 0) return true;
     if (errno == EAGAIN) std::puts("\n###### resend msgsnd EAGAIN ######");
   }
+  return true;
 }
 
 void reportReceiveError(int error) {
@@ -108,6 +110,34 @@ bool JoinedText::allocate(int chunk_size) {
   return bytes != nullptr;
 }
 
+int sendMessage(int queue_id, long channel, int chunk_size, const IpcMessage* message, int kind,
+                Receiver* receiver) {
+  if (message == nullptr || !isChunkSize(chunk_size) || channel < 0) return -3;
+  if (message->length < 0 || (message->text == nullptr && message->length > 0)) return -3;
+  const auto record = newRecord(chunk_size);
+  if (!record) {
+    const int error = errno;
+    std::fprintf(stderr, "malloc failed, errno:%d, strerr:%s\n", error, std::strerror(error));
+    return -4;
+  }
+  record->mtype = channel;
+  record->kind = kind;
+  record->total_length = message->length;
+  record->marker = 1;
+  const int full_chunk = chunk_size + 1;
+  for (int sent = 0; record->last == 0;) {
+    const int chunk = std::min(full_chunk, message->length - sent);
+    if (chunk > 0) std::memcpy(record->data, message->text + sent, static_cast<std::size_t>(chunk));
+    std::memset(record->data + chunk, 0, static_cast<std::size_t>(full_chunk - chunk));
+    sent += chunk;
+    ++record->sequence;
+    record->chunk_length = chunk;
+    record->last = sent == message->length ? 1 : 0;
+    if (!sendOrDrop(queue_id, *record, recordPayloadBytes(chunk_size), receiver)) return -1;
+  }
+  return 0;
+}
+
 int receiveMessage(int queue_id, long channel, int chunk_size, IpcRecord* record, JoinedText* text) {
   char* bytes = text->bytes.release();
   // Cancellation unwinds this frame while msgrcv() waits: the buffer must find its owner again.
@@ -174,30 +204,7 @@ bool readFence(const IpcRecord& record, FenceToken* token) {
 using hbbtv_ryn::isChunkSize;
 
 int ipc_snd_internal(int queue_id, long channel, int chunk_size, const IpcMessage* message, int kind) {
-  if (message == nullptr || !isChunkSize(chunk_size) || channel < 0) return -3;
-  if (message->length < 0 || (message->text == nullptr && message->length > 0)) return -3;
-  const auto record = hbbtv_ryn::newRecord(chunk_size);
-  if (!record) {
-    const int error = errno;
-    std::fprintf(stderr, "malloc failed, errno:%d, strerr:%s\n", error, std::strerror(error));
-    return -4;
-  }
-  record->mtype = channel;
-  record->kind = kind;
-  record->total_length = message->length;
-  record->marker = 1;
-  const int full_chunk = chunk_size + 1;
-  for (int sent = 0; record->last == 0;) {
-    const int chunk = std::min(full_chunk, message->length - sent);
-    if (chunk > 0) std::memcpy(record->data, message->text + sent, static_cast<std::size_t>(chunk));
-    std::memset(record->data + chunk, 0, static_cast<std::size_t>(full_chunk - chunk));
-    sent += chunk;
-    ++record->sequence;
-    record->chunk_length = chunk;
-    record->last = sent == message->length ? 1 : 0;
-    hbbtv_ryn::sendOrDrop(queue_id, *record, hbbtv_ryn::recordPayloadBytes(chunk_size));
-  }
-  return 0;
+  return hbbtv_ryn::sendMessage(queue_id, channel, chunk_size, message, kind, nullptr);
 }
 
 int ipc_rcv_internal(int queue_id, long channel, int chunk_size, IpcRecord* record, char** text,

@@ -45,6 +45,20 @@ struct JoinedText {
 inline constexpr int kJoinLimit = 65537;
 static_assert(kJoinLimit > 2 * IPC_MAX_MESSAGE);
 
+// Who reads the queue that is sent to.
+class Receiver {
+ public:
+  virtual bool mayRead() = 0;
+
+ protected:
+  ~Receiver() = default;
+};
+
+// ipc_snd_internal() to a receiver that may be gone: asked before each resend to a full queue, it gives the
+// rest of the message up (-1). Null: as ipc_snd_internal().
+int sendMessage(int queue_id, long channel, int chunk_size, const IpcMessage* message, int kind,
+                Receiver* receiver);
+
 // ipc_rcv_internal() for a client or server, bounded by kJoinLimit (-4 beyond).
 int receiveMessage(int queue_id, long channel, int chunk_size, IpcRecord* record, JoinedText* text);
 

@@ -43,7 +43,7 @@ ReplyWatch::~ReplyWatch() {
   pthread_join(thread_, nullptr);
 }
 
-bool ReplyWatch::admit() {
+bool ReplyWatch::mayRead() {
   const std::lock_guard<std::mutex> lock(mutex_);
   return life_.state() != PeerLife::State::kGone;
 }
@@ -82,6 +82,10 @@ bool ReplyWatch::end() {
   return deaths_ != deaths_at_begin_;
 }
 
+bool ReplyWatch::takeStrayCheck() {
+  return stray_check_due_.load(std::memory_order_relaxed) && stray_check_due_.exchange(false);
+}
+
 bool ReplyWatch::startThread() {
   thread_started_ = createSignalFreeThread(&thread_, nullptr, &threadEntry, this) == 0;
   return thread_started_;
@@ -102,6 +106,7 @@ void ReplyWatch::run() {
       idle_ticks = 0;
     }
     changed_.wait_for(lock, kTick, [this] { return stop_; });
+    stray_check_due_ = true;
     const uint64_t exchange = exchange_;
     idle_ticks = exchange == seen ? idle_ticks + 1 : 0;
     seen = exchange;
@@ -117,9 +122,11 @@ void ReplyWatch::run() {
 void ReplyWatch::lookAfter(std::unique_lock<std::mutex>& lock, uint64_t exchange) {
   bool fence_sent = false;
   while (isWaiting(exchange)) {
-    if (!fence_sent && life_.answersFences()) {
-      fence_sent = postFence(request_queue_, channel_, token_);
-    }
+    // A fence can get lost: on a full reply queue, or with a server that died and was replaced between two
+    // looks. An empty queue shows that it has been taken; so no more than one ever waits on it.
+    const bool fence_due = !fence_sent || isEmpty(request_queue_);
+    if (fence_due && life_.answersFences() && postFence(request_queue_, channel_, token_))
+      fence_sent = true;
     const int semaphores = life_.semaphores();
     lock.unlock();
     const bool died = PeerLife::awaitDeath(semaphores, kTick);

@@ -7,12 +7,13 @@
 // on the reply queue itself. Either way the fence ends the wait.
 //
 // The common path costs one system call, which asks for the server's life before a request is sent. The
-// first request after an idle time also wakes the thread.
+// first request after an idle time also wakes the thread, and one request per tick looks for stray answers.
 #ifndef HBBTV_RYN_IPC_REPLY_WATCH_H
 #define HBBTV_RYN_IPC_REPLY_WATCH_H
 
 #include <pthread.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -22,7 +23,7 @@
 
 namespace hbbtv_ryn {
 
-class ReplyWatch {
+class ReplyWatch : public Receiver {
  public:
   ReplyWatch(key_t request_key, long channel) : channel_(channel), life_(request_key) {}
   // Joins the thread, which may sleep for half a second when a slow request has just ended.
@@ -32,9 +33,10 @@ class ReplyWatch {
 
   // The calls below belong to the requester, one exchange at a time.
 
-  // Whether a request may be sent: false when the server is known to be gone.
-  bool admit();
-  // Whether the server sends fences back. To be asked after admit().
+  // Whether a request may be sent, and its records be sent again: false when the server is known to be
+  // gone.
+  bool mayRead() override;
+  // Whether the server sends fences back. To be asked after mayRead().
   bool answersFences();
   // A token that no request of this client, or of an earlier one, has used.
   FenceToken newToken();
@@ -45,6 +47,11 @@ class ReplyWatch {
   Start begin(int request_queue, int reply_queue, FenceToken token);
   // True when a server has been seen to die since begin().
   bool end();
+
+  // Whether it is time to look, between two exchanges, if the reply queue holds an answer to nobody: true
+  // once per tick, and whenever an exchange has given cause.
+  bool takeStrayCheck();
+  void suspectStray() { stray_check_due_ = true; }
 
  private:
   static void* threadEntry(void* self);
@@ -60,6 +67,9 @@ class ReplyWatch {
   bool thread_started_ = false;
   pthread_t thread_{};
   FenceToken last_token_;
+
+  // Set by the thread and the requester, taken by the requester.
+  std::atomic<bool> stray_check_due_{true};
 
   // Guards everything below. Held for a few instructions, and for calls that ask for the server's life or
   // put a fence on a queue, none of which blocks.

@@ -177,7 +177,7 @@ int zunt_ipc_server_create(key_t key, long channel, int with_reply, int chunk_si
                                          IpcServer(key, channel, with_reply != 0, chunk_size));
   if (!created) return -4;
   // Before the queues: a client that finds them must not find the server dead.
-  created->life.begin(key, with_reply != 0);
+  if (!created->life.begin(key, with_reply != 0)) return -4;
   if (!created->openQueues()) return -3;
   if (hbbtv_ryn::createSignalFreeThread(&created->thread, nullptr, &ipc_server_receive_loop,
                                         created.get()) != 0) {

@@ -114,8 +114,8 @@ HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetOwnerApp(int* appid, int* orgid);
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetCurrentApp(int* appid, int* orgid);
 /// Which children has the application? The identity (-1, -1) is refused with -3.
 /// @param[out] appidArray,orgidArray  room for as many entries as the browser lists: at most
-///                     512 (ZUNT_RYN_MAX_CHILD_APPS of browser.h). An entry that the answer does not
-///                     hold whole is left as it was.
+///                     512 (ZUNT_RYN_MAX_CHILD_APPS of browser.h), and no more are stored. An entry
+///                     that the answer does not hold whole is left as it was.
 /// @param[out] appNum  the number of children as the browser told it.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetChildApps(int appid, int orgid, int* appidArray, int* orgidArray,
                                                   int* appNum);

@@ -25,6 +25,9 @@ void readKeyCodes(const Json::Value& message, int count, int* codes);
 
 inline constexpr int kIdFieldChars = 16;  // "%16d": wide enough for any int, fixed by the wire format
 
+// What a caller makes room for: the most that one deliverable reply lists, two fields each.
+inline constexpr int kMaxChildApps = 512;
+
 // The ids as one string of fields. Empty for a count of 0 or less.
 std::string idFields(const int* ids, int count);
 

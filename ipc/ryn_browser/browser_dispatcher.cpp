@@ -15,8 +15,8 @@ using Slots = ZuntRynBrowserEventCallback;
 using Json::Value;
 
 static_assert(ZUNT_RYN_MAX_OTHER_KEYS == kMaxKeyCodes);
-// The most children that one deliverable reply can list: two fields each.
-static_assert(ZUNT_RYN_MAX_CHILD_APPS == IPC_MAX_MESSAGE / (2 * kIdFieldChars));
+static_assert(ZUNT_RYN_MAX_CHILD_APPS == kMaxChildApps);
+static_assert(kMaxChildApps == IPC_MAX_MESSAGE / (2 * kIdFieldChars));
 
 // Calls the slot's handler, if there is one. Returns the handler's result, 0 for none.
 template <auto Slot, typename... Arguments>

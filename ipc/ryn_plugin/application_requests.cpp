@@ -1,5 +1,7 @@
 // Questions and commands about the browser's applications.
 
+#include <algorithm>
+
 #include "ipc/protocol/envelope.h"
 #include "ipc/protocol/lists.h"
 #include "ipc/ryn_plugin/requests.h"
@@ -37,8 +39,9 @@ int Zunt_RYN_Plugin_GetChildApps(int appid, int orgid, int* appidArray, int* org
     const std::string appids = string(reply, key::kAppidArray);
     const std::string orgids = string(reply, key::kOrgidArray);
     *appNum = count;
-    readIdFields(appids, count, appidArray);
-    readIdFields(orgids, count, orgidArray);
+    const int kept = std::min(count, kMaxChildApps);
+    readIdFields(appids, kept, appidArray);
+    readIdFields(orgids, kept, orgidArray);
     return 0;
   });
 }

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <exception>
 #include <map>
+#include <utility>
 
 #include "ipc/protocol/queues.h"
 #include "ipc/ryn_plugin/plugin_state.h"
@@ -36,17 +37,14 @@ int createServer(key_t key, int with_reply, IpcServerCallback callback, IpcServe
   return registered;
 }
 
-int destroyServer(IpcServer** server) {
-  zunt_ipc_server_unregister_callback(*server);
-  const int result = zunt_ipc_server_destroy(*server);
-  *server = nullptr;
-  return result;
+// Both null the handle.
+int destroyServer(IpcServer*& server) {
+  IpcServer* const destroyed = std::exchange(server, nullptr);
+  zunt_ipc_server_unregister_callback(destroyed);
+  return zunt_ipc_server_destroy(destroyed);
 }
-
-int destroyClient() {
-  const int result = zunt_ipc_client_destroy(g_plugin_client);
-  g_plugin_client = nullptr;
-  return result;
+int destroyClient(IpcClient*& client) {
+  return zunt_ipc_client_destroy(std::exchange(client, nullptr));
 }
 
 // Starts the three objects; undoes what was done, newest first, when one fails.
@@ -57,9 +55,9 @@ int createAll() {
   result = createServer(kNotificationQueueKey, kOneWayOnly, &notificationEntry, &g_plugin_notify_server);
   if (result == 0) {
     result = createServer(kQueryQueueKey, kWithReply, &queryEntry, &g_plugin_query_server);
-    if (result != 0) destroyServer(&g_plugin_notify_server);
+    if (result != 0) destroyServer(g_plugin_notify_server);
   }
-  if (result != 0) destroyClient();
+  if (result != 0) destroyClient(g_plugin_client);
   return result;
 }
 
@@ -88,13 +86,18 @@ int Zunt_RYN_Plugin_Initialize() {
 
 int Zunt_RYN_Plugin_Finalize() {
   if (g_plugin_initialized == 0) return 0;
-  const std::lock_guard<std::mutex> guard(g_plugin_mutex);
+  std::unique_lock<std::mutex> guard(g_plugin_mutex);
   if (g_plugin_initialized == 0) return 0;
-  destroyServer(&g_plugin_query_server);
-  destroyServer(&g_plugin_notify_server);
-  const int result = destroyClient();
   g_plugin_initialized = 0;
-  return result;
+  IpcServer* query_server = std::exchange(g_plugin_query_server, nullptr);
+  IpcServer* notify_server = std::exchange(g_plugin_notify_server, nullptr);
+  IpcClient* client = std::exchange(g_plugin_client, nullptr);
+  // A callback may be about to make a request: it must get the mutex to return, and its server waits for
+  // it to return.
+  guard.unlock();
+  destroyServer(query_server);
+  destroyServer(notify_server);
+  return destroyClient(client);
 }
 
 int Zunt_RYN_Plugin_RegisterRynEventCallback(ZuntRynEvent event, ZuntRynEventCallback callback) {

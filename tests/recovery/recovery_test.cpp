@@ -1,0 +1,166 @@
+// How the endpoints come back from what no well-behaved peer does.
+#include <gtest/gtest.h>
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <sys/sem.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <string>
+
+#include "hbbtv_ryn/browser.h"
+#include "hbbtv_ryn/ipc.h"
+#include "hbbtv_ryn/plugin.h"
+#include "support/child_process.h"
+#include "support/deadline.h"
+#include "support/output_capture.h"
+#include "support/raw_peer.h"
+
+namespace hbbtv_ryn::test {
+namespace {
+
+constexpr auto kRequestKey = static_cast<key_t>(0x92101081);
+
+// A browser whose answer tells the question.
+void startBrowser() {
+  ZuntRynBrowserEventCallback handlers{};
+  handlers.GetValue = [](int appid, int, int* value) { *value = appid; };
+  Zunt_RYN_Browser_RegisterCallback(handlers, nullptr);
+  ASSERT_EQ(0, Zunt_RYN_Browser_Initialize());
+}
+
+const ChildRole kBrowser("browser", [](Parent& parent) {
+  startBrowser();
+  parent.say("up");
+  for (;;) pause();
+  return 0;
+});
+
+struct PluginEndpoint {
+  PluginEndpoint() { EXPECT_EQ(0, Zunt_RYN_Plugin_Initialize()); }
+  ~PluginEndpoint() { EXPECT_EQ(0, Zunt_RYN_Plugin_Finalize()); }
+
+  static bool isAnswered(int appid) {
+    int value = -1;
+    return Zunt_RYN_Plugin_GetValue(appid, 0, &value) == 0 && value == appid;
+  }
+};
+
+TEST(StrayAnswerTest, AnswersToAStrangersRequestsShiftNoLaterAnswerForLong) {
+  startBrowser();
+  PluginEndpoint plugin;
+  ASSERT_TRUE(plugin.isAnswered(0));
+  RawPeer stranger(kRequestKey);
+  int appid = 1;
+  for (int round = 0; round < 2; ++round) {
+    for (int i = 0; i < 3; ++i) {
+      stranger.requests.sendMessage(kRawRequest, R"({"t":222,"appid":-5,"orgid":0})");
+    }
+    waitUntil("the stranger was answered", [&] { return stranger.replies.depth() == 3; });
+    waitUntil("the plug-in's own answer came", [&] { return plugin.isAnswered(++appid); });
+    for (int i = 0; i < 50; ++i) EXPECT_TRUE(plugin.isAnswered(++appid));
+  }
+  EXPECT_EQ(0, Zunt_RYN_Browser_Finalize());
+}
+
+// A server that shows life, but loses what it is sent.
+class ForgetfulServer {
+ public:
+  ForgetfulServer() : m_peer(kRequestKey), m_life(semget(kRequestKey, 2, IPC_CREAT | 0666)) {
+    semctl(m_life, 0, SETVAL, 1);
+    semctl(m_life, 1, SETVAL, 1);
+  }
+  void forget() { static_cast<void>(next()); }
+  void sendBack() {
+    const std::string record = next();
+    m_peer.replies.sendBytes(record);
+  }
+
+ private:
+  std::string next() {
+    struct {
+      long type;
+      char body[kRawRecordBytes];
+    } record{};
+    ssize_t bytes = -1;
+    waitUntil("a record arrived", [&] {
+      bytes = msgrcv(m_peer.requests.id(), &record, sizeof record.body, 0, IPC_NOWAIT);
+      return bytes >= 0;
+    });
+    return {record.body, static_cast<std::size_t>(bytes)};
+  }
+
+  RawPeer m_peer;
+  int m_life;
+};
+
+TEST(LostAnswerTest, AServerThatLosesARequestAndWhatWasSentAfterItEndsTheWaitAllTheSame) {
+  ForgetfulServer server;
+  PluginEndpoint plugin;
+  Concurrently call([&] { return plugin.isAnswered(1); });
+  server.sendBack();  // what a first request finds out whether the order is right with
+  server.forget();    // the request
+  server.forget();    // what a request that waits for long is followed by
+  server.sendBack();
+  EXPECT_FALSE(call.result());
+}
+
+TEST(DeadServerTest, ALongRequestIsNotPressedUponAFullQueueWhoseServerDies) {
+  ChildProcess browser(kBrowser);
+  ASSERT_EQ("up", browser.hear());
+  PluginEndpoint plugin;
+  ASSERT_TRUE(plugin.isAnswered(1));
+  browser.signal(SIGSTOP);
+  RawQueue requests(kRequestKey);
+  while (requests.trySend(rawRecord(kRawOneWay, "filler"))) continue;
+  OutputCapture output(stdout);
+  Concurrently call([] { return Zunt_RYN_Plugin_OpApp_SetStatus(std::string(10 * kRawPayload, 's')); });
+  waitUntil("the queue was found full", [&] { return occurrences(output.text(), "msgsnd EAGAIN") > 0; });
+  browser.kill();
+  EXPECT_EQ(-1, call.result());
+  // A live server would have been given all attempts for each of eleven records.
+  EXPECT_LE(occurrences(output.text(), "msgsnd EAGAIN"), 1 + IPC_RETRY_COUNT);
+}
+
+TEST(ChildAppsTest, NoMoreAreStoredThanCallersMakeRoomFor) {
+  ForgetfulServer server;
+  PluginEndpoint plugin;
+  std::array<int, ZUNT_RYN_MAX_CHILD_APPS + 1> ids{};
+  int count = 0;
+  Concurrently call([&] { return Zunt_RYN_Plugin_GetChildApps(1, 2, ids.data(), ids.data(), &count); });
+  server.sendBack();
+  server.forget();
+  std::string fields;
+  for (int i = 0; i < 1000; ++i) fields += "               7";
+  RawQueue(kRequestKey + 1)
+      .sendMessage(kRawReply, R"({"appNum":1000,"orgidArray":"","appidArray":")" + fields + "\"}");
+  EXPECT_EQ(0, call.result());
+  EXPECT_EQ(1000, count);
+  EXPECT_EQ(7, ids[ZUNT_RYN_MAX_CHILD_APPS - 1]);
+  EXPECT_EQ(0, ids[ZUNT_RYN_MAX_CHILD_APPS]);
+}
+
+std::atomic<bool> g_in_callback{false};
+
+TEST(FinalizeTest, ACallbackThatMakesRequestsDoesNotHangIt) {
+  startBrowser();
+  ZuntRynEventCallback callback;
+  callback.onNotify = [] {
+    int value = 0;
+    do {
+      g_in_callback = true;
+    } while (Zunt_RYN_Plugin_GetValue(1, 2, &value) != -3);  // until the plug-in side is stopped
+  };
+  Zunt_RYN_Plugin_RegisterRynEventCallback(ZUNT_RYN_EVENT_GET_CONFIGURATION, callback);
+  ASSERT_EQ(0, Zunt_RYN_Plugin_Initialize());
+  ASSERT_EQ(0, Zunt_RYN_Browser_Get_Configuration());
+  waitUntil("the callback ran", [] { return g_in_callback.load(); });
+  Concurrently finalize([] { return Zunt_RYN_Plugin_Finalize(); });
+  EXPECT_EQ(0, finalize.result());
+  EXPECT_EQ(0, Zunt_RYN_Browser_Finalize());
+}
+
+}  // namespace
+}  // namespace hbbtv_ryn::test
