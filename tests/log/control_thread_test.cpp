@@ -2,6 +2,7 @@
 // stopped. A test asserts no upper bound on time; what is answered "in time" shows in a later report.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <net/if.h>
 
 #include <chrono>
 #include <csignal>
@@ -23,9 +24,12 @@ std::string socketOptions(const std::string& port) {
     socklen_t length = sizeof address;
     if (getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0) continue;
     if (address.sin_family != AF_INET || std::to_string(ntohs(address.sin_port)) != port) continue;
-    char device[16] = {};
-    length = sizeof device;
-    getsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, device, &length);
+    // By index, because an emulator hands on no option that is text.
+    int index = 0;
+    length = sizeof index;
+    getsockopt(fd, SOL_SOCKET, SO_BINDTOIFINDEX, &index, &length);
+    char device[IF_NAMESIZE] = {};
+    if_indextoname(static_cast<unsigned>(index), device);
     return std::string(device) + (fcntl(fd, F_GETFD) & FD_CLOEXEC ? " closes on exec" : " is inherited");
   }
   return "no such socket";
