@@ -6,8 +6,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
-#include <regex>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -24,30 +25,31 @@ class PrefixMask {
   PrefixMask() : m_earliest(std::time(nullptr)) {}
 
   std::string operator()(const std::string& text) const {
-    static const std::regex kPrefix(
-        R"(time=(\d+/\d+/\d+ \d+:\d+:\d+),timestamp=(\d+),pid=(\d+),tid=(\d+),logtype=(info|error))");
     std::string masked;
-    auto rest = text.cbegin();
-    for (std::smatch match; std::regex_search(rest, text.cend(), match, kPrefix); rest = match[0].second) {
-      check(match);
-      masked.append(rest, match[0].first).append("<").append(match[5]).append(">");
+    std::size_t rest = 0;
+    for (auto at = text.find("time="); at != std::string::npos; at = text.find("time=", rest)) {
+      const auto end = text.find(' ', text.find("logtype=", at));
+      masked += text.substr(rest, at - rest) + "<" + level(text.substr(at, end - at)) + ">";
+      rest = end;
     }
-    return masked.append(rest, text.cend());
+    return masked + text.substr(rest);
   }
 
  private:
-  void check(const std::smatch& prefix) const {
-    const std::time_t stamp = std::stol(prefix[2]);
+  std::string level(const std::string& prefix) const {
+    const auto stamp_at = prefix.find("timestamp=");
+    EXPECT_NE(std::string::npos, stamp_at) << prefix;
+    const std::time_t stamp = std::stol(prefix.substr(stamp_at + std::strlen("timestamp=")));
     EXPECT_GE(stamp, m_earliest);
     EXPECT_LE(stamp, std::time(nullptr));
     std::tm local{};
     localtime_r(&stamp, &local);
-    const auto number = [](int value) { return std::to_string(value); };
-    EXPECT_EQ(number(local.tm_mday) + "/" + number(local.tm_mon + 1) + "/" + number(local.tm_year + 1900) +
-                  " " + number(local.tm_hour) + ":" + number(local.tm_min) + ":" + number(local.tm_sec),
-              prefix[1]);
-    EXPECT_EQ(number(getpid()), prefix[3]);
-    EXPECT_EQ(std::to_string(syscall(SYS_gettid)), prefix[4]);
+    std::ostringstream expected;
+    expected << "time=" << local.tm_mday << '/' << local.tm_mon + 1 << '/' << local.tm_year + 1900 << ' '
+             << local.tm_hour << ':' << local.tm_min << ':' << local.tm_sec << ",timestamp=" << stamp
+             << ",pid=" << getpid() << ",tid=" << syscall(SYS_gettid) << ",logtype=";
+    EXPECT_EQ(expected.str(), prefix.substr(0, expected.str().size()));
+    return prefix.substr(expected.str().size());
   }
 
   std::time_t m_earliest;
