@@ -65,7 +65,6 @@ class ReportPort {
     send(port, text + static_cast<char>(value));
   }
 
- private:
   static sockaddr_in loopback(std::uint16_t port) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -74,6 +73,7 @@ class ReportPort {
     return address;
   }
 
+ private:
   int m_socket;
 };
 
