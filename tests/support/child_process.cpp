@@ -139,6 +139,17 @@ void ChildProcess::kill(int signal) {
   static_cast<void>(wait());
 }
 
+void ChildProcess::halt() const {
+  signal(SIGSTOP);
+  int status = 0;
+  waitUntil("the child stood still",
+            [&] { return waitpid(m_pid, &status, WNOHANG | WUNTRACED) == m_pid && WIFSTOPPED(status); });
+}
+
+void ChildProcess::goOn() const {
+  signal(SIGCONT);
+}
+
 void ChildProcess::signal(int signal) const {
   if (::kill(m_pid, signal) != 0) fail("kill");
 }

@@ -63,11 +63,14 @@ class ChildProcess {
   int wait();
   /// Sends a signal that ends the child, and returns when the child is gone.
   void kill(int signal = SIGKILL);
-  /// Sends a signal and does not wait.
-  void signal(int signal) const;
+  /// Halts every thread of the child, and returns when they stand still; goOn() lets them run again.
+  void halt() const;
+  void goOn() const;
   pid_t pid() const { return m_pid; }
 
  private:
+  void signal(int signal) const;
+
   int m_socket = -1;
   pid_t m_pid = -1;
 };

@@ -70,6 +70,13 @@ void removeQueuesOf(key_t key) {
   if (semaphores >= 0) semctl(semaphores, 0, IPC_RMID);
 }
 
+void writeKernelSetting(const std::string& name, int value) {
+  if (!g_isolated) throw std::logic_error("kernel." + name + " is the machine's");
+  std::ofstream setting("/proc/sys/kernel/" + name);
+  setting << value << std::flush;
+  if (!setting) throw std::runtime_error("kernel." + name + " cannot be set here");
+}
+
 }  // namespace
 
 void isolateProcess() {
@@ -97,9 +104,11 @@ bool isIsolated() {
 }
 
 void setQueueCapacity(int bytes) {
-  std::ofstream setting("/proc/sys/kernel/msgmnb");
-  setting << bytes << std::flush;
-  if (!g_isolated || !setting) throw std::runtime_error("kernel.msgmnb cannot be set here");
+  writeKernelSetting("msgmnb", bytes);
+}
+
+void setQueueLimit(int queues) {
+  writeKernelSetting("msgmni", queues);
 }
 
 }  // namespace hbbtv_ryn::test

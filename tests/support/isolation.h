@@ -22,6 +22,9 @@ bool isIsolated();
 /// Sets kernel.msgmnb, the capacity in bytes of every queue made from now on. Throws where that is refused.
 void setQueueCapacity(int bytes);
 
+/// Sets kernel.msgmni, the number of queues that can exist. Throws where that is refused.
+void setQueueLimit(int queues);
+
 }  // namespace hbbtv_ryn::test
 
 #endif  // HBBTV_RYN_TESTS_SUPPORT_ISOLATION_H

@@ -110,12 +110,18 @@ RawMessage RawQueue::takeMessage() {
     const char* end = begin + record.chunk_length;
     require(std::all_of(end, begin + sizeof record.data, [](char c) { return c == 0; }), "padding");
     message.text.append(begin, end);
+    require(sequence == 1 || record.chunk_length > 0, "an empty record behind others");
     if (record.last == 1) break;
     require(record.last == 0, "last");
     require(record.chunk_length == static_cast<int>(kRawPayload), "a record that is not full");
   }
   require(message.text.size() == static_cast<std::size_t>(message.total_length), "the joined length");
   return message;
+}
+
+void RawQueue::discardAll() {
+  RawRecord record;
+  while (msgrcv(m_id, &record, kRawRecordBytes, 0, IPC_NOWAIT | MSG_NOERROR) >= 0) continue;
 }
 
 std::size_t RawQueue::depth() const {

@@ -70,6 +70,8 @@ class RawQueue {
   /// The next message, joined; its records must agree with each other as a sender's do.
   RawMessage takeMessage();
 
+  void discardAll();
+
   /// How many records wait.
   std::size_t depth() const;
   void waitUntilEmpty() const;

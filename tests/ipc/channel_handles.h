@@ -1,0 +1,108 @@
+// Clients and servers of the channel that release themselves, and requests as texts.
+#ifndef HBBTV_RYN_TESTS_IPC_CHANNEL_HANDLES_H
+#define HBBTV_RYN_TESTS_IPC_CHANNEL_HANDLES_H
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "hbbtv_ryn/ipc.h"
+
+namespace hbbtv_ryn::test {
+
+inline constexpr auto kKey = static_cast<key_t>(0x92101081);
+inline constexpr long kChannel = 1;
+
+/// The message points into the text, so the text must outlive it.
+inline IpcMessage messageOf(const std::string& text) {
+  return {static_cast<int32_t>(text.size()), const_cast<char*>(text.data())};
+}
+IpcMessage messageOf(std::string&&) = delete;
+
+/// A reply as a server callback returns it.
+inline IpcMessage* newReply(const std::string& text) {
+  char* copy = static_cast<char*>(std::malloc(text.size() + 1));
+  std::memcpy(copy, text.c_str(), text.size() + 1);
+  return new IpcMessage{static_cast<int32_t>(text.size()), copy};
+}
+
+inline std::string textOf(const IpcMessage* request) {
+  return {request->text, static_cast<std::size_t>(request->length)};
+}
+
+inline constexpr int kUntouched = -77;
+
+struct Answer {
+  int result;
+  std::optional<std::string> text;  // up to its NUL; none when the out-record's text is null
+  int length;                       // kUntouched when the call left it alone
+
+  bool isProper(const std::string& expected) const {
+    return result == 0 && text == expected && length == static_cast<int>(expected.size());
+  }
+  bool isFailureReply() const { return result == 0 && text == "a" && length == kUntouched; }
+  /// What a caller sees whose server is gone, or whose exchange was broken off.
+  bool isBrokenOff() const { return result == -1 && !text; }
+};
+
+class Client {
+ public:
+  explicit Client(int with_reply = 1, key_t key = kKey) {
+    if (zunt_ipc_client_create(key, kChannel, with_reply, IPC_CHUNK_SIZE, &m_handle) != 0) {
+      throw std::runtime_error("no client");
+    }
+  }
+  ~Client() { zunt_ipc_client_destroy(m_handle); }
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+
+  int send(const std::string& text) {
+    const IpcMessage message = messageOf(text);
+    return zunt_ipc_client_send(m_handle, &message);
+  }
+  Answer ask(const std::string& text) {
+    const IpcMessage request = messageOf(text);
+    IpcMessage reply{kUntouched, nullptr};
+    const int result = zunt_ipc_client_send_sync_with_params(m_handle, &request, &reply);
+    Answer answer{result, std::nullopt, reply.length};
+    if (reply.text != nullptr) answer.text = reply.text;
+    std::free(reply.text);
+    return answer;
+  }
+  IpcClient* handle() { return m_handle; }
+
+ private:
+  IpcClient* m_handle = nullptr;
+};
+
+class Server {
+ public:
+  explicit Server(IpcServerCallback callback, void* user_data = nullptr, int with_reply = 1,
+                  key_t key = kKey, long channel = kChannel) {
+    if (zunt_ipc_server_create(key, channel, with_reply, IPC_CHUNK_SIZE, &m_handle) != 0) {
+      throw std::runtime_error("no server");
+    }
+    if (callback != nullptr) zunt_ipc_server_register_callback(m_handle, callback, user_data);
+  }
+  ~Server() { destroy(); }
+  Server(const Server&) = delete;
+  Server& operator=(const Server&) = delete;
+
+  /// -3 when it was destroyed before.
+  int destroy() {
+    IpcServer* handle = m_handle;
+    m_handle = nullptr;
+    return zunt_ipc_server_destroy(handle);
+  }
+  IpcServer* handle() { return m_handle; }
+
+ private:
+  IpcServer* m_handle = nullptr;
+};
+
+}  // namespace hbbtv_ryn::test
+
+#endif  // HBBTV_RYN_TESTS_IPC_CHANNEL_HANDLES_H

@@ -1,0 +1,281 @@
+// What a caller sees when its peer, a real second process, dies, stops or is merely slow.
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <thread>
+
+#include "ipc/channel_handles.h"
+#include "support/child_process.h"
+#include "support/deadline.h"
+#include "support/output_capture.h"
+#include "support/raw_peer.h"
+
+namespace hbbtv_ryn::test {
+namespace {
+
+// Longer than a dead server may stay unnoticed.
+constexpr std::chrono::milliseconds kLongerThanTheWatchNeeds{1500};
+
+// Answers with the text, and for "slow..." only when the test says so.
+IpcMessage* answer(const IpcMessage* request, void* user_data) {
+  auto& parent = *static_cast<Parent*>(user_data);
+  const std::string text = textOf(request);
+  if (text.rfind("slow", 0) == 0) {
+    parent.say("taken");
+    parent.hear();
+  }
+  return newReply(text);
+}
+
+const ChildRole kServer("server", [](Parent& parent) {
+  const Server server(&answer, &parent);
+  parent.say("up");
+  for (;;) pause();
+  return 0;
+});
+
+// Makes one request per text that it is told, and tells the answer.
+const ChildRole kClient("client", [](Parent& parent) {
+  Client client;
+  for (;;) parent.say(client.ask(parent.hear()).text.value_or("none"));
+  return 0;
+});
+
+// With records that no reader of the channel takes away.
+void fillForAnotherChannel(RawQueue& queue) {
+  RawRecord filler;
+  filler.type = kChannel + 1;
+  while (queue.trySend(filler)) continue;
+}
+
+class ServerProcess : public ChildProcess {
+ public:
+  ServerProcess() : ChildProcess(kServer) { EXPECT_EQ("up", hear()); }
+  void waitUntilTaken() { EXPECT_EQ("taken", hear()); }
+  void release() { say("go on"); }
+};
+
+class PeerLifeTest : public testing::Test {
+ protected:
+  void expectServed(const std::string& text) { EXPECT_TRUE(m_client.ask(text).isProper(text)) << text; }
+  auto asking(const std::string& text) {
+    return Concurrently([this, text] {
+      m_asker = pthread_self();
+      return m_client.ask(text);
+    });
+  }
+  // Breaks the wait of a request that the server has taken.
+  template <typename Call>
+  void interrupt(Call& call) {
+    struct sigaction quiet {};
+    quiet.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &quiet, nullptr);
+    waitUntil("the wait was interrupted", [&] {
+      pthread_kill(m_asker, SIGUSR1);
+      return call.returned();
+    });
+  }
+
+  Client m_client;
+  std::atomic<pthread_t> m_asker{};
+  OutputCapture m_errors{stderr};
+};
+
+TEST_F(PeerLifeTest, AServerThatDiedBeforeTheRequestIsNotAsked) {
+  ServerProcess server;
+  EXPECT_EQ(1, rawLife(kKey));
+  expectServed("while it lives");
+  server.kill();
+  EXPECT_EQ(0, rawLife(kKey));
+  EXPECT_TRUE(m_client.ask("anybody?").isBrokenOff());
+  EXPECT_EQ(0U, RawQueue(kKey).depth());
+  EXPECT_EQ(0, m_client.send("one way"));
+  EXPECT_EQ(1U, RawQueue(kKey).depth());
+}
+
+TEST_F(PeerLifeTest, AFirstRequestToADeadServerReturnsToo) {
+  ServerProcess().kill();
+  EXPECT_TRUE(m_client.ask("anybody?").isBrokenOff());
+}
+
+TEST_F(PeerLifeTest, AServerThatDiesBeforeItTakesTheRequestEndsTheWait) {
+  ServerProcess server;
+  expectServed("first");
+  server.halt();
+  auto call = asking("never taken");
+  waitUntil("the request was sent", [] { return RawQueue(kKey).depth() == 1; });
+  server.kill();
+  EXPECT_TRUE(call.result().isBrokenOff());
+
+  // The successor finds the old request on the queue and answers it; nobody may take that for an answer.
+  const ServerProcess successor;
+  expectServed("second");
+  expectServed("third");
+}
+
+TEST_F(PeerLifeTest, AServerThatDiesAtWorkEndsTheWait) {
+  ServerProcess server;
+  auto call = asking("slow");
+  server.waitUntilTaken();
+  server.kill();
+  EXPECT_TRUE(call.result().isBrokenOff());
+  EXPECT_TRUE(m_client.ask("anybody?").isBrokenOff());
+}
+
+TEST_F(PeerLifeTest, AServerThatIsReplacedAtOnceEndsTheWaitAndItsSuccessorServes) {
+  std::optional<ServerProcess> server(std::in_place);
+  for (const char* text : {"first", "second"}) {
+    auto call = asking("slow");
+    server->waitUntilTaken();
+    server->kill();
+    server.emplace();
+    EXPECT_TRUE(call.result().isBrokenOff());
+    expectServed(text);
+  }
+}
+
+TEST_F(PeerLifeTest, AServerThatDiesWithItsAnswerUnsentEndsTheWait) {
+  ServerProcess server;
+  expectServed("first");
+  // The reply queue is full, so the server keeps trying.
+  RawQueue replies(kKey + 1);
+  fillForAnotherChannel(replies);
+  auto call = asking("answered into a full queue");
+  RawQueue(kKey).waitUntilEmpty();
+  server.kill();
+  replies.discardAll();
+  EXPECT_TRUE(call.result().isBrokenOff());
+}
+
+TEST_F(PeerLifeTest, AServerThatIsStoppedInAnOrderlyWayIsGoneToo) {
+  const auto echo = [](const IpcMessage* request, void*) { return newReply(textOf(request)); };
+  {
+    const Server server(echo);
+    expectServed("first");
+  }
+  EXPECT_TRUE(m_client.ask("anybody?").isBrokenOff());
+  const Server successor(echo);
+  expectServed("second");
+}
+
+TEST_F(PeerLifeTest, ASlowServerIsWaitedFor) {
+  ServerProcess server;
+  auto call = asking("slow but alive");
+  server.waitUntilTaken();
+  std::this_thread::sleep_for(kLongerThanTheWatchNeeds);
+  EXPECT_FALSE(call.returned());
+  server.release();
+  EXPECT_TRUE(call.result().isProper("slow but alive"));
+  expectServed("next");
+}
+
+TEST_F(PeerLifeTest, AnOlderServerThatShowsNoLifeIsWaitedFor) {
+  RawPeer server(kKey);
+  auto call = asking("question");
+  server.nextRequest();
+  std::this_thread::sleep_for(kLongerThanTheWatchNeeds);
+  EXPECT_FALSE(call.returned());
+  server.reply("answer");
+  EXPECT_TRUE(call.result().isProper("answer"));
+  EXPECT_EQ(0U, server.requests.depth());
+}
+
+TEST_F(PeerLifeTest, TheSignOfLifeIsForEveryUser) {
+  const ServerProcess server;
+  semid_ds status{};
+  ASSERT_EQ(0, semctl(semget(kKey, 0, 0), 0, IPC_STAT, &status));
+  EXPECT_EQ(0666, status.sem_perm.mode & 0777);
+}
+
+// --- Late and stale answers
+
+TEST_F(PeerLifeTest, ALateAnswerToAnInterruptedRequestAnswersNoLaterOne) {
+  ServerProcess server;
+  for (const bool answered_before_the_next : {true, false}) {
+    {
+      auto call = asking("slow, interrupted");
+      server.waitUntilTaken();
+      interrupt(call);
+      EXPECT_TRUE(call.result().isBrokenOff());
+    }
+    if (answered_before_the_next) server.release();
+    auto next = asking("next");
+    if (!answered_before_the_next) {
+      waitUntil("the next request was sent", [] { return RawQueue(kKey).depth() > 0; });
+      server.release();
+    }
+    EXPECT_TRUE(next.result().isProper("next"));
+    expectServed("after that");
+  }
+}
+
+TEST_F(PeerLifeTest, AnAnswerToAKilledClientNeverReachesItsSuccessor) {
+  ServerProcess server;
+  for (const bool answered_before_the_next : {true, false}) {
+    ChildProcess first(kClient);
+    first.say("slow, asked by the first");
+    server.waitUntilTaken();
+    first.kill();
+    if (answered_before_the_next) {
+      server.release();
+      waitUntil("the stale answer lay there", [] { return RawQueue(kKey + 1).depth() > 0; });
+    }
+    ChildProcess second(kClient);
+    second.say("asked by the second");
+    if (!answered_before_the_next) {
+      waitUntil("the second had sent something", [] { return RawQueue(kKey).depth() > 0; });
+      server.release();
+    }
+    EXPECT_EQ("asked by the second", second.hear());
+    second.say("and again");
+    EXPECT_EQ("and again", second.hear());
+  }
+}
+
+TEST_F(PeerLifeTest, AClientKilledInMidMessageCostsItsSuccessorNothing) {
+  const ServerProcess server;
+  RawQueue(kKey).send(rawRecords(kRawRequest, std::string(3000, 'h'))[0]);
+  expectServed("whole");
+  expectServed("next");
+}
+
+// --- Full queues
+
+TEST_F(PeerLifeTest, ARequestThatAFullQueueDroppedEndsWhileTheServerLives) {
+  ServerProcess server;
+  expectServed("first");
+  server.halt();
+  RawQueue requests(kKey);
+  while (requests.trySend(rawRecord(kRawOneWay, "filler"))) continue;
+  OutputCapture output(stdout);
+  auto call = asking("dropped");
+  waitUntil("the request was dropped",
+            [&] { return occurrences(output.text(), "resend msgsnd EAGAIN") == IPC_RETRY_COUNT; });
+  server.goOn();
+  EXPECT_TRUE(call.result().isBrokenOff());
+  expectServed("second");
+}
+
+TEST_F(PeerLifeTest, ARequestWhoseAnswerAFullQueueDroppedEndsWhileTheServerLives) {
+  OutputCapture output(stdout);
+  const Server server([](const IpcMessage* request, void*) { return newReply(textOf(request)); });
+  expectServed("first");
+  RawQueue replies(kKey + 1);
+  fillForAnotherChannel(replies);
+  auto call = asking("answer dropped");
+  waitUntil("the answer was dropped",
+            [&] { return occurrences(output.text(), "resend msgsnd EAGAIN") == IPC_RETRY_COUNT; });
+  // The queue stays full beyond the first look after the request, too.
+  std::this_thread::sleep_for(kLongerThanTheWatchNeeds);
+  replies.discardAll();
+  EXPECT_TRUE(call.result().isBrokenOff());
+  expectServed("second");
+}
+
+}  // namespace
+}  // namespace hbbtv_ryn::test
