@@ -1,0 +1,76 @@
+#!/usr/bin/env python3
+"""Runs clang-tidy over the project's sources in a build tree's compile_commands.json.
+
+A source that passed is looked at again only when it, a header of the project that it includes, its compile
+command or a .clang-tidy file has changed. Exit code: 0 all pass, 1 findings, 2 usage.
+
+Usage: cmake/lint.py BUILD
+"""
+import concurrent.futures
+import hashlib
+import json
+import os
+import pathlib
+import re
+import shlex
+import subprocess
+import sys
+
+PROJECT = pathlib.Path(__file__).resolve().parent.parent
+
+
+def project_files_read_by(entry):
+    """What the preprocessor reads for a source, as far as it is the project's own."""
+    command = shlex.split(entry["command"])
+    if pathlib.Path(command[0]).name == "ccache":
+        command = command[1:]
+    output = command.index("-o")
+    command[output:output + 2] = ["-MM"]
+    command.remove("-c")
+    rule = subprocess.run(command, cwd=entry["directory"], capture_output=True, text=True, check=True).stdout
+    names = rule.split(":", 1)[1].replace("\\\n", " ").split()
+    return sorted(path for path in (pathlib.Path(entry["directory"], name).resolve() for name in names)
+                  if path.is_relative_to(PROJECT))
+
+
+def fingerprint(entry, configurations):
+    digest = hashlib.sha256(entry["command"].encode())
+    for path in project_files_read_by(entry) + configurations:
+        digest.update(path.read_bytes())
+    return digest.hexdigest()
+
+
+def lint(entry, build, configurations):
+    """The findings in a source; empty when it passes."""
+    source = pathlib.Path(entry["file"])
+    stamp = build / "lint" / source.relative_to(PROJECT)
+    current = fingerprint(entry, configurations)
+    if stamp.exists() and stamp.read_text() == current:
+        return ""
+    result = subprocess.run(["clang-tidy", "-quiet", f"-p={build}", source], capture_output=True, text=True)
+    if result.returncode != 0:
+        return result.stdout + re.sub(r"^\d+ warnings? .*\n", "", result.stderr, flags=re.MULTILINE)
+    stamp.parent.mkdir(parents=True, exist_ok=True)
+    stamp.write_text(current)
+    return ""
+
+
+def main():
+    if len(sys.argv) != 2 or sys.argv[1] == "--help":
+        print(__doc__, file=sys.stdout if sys.argv[1:] == ["--help"] else sys.stderr)
+        return 0 if sys.argv[1:] == ["--help"] else 2
+    build = pathlib.Path(sys.argv[1]).resolve()
+    # Objects of the library stand once in the list, whatever links them; a source of two programs twice.
+    entries = {entry["file"]: entry for entry in json.loads((build / "compile_commands.json").read_text())
+               if pathlib.Path(entry["file"]).is_relative_to(PROJECT)
+               and not pathlib.Path(entry["file"]).is_relative_to(build)}
+    configurations = sorted(path for path in PROJECT.glob("**/.clang-tidy") if "build" not in path.parts)
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        findings = list(filter(None, pool.map(lambda entry: lint(entry, build, configurations),
+                                              entries.values())))
+    print("".join(findings), end="")
+    print(f"clang-tidy: {len(entries)} sources, {len(findings)} with findings")
+    return 1 if findings else 0
+
+
+sys.exit(main())
