@@ -10,6 +10,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <filesystem>
@@ -23,7 +24,7 @@
 namespace bench {
 namespace {
 
-// A flood whose every fifteenth record waits for 100 ms takes two minutes and a half.
+// A flood that waits for 100 ms with every fifteenth record takes two minutes and a half.
 constexpr unsigned kRunSeconds = 300;
 constexpr int kFailed = 1;
 
@@ -33,19 +34,12 @@ void writeSetting(const char* path, const std::string& value) {
   if (!file) throw std::runtime_error(std::string("cannot write ") + path);
 }
 
-/// Memory that lives as long as the runs and is seen by all their processes.
-class SharedMemory {
- public:
-  SharedMemory()
-      : memory_(
-            mmap(nullptr, sizeof(SharedPage), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)) {
-    if (memory_ == MAP_FAILED) check(-1, "mmap");
-  }
-  SharedPage& renew() { return *new (memory_) SharedPage; }
-
- private:
-  void* memory_;
-};
+SharedPage* mapPage() {
+  void* memory =
+      mmap(nullptr, sizeof(SharedPage), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  if (memory == MAP_FAILED) check(-1, "mmap");
+  return new (memory) SharedPage;
+}
 
 void pin(int cpu) {
   cpu_set_t set;
@@ -143,35 +137,43 @@ void enterPrivateNamespace() {
   writeSetting("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
 }
 
-Run runPair(const Row& row, const Conditions& conditions, const Amount& amount,
-            const std::string& directory) {
-  static SharedMemory memory;
-  SharedPage& page = memory.renew();
-  const std::string own_directory = directory + "/run";
-  std::filesystem::create_directory(own_directory);
-
-  const pid_t sender = check(fork(), "fork");
-  if (sender == 0) {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    alarm(kRunSeconds);
-    int result = 0;
-    try {
-      runSender(row, conditions, amount, own_directory, page);
-    } catch (const std::exception& error) {
-      std::cerr << row.name << ": " << error.what() << '\n';
-      result = kFailed;
-    }
-    _exit(result);
+PairRun::PairRun(const Row& row, const Conditions& conditions, const Amount& amount,
+                 const std::string& directory)
+    : row_(row), conditions_(conditions), directory_(directory + "/XXXXXX"), page_(mapPage()) {
+  if (mkdtemp(directory_.data()) == nullptr) check(-1, "mkdtemp");
+  sender_ = check(fork(), "fork");
+  if (sender_ != 0) return;
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  alarm(kRunSeconds);
+  int result = 0;
+  try {
+    runSender(row_, conditions_, amount, directory_, *page_);
+  } catch (const std::exception& error) {
+    std::cerr << row_.name << ": " << error.what() << '\n';
+    result = kFailed;
   }
-  int status = 0;
-  check(waitpid(sender, &status, 0), "waitpid");
-  std::filesystem::remove_all(own_directory);
+  _exit(result);
+}
 
+PairRun::~PairRun() {
+  if (sender_ != 0) {
+    kill(sender_, SIGKILL);
+    waitpid(sender_, nullptr, 0);
+  }
+  std::error_code ignored;
+  std::filesystem::remove_all(directory_, ignored);
+  munmap(page_, sizeof(SharedPage));
+}
+
+Run PairRun::finish() {
+  int status = 0;
+  check(waitpid(sender_, &status, 0), "waitpid");
+  sender_ = 0;
   Run run;
   if (status != 0) run.failure = describeEnd(status);
-  run.outcome = page.outcome;
-  run.samples.assign(page.samples.begin(),
-                     page.samples.begin() + static_cast<std::ptrdiff_t>(page.sample_count));
+  run.outcome = page_->outcome;
+  run.samples.assign(page_->samples.begin(),
+                     page_->samples.begin() + static_cast<std::ptrdiff_t>(page_->sample_count));
   return run;
 }
 

@@ -32,9 +32,29 @@ struct Run {
 /// @throws std::system_error when the kernel refuses.
 void enterPrivateNamespace();
 
-/// @param directory  an existing directory for sockets.
-Run runPair(const Row& row, const Conditions& conditions, const Amount& amount,
-            const std::string& directory);
+/// A run from its start to its end. Several may be under way at once.
+class PairRun {
+ public:
+  /// Starts the processes.
+  /// @param directory  where to make a directory for the sockets of this run.
+  PairRun(const Row& row, const Conditions& conditions, const Amount& amount, const std::string& directory);
+  PairRun(const PairRun&) = delete;
+  PairRun& operator=(const PairRun&) = delete;
+  ~PairRun();
+
+  /// Waits for the end. To be called once.
+  Run finish();
+
+  [[nodiscard]] const Row& row() const { return row_; }
+  [[nodiscard]] const Conditions& conditions() const { return conditions_; }
+
+ private:
+  const Row& row_;
+  Conditions conditions_;
+  std::string directory_;
+  SharedPage* page_;
+  pid_t sender_ = 0;
+};
 
 }  // namespace bench
 

@@ -1,7 +1,5 @@
 #include "peer_transport.h"
 
-#include <utility>
-
 namespace bench {
 namespace {
 
@@ -11,13 +9,13 @@ class Peer final : public Transport {
 
   void receive(Work work, SharedPage& page) override {
     const bool is_request = work == Work::kRoundTrip || work == Work::kSweep;
-    link_->openReceiver();
-    page.receiverIsReady();
-    link_->serve([&](const std::string& message, std::string& reply) {
+    link_->open([this, is_request, &page](const std::string& message, std::string& reply) {
       const bool has_reply = answer(text_, is_request, message, reply);
       page.arrived();
       return has_reply;
     });
+    page.receiverIsReady();
+    link_->serve();
   }
 
   void startSender(Work) override { link_->openSender(); }
@@ -45,12 +43,12 @@ void SymmetricLink::exchange(const std::string& request, std::string& reply) {
   receive(reply);
 }
 
-void SymmetricLink::serve(const Responder& respond) {
+void SymmetricLink::serve() {
   std::string message;
   std::string reply;
   for (;;) {
     receive(message);
-    if (respond(message, reply)) send(reply);
+    if (respond_(message, reply)) send(reply);
   }
 }
 

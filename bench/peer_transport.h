@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "message.h"
 #include "transport.h"
@@ -23,15 +24,27 @@ class Link {
   Link& operator=(const Link&) = delete;
   virtual ~Link() = default;
 
-  virtual void openReceiver() = 0;
+  /// In the receiver: from now on messages reach it.
+  void open(Responder respond) {
+    respond_ = std::move(respond);
+    openReceiver();
+  }
+  /// In the receiver: serves messages for ever.
+  virtual void serve() = 0;
+
+  /// In the sender.
   virtual void openSender() = 0;
   /// Waits for an answer.
   virtual void exchange(const std::string& request, std::string& reply) = 0;
   /// Returns as soon as the message is on its way; waits while there is no room.
   virtual void post(const std::string& message) = 0;
-  /// Serves messages for ever.
-  virtual void serve(const Responder& respond) = 0;
+
   [[nodiscard]] virtual pid_t helper() const { return 0; }
+
+ protected:
+  virtual void openReceiver() = 0;
+
+  Responder respond_;
 };
 
 /// A link on which both ends send and receive alike.
@@ -39,7 +52,7 @@ class SymmetricLink : public Link {
  public:
   void exchange(const std::string& request, std::string& reply) final;
   void post(const std::string& message) final { send(message); }
-  void serve(const Responder& respond) final;
+  void serve() final;
 
  protected:
   virtual void send(const std::string& text) = 0;
@@ -49,6 +62,7 @@ class SymmetricLink : public Link {
 
 std::unique_ptr<Transport> makePeer(std::unique_ptr<Link> link, Text text);
 
+std::unique_ptr<Link> makeChannel();
 std::unique_ptr<Link> makeRawQueue();
 std::unique_ptr<Link> makePosixMq();
 std::unique_ptr<Link> makeSeqpacket();

@@ -117,7 +117,8 @@ void printFlood(std::ostream& out, const Results& results, bool pinned) {
   for (const Series* series : results.select(Work::kFlood, pinned)) {
     const Outcome& outcome = series->runs.front().outcome;
     title(out, series->row->title);
-    cell(out, series->row->system_v ? std::to_string(series->conditions.queue_bytes) : "-", 10);
+    cell(out, series->row->queue != Queue::kOther ? std::to_string(series->conditions.queue_bytes) : "-",
+         10);
     cell(out, std::to_string(outcome.messages), 10);
     cell(out, fixed(outcome.seconds, 3), 10);
     cell(out, fixed(static_cast<double>(outcome.messages - outcome.lost) / outcome.seconds, 0), 10);

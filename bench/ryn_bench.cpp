@@ -2,14 +2,17 @@
 #include <sys/utsname.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <memory>
 #include <stdexcept>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "check.h"
 #include "options.h"
@@ -26,6 +29,12 @@ constexpr int kWrongUse = 2;
 // flood's to show, so the sweep has room.
 constexpr int kSweepQueueBytes = 65536;
 constexpr int kFloodQueueBytes[] = {kDefaultQueueBytes, 65536, 1048576};
+
+// A sender that sleeps on a small queue works for less than a millisecond of every hundred, and a flood
+// takes it a minute: those runs are made together, a fraction of a pause apart so that their work does
+// not coincide.
+constexpr int kLargestTogether = 65536;
+constexpr std::chrono::milliseconds kBetweenStarts{13};
 
 /// For sockets; removed with its content.
 class TemporaryDirectory {
@@ -70,30 +79,49 @@ class Schedule {
     for (const bool pinned : options_.pinned) {
       for (const Row* row : order) {
         const int queue = work == Work::kSweep ? kSweepQueueBytes : kDefaultQueueBytes;
-        runOnce(*row, {work, pinned, options_.cpu, queue}, results);
+        finish(*start(*row, {work, pinned, options_.cpu, queue}), results);
       }
     }
   }
 
   void runFloods(Results& results) {
+    std::vector<std::unique_ptr<PairRun>> together;
     for (const bool pinned : options_.pinned) {
       for (const Row* row : options_.rows) {
-        for (const int queue : kFloodQueueBytes) {
-          runOnce(*row, {Work::kFlood, pinned, options_.cpu, queue}, results);
-          if (!row->system_v) break;
+        for (const int bytes : kFloodQueueBytes) {
+          const Conditions conditions{Work::kFlood, pinned, options_.cpu, bytes};
+          if (row->queue == Queue::kSystemVSleeping && bytes <= kLargestTogether) continue;
+          finish(*start(*row, conditions), results);
+          if (row->queue == Queue::kOther) break;
         }
       }
     }
+    for (const bool pinned : options_.pinned) {
+      for (const Row* row : options_.rows) {
+        if (row->queue != Queue::kSystemVSleeping) continue;
+        for (const int bytes : kFloodQueueBytes) {
+          if (bytes > kLargestTogether) continue;
+          together.push_back(start(*row, {Work::kFlood, pinned, options_.cpu, bytes}));
+          std::this_thread::sleep_for(kBetweenStarts);
+        }
+      }
+    }
+    for (const auto& run : together) finish(*run, results);
   }
 
-  void runOnce(const Row& row, const Conditions& conditions, Results& results) {
-    Run run = runPair(row, conditions, options_.amount, directory_.name());
+  std::unique_ptr<PairRun> start(const Row& row, const Conditions& conditions) {
+    return std::make_unique<PairRun>(row, conditions, options_.amount, directory_.name());
+  }
+
+  void finish(PairRun& pair, Results& results) {
+    Run run = pair.finish();
     if (run.failure.empty()) {
-      results.add(row, conditions, std::move(run));
+      results.add(pair.row(), pair.conditions(), std::move(run));
       return;
     }
-    std::cerr << "ryn_bench: " << nameOf(conditions.work) << ", " << nameOfMode(conditions.pinned) << ", "
-              << row.name << ": " << run.failure << '\n';
+    std::cerr << "ryn_bench: " << nameOf(pair.conditions().work) << ", "
+              << nameOfMode(pair.conditions().pinned) << ", " << pair.row().name << ": " << run.failure
+              << '\n';
     all_worked_ = false;
   }
 

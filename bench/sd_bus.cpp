@@ -45,9 +45,7 @@ class SdBus : public Link {
     checkErrno(sd_bus_flush(bus_), "sd_bus_flush");
   }
 
-  void serve(const Responder& respond) final {
-    respond_ = &respond;
-    checkErrno(sd_bus_add_object(bus_, nullptr, kPath, &SdBus::onMessage, this), "sd_bus_add_object");
+  void serve() final {
     for (;;) {
       const int worked = checkErrno(sd_bus_process(bus_, nullptr), "sd_bus_process");
       if (failure_) std::rethrow_exception(failure_);
@@ -59,6 +57,11 @@ class SdBus : public Link {
 
  protected:
   explicit SdBus(const char* destination) : destination_(destination) {}
+
+  void addObject() {
+    checkErrno(sd_bus_add_object(bus_, nullptr, kPath, &SdBus::onMessage, this), "sd_bus_add_object");
+  }
+
   sd_bus* bus_ = nullptr;
 
  private:
@@ -76,7 +79,7 @@ class SdBus : public Link {
     try {
       const char* text = nullptr;
       checkErrno(sd_bus_message_read(message, "s", &text), "sd_bus_message_read");
-      if ((*link.respond_)(text, link.reply_)) {
+      if (link.respond_(text, link.reply_)) {
         checkErrno(sd_bus_reply_method_return(message, "s", link.reply_.c_str()),
                    "sd_bus_reply_method_return");
       }
@@ -87,7 +90,6 @@ class SdBus : public Link {
   }
 
   const char* destination_;
-  const Responder* respond_ = nullptr;
   std::exception_ptr failure_;
   std::string reply_;
 };
@@ -101,17 +103,18 @@ class PeerToPeer final : public SdBus {
   }
 
   void openReceiver() override {
-    open(sockets_[0]);
+    use(sockets_[0]);
     checkErrno(sd_bus_set_server(bus_, 1, id_), "sd_bus_set_server");
+    addObject();
     checkErrno(sd_bus_start(bus_), "sd_bus_start");
   }
   void openSender() override {
-    open(sockets_[1]);
+    use(sockets_[1]);
     checkErrno(sd_bus_start(bus_), "sd_bus_start");
   }
 
  private:
-  void open(int socket) {
+  void use(int socket) {
     checkErrno(sd_bus_new(&bus_), "sd_bus_new");
     checkErrno(sd_bus_set_fd(bus_, socket, socket), "sd_bus_set_fd");
   }
@@ -138,10 +141,11 @@ class ThroughDaemon final : public SdBus {
   }
 
   void openReceiver() override {
-    open();
+    connect();
+    addObject();
     checkErrno(sd_bus_request_name(bus_, kBusName, 0), "sd_bus_request_name");
   }
-  void openSender() override { open(); }
+  void openSender() override { connect(); }
   [[nodiscard]] pid_t helper() const override { return daemon_; }
 
  private:
@@ -169,7 +173,7 @@ class ThroughDaemon final : public SdBus {
     throw std::runtime_error("dbus-daemon (package dbus-daemon) does not start: " + said.str());
   }
 
-  void open() {
+  void connect() {
     checkErrno(sd_bus_new(&bus_), "sd_bus_new");
     checkErrno(sd_bus_set_address(bus_, address_.c_str()), "sd_bus_set_address");
     checkErrno(sd_bus_set_bus_client(bus_, 1), "sd_bus_set_bus_client");

@@ -19,11 +19,11 @@ class ZeroMq final : public SymmetricLink {
   explicit ZeroMq(const std::string& directory) : address_("ipc://" + directory + "/zeromq") {}
 
   void openReceiver() override {
-    open();
+    makeSocket();
     checkZeroMq(zmq_bind(socket_, address_.c_str()), "zmq_bind");
   }
   void openSender() override {
-    open();
+    makeSocket();
     checkZeroMq(zmq_connect(socket_, address_.c_str()), "zmq_connect");
   }
 
@@ -38,7 +38,7 @@ class ZeroMq final : public SymmetricLink {
 
  private:
   // Its threads do not survive a fork, so it starts in each process. Both end by _exit() or a signal.
-  void open() {
+  void makeSocket() {
     socket_ = zmq_socket(zmq_ctx_new(), ZMQ_PAIR);
     if (socket_ == nullptr) checkZeroMq(-1, "zmq_socket");
   }

@@ -3,7 +3,7 @@
 #include <hbbtv_ryn/ipc.h>
 
 #include <algorithm>
-#include <cmath>
+#include <tuple>
 #include <utility>
 
 namespace bench {
@@ -82,8 +82,9 @@ std::vector<const Series*> Results::select(Work work, bool pinned) const {
   for (const Series& series : series_) {
     if (series.conditions.work == work && series.conditions.pinned == pinned) selected.push_back(&series);
   }
-  std::stable_sort(selected.begin(), selected.end(),
-                   [](const Series* a, const Series* b) { return a->row < b->row; });
+  std::sort(selected.begin(), selected.end(), [](const Series* a, const Series* b) {
+    return std::tie(a->row, a->conditions.queue_bytes) < std::tie(b->row, b->conditions.queue_bytes);
+  });
   return selected;
 }
 

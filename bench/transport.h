@@ -50,14 +50,23 @@ class Transport {
   [[nodiscard]] virtual pid_t helper() const { return 0; }
 };
 
+/// What a sender does when there is no room for its message.
+enum class Queue {
+  kSystemV,          ///< waits in the kernel; kernel.msgmnb says how much room there is
+  kSystemVSleeping,  ///< sleeps and tries again, as the library does
+  kOther,            ///< waits; kernel.msgmnb does not matter
+};
+
 /// One row of the tables.
 struct Row {
   const char* name;   ///< on the command line and in the CSV files
   const char* title;  ///< in tables and plots
-  bool system_v;      ///< is governed by kernel.msgmnb
+  Queue queue;
   /// @param directory  an empty directory of this run, for sockets.
   std::unique_ptr<Transport> (*make)(const std::string& directory);
 };
+
+std::unique_ptr<Transport> makeLibrary(const std::string& directory);
 
 /// All rows, in the order of the tables.
 const std::vector<Row>& rows();
