@@ -33,6 +33,7 @@ sweep = csv."/sweep.csv"
 results = csv."/results.csv"
 is_row(i) = strcol(1) eq mode && strcol(2) eq names[i]
 is_times(i) = strcol(2) eq mode && strcol(4) eq names[i] && strcol(6) eq "times_limit"
+times(i, n) = is_times(i) ? column(n) : NaN
 
 do for [mode in "pinned free"] {
   where = mode eq "pinned" ? "both processes on one core" : "unpinned"
@@ -71,12 +72,12 @@ do for [mode in "pinned free"] {
     set ytics ()
     do for [row in rows] { set ytics add (titles[int(row)] int(row)) }
     set style fill solid 0.85 noborder
-    plot for [row in rows] results \
-        using (is_times(int(row)) ? $7 / 2 : NaN):(int(row)):($7 / 2):(0.36) \
+    plot for [row in rows] results using (times(int(row), 7) / 2):(int(row)):(times(int(row), 7) / 2):(0.36) \
         with boxxyerror linecolor rgb colours[int(row)], \
-      for [row in rows] results using (is_times(int(row)) ? $7 : NaN):(int(row)):8:9 \
+      for [row in rows] results \
+        using (times(int(row), 7)):(int(row)):(times(int(row), 8)):(times(int(row), 9)) \
         with xerrorbars pointtype 0 linewidth 1.2 linecolor rgb "#333333", \
-      for [row in rows] results using (is_times(int(row)) ? $9 : NaN):(int(row)):(sprintf("  %.2f", $7)) \
+      for [row in rows] results using (times(int(row), 9)):(int(row)):(sprintf("  %.2f", $7)) \
         with labels left
     set key
     set ytics autofreq

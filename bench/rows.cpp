@@ -20,6 +20,7 @@ const std::vector<Row>& rows() {
   constexpr Queue kSleeping = Queue::kSystemVSleeping;
   constexpr Queue kOther = Queue::kOther;
   static const std::vector<Row> all = {
+      {"library", "library", kSleeping, makeLibrary},
       {"channel", "library's channel, no JSON", kSleeping, peer<makeChannel, Text::kPlain>},
       {"raw", "raw queue, no JSON", kSystemV, peer<makeRawQueue, Text::kPlain>},
       {"raw-floor", "raw queue, StyledWriter", kSystemV, peer<makeRawQueue, Text::kFloor>},
