@@ -7,8 +7,8 @@
 #include <valgrind/callgrind.h>
 
 #include <chrono>
-#include <cstdio>
 #include <cstring>
+#include <iostream>
 #include <thread>
 
 namespace {
@@ -74,9 +74,12 @@ int plugin() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc == 2 && std::strcmp(argv[1], "count") == 0) return std::printf("%d\n", kCounted) > 0 ? 0 : kFailed;
+  if (argc == 2 && std::strcmp(argv[1], "count") == 0) {
+    std::cout << kCounted << '\n';
+    return 0;
+  }
   if (argc == 2 && std::strcmp(argv[1], "browser") == 0) return browser();
   if (argc == 2 && std::strcmp(argv[1], "plugin") == 0) return plugin();
-  std::fputs("Usage: instruction_scenario browser|plugin|count\nSee bench/instruction_guard.sh.\n", stderr);
+  std::cerr << "Usage: instruction_scenario browser|plugin|count\nSee bench/instruction_guard.sh.\n";
   return kWrongUse;
 }

@@ -23,6 +23,7 @@ void onGetVisible(int appid, int orgid, bool* visible) {
   g_page->arrived();
 }
 
+// The slot takes its string by value.  NOLINTNEXTLINE(performance-unnecessary-value-param)
 int onSetStatus(std::string status) {
   g_page->arrived();
   return status.empty() ? -1 : 0;

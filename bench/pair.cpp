@@ -57,7 +57,7 @@ class OutputCatcher {
   }
 
   [[nodiscard]] std::uint64_t fullQueuePauses() const {
-    std::fflush(stdout);
+    check(std::fflush(stdout), "fflush");
     std::string text(static_cast<std::size_t>(check(lseek(file_, 0, SEEK_END), "lseek")), '\0');
     check(pread(file_, text.data(), text.size(), 0), "pread");
     std::uint64_t pauses = 0;

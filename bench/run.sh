@@ -7,8 +7,9 @@ usage() {
 Usage: bench/run.sh [--docs] [BUILD_DIR] [-- RYN_BENCH_OPTIONS]
 
 Runs BUILD_DIR/bin/ryn_bench (default build/bench) and writes its table, CSV files
-and plots to BUILD_DIR/report. With --docs the plots that docs/performance.md shows
-are copied to docs/performance.
+and plots to BUILD_DIR/report. With --docs the table is also put into
+docs/performance.md and the plots that it shows into docs/performance: do that on a
+machine that does nothing else.
 TEXT
 }
 
@@ -51,5 +52,15 @@ if [ "$docs" = yes ]; then
   for plot in latency-pinned latency-free ratio-pinned sweep-pinned; do
     cp "$report/$plot.svg" "$root/docs/performance/"
   done
+  awk -v table="$report/table.txt" '
+    /<!-- table: end/ { inside = 0 }
+    !inside { print }
+    /<!-- table: begin/ {
+      inside = 1
+      print "```text"
+      while ((getline line < table) > 0) print line
+      print "```"
+    }' "$root/docs/performance.md" >"$report/performance.md"
+  cp "$report/performance.md" "$root/docs/performance.md"
 fi
 echo "Table, CSV files and plots: $report"

@@ -86,27 +86,31 @@ class Schedule {
 
   void runFloods(Results& results) {
     std::vector<std::unique_ptr<PairRun>> together;
-    for (const bool pinned : options_.pinned) {
-      for (const Row* row : options_.rows) {
-        for (const int bytes : kFloodQueueBytes) {
-          const Conditions conditions{Work::kFlood, pinned, options_.cpu, bytes};
-          if (row->queue == Queue::kSystemVSleeping && bytes <= kLargestTogether) continue;
-          finish(*start(*row, conditions), results);
-          if (row->queue == Queue::kOther) break;
-        }
+    for (const auto& [row, conditions] : floods()) {
+      if (row->queue != Queue::kSystemVSleeping || conditions.queue_bytes > kLargestTogether) {
+        finish(*start(*row, conditions), results);
       }
     }
-    for (const bool pinned : options_.pinned) {
-      for (const Row* row : options_.rows) {
-        if (row->queue != Queue::kSystemVSleeping) continue;
-        for (const int bytes : kFloodQueueBytes) {
-          if (bytes > kLargestTogether) continue;
-          together.push_back(start(*row, {Work::kFlood, pinned, options_.cpu, bytes}));
-          std::this_thread::sleep_for(kBetweenStarts);
-        }
+    for (const auto& [row, conditions] : floods()) {
+      if (row->queue == Queue::kSystemVSleeping && conditions.queue_bytes <= kLargestTogether) {
+        together.push_back(start(*row, conditions));
+        std::this_thread::sleep_for(kBetweenStarts);
       }
     }
     for (const auto& run : together) finish(*run, results);
+  }
+
+  [[nodiscard]] std::vector<std::pair<const Row*, Conditions>> floods() const {
+    std::vector<std::pair<const Row*, Conditions>> all;
+    for (const bool pinned : options_.pinned) {
+      for (const Row* row : options_.rows) {
+        for (const int bytes : kFloodQueueBytes) {
+          if (row->queue == Queue::kOther && bytes != kDefaultQueueBytes) continue;
+          all.push_back({row, {Work::kFlood, pinned, options_.cpu, bytes}});
+        }
+      }
+    }
+    return all;
   }
 
   std::unique_ptr<PairRun> start(const Row& row, const Conditions& conditions) {

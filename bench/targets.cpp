@@ -9,37 +9,32 @@ namespace {
 
 struct Target {
   const char* text;
-  Work work;
-  double (*figure)(const Run&);
   const char* over;
   const char* under;
-  bool at_most;
+  double (*figure)(const Run&);
   double limit;
+  Work work;
+  bool at_most;
 };
 
 constexpr bool kAtMost = true;
 constexpr bool kAtLeast = false;
+constexpr auto kTime = medianMicroseconds;
+constexpr auto kSlope = microsecondsPerRecord;
+constexpr Work kTrip = Work::kRoundTrip;
 
 constexpr Target kTargets[] = {
-    {"round trip: library / raw queue, no JSON", Work::kRoundTrip, medianMicroseconds, "library", "raw",
-     kAtMost, 2.9},
-    {"round trip: library / raw queue, StyledWriter", Work::kRoundTrip, medianMicroseconds, "library",
-     "raw-floor", kAtMost, 1.10},
-    {"round trip: POSIX message queue / library", Work::kRoundTrip, medianMicroseconds, "posix-mq",
-     "library", kAtLeast, 1.5},
-    {"round trip: UNIX SOCK_SEQPACKET / library", Work::kRoundTrip, medianMicroseconds, "seqpacket",
-     "library", kAtLeast, 1.5},
-    {"round trip: sd-bus peer to peer / library", Work::kRoundTrip, medianMicroseconds, "sdbus-p2p",
-     "library", kAtLeast, 2.3},
-    {"round trip: ZeroMQ / library", Work::kRoundTrip, medianMicroseconds, "zeromq", "library", kAtLeast,
-     3.8},
-    {"round trip: sd-bus, bus daemon / library", Work::kRoundTrip, medianMicroseconds, "sdbus-daemon",
-     "library", kAtLeast, 5},
-    {"round trip: nng / library", Work::kRoundTrip, medianMicroseconds, "nng", "library", kAtLeast, 6},
-    {"burst rate: library / raw queue, StyledWriter", Work::kBurst, burstRate, "library", "raw-floor",
-     kAtLeast, 0.85},
-    {"time per record: channel / raw queue, no JSON", Work::kSweep, microsecondsPerRecord, "channel", "raw",
-     kAtMost, 1.5},
+    {"round trip: library / raw queue, no JSON", "library", "raw", kTime, 2.9, kTrip, kAtMost},
+    {"round trip: library / raw queue, StyledWriter", "library", "raw-floor", kTime, 1.10, kTrip, kAtMost},
+    {"round trip: POSIX message queue / library", "posix-mq", "library", kTime, 1.5, kTrip, kAtLeast},
+    {"round trip: UNIX SOCK_SEQPACKET / library", "seqpacket", "library", kTime, 1.5, kTrip, kAtLeast},
+    {"round trip: sd-bus peer to peer / library", "sdbus-p2p", "library", kTime, 2.3, kTrip, kAtLeast},
+    {"round trip: ZeroMQ / library", "zeromq", "library", kTime, 3.8, kTrip, kAtLeast},
+    {"round trip: sd-bus, bus daemon / library", "sdbus-daemon", "library", kTime, 5, kTrip, kAtLeast},
+    {"round trip: nng / library", "nng", "library", kTime, 6, kTrip, kAtLeast},
+    {"burst rate: library / raw queue, StyledWriter", "library", "raw-floor", burstRate, 0.85, Work::kBurst,
+     kAtLeast},
+    {"time per record: channel / raw queue, no JSON", "channel", "raw", kSlope, 1.5, Work::kSweep, kAtMost},
 };
 
 // A single small block more or less in the allocator's caches, over thousands of messages, is no growth.
@@ -65,12 +60,17 @@ std::optional<Spread> heapGrowthPerMessage(const Results& results) {
 std::vector<Judgement> judge(const Results& results) {
   std::vector<Judgement> judgements;
   for (const Target& target : kTargets) {
-    judgements.push_back({target.text, target.at_most, target.limit,
-                          ratio(results.find(target.over, target.work, true),
-                                results.find(target.under, target.work, true), target.figure)});
+    const Series* over = results.find(target.over, target.work, true);
+    Judgement judgement{target.text, target.at_most, target.limit,
+                        ratio(over, results.find(target.under, target.work, true), target.figure),
+                        std::nullopt};
+    if (target.under == std::string("library")) {
+      judgement.within_reach = ratio(over, results.find("raw-floor", target.work, true), target.figure);
+    }
+    judgements.push_back(judgement);
   }
   judgements.push_back(
-      {"heap: bytes left per message", kAtMost, kHeapLimit, heapGrowthPerMessage(results)});
+      {"heap: bytes left per message", kAtMost, kHeapLimit, heapGrowthPerMessage(results), std::nullopt});
   return judgements;
 }
 
@@ -82,7 +82,11 @@ void printJudgements(std::ostream& out, const std::vector<Judgement>& judgements
         << std::setprecision(2) << std::setw(8) << judgement.measured->median << "  ["
         << judgement.measured->low << " .. " << judgement.measured->high << "]  target "
         << (judgement.at_most ? "at most " : "at least ") << judgement.limit << "  "
-        << (judgement.met() ? "met" : "MISSED") << '\n';
+        << (judgement.met() ? "met" : "MISSED");
+    if (judgement.within_reach && !judgement.met()) {
+      out << " (raw queue, StyledWriter: " << judgement.within_reach->median << ')';
+    }
+    out << '\n';
   }
   out << '\n';
 }

@@ -17,6 +17,9 @@ struct Judgement {
   bool at_most;  ///< else at least
   double limit;
   std::optional<Spread> measured;  ///< nothing when a row of the ratio did not run
+  /// The same with the raw queue and StyledWriter in the library's place: what is within reach of any
+  /// library on this machine, whose kernel has its own price of a message.
+  std::optional<Spread> within_reach;
 
   [[nodiscard]] bool met() const {
     return measured && (at_most ? measured->median <= limit : measured->median >= limit);
