@@ -112,7 +112,7 @@ TEST(DeadServerTest, ALongRequestIsNotPressedUponAFullQueueWhoseServerDies) {
   ASSERT_EQ("up", browser.hear());
   PluginEndpoint plugin;
   ASSERT_TRUE(plugin.isAnswered(1));
-  browser.signal(SIGSTOP);
+  browser.halt();
   RawQueue requests(kRequestKey);
   while (requests.trySend(rawRecord(kRawOneWay, "filler"))) continue;
   OutputCapture output(stdout);

@@ -66,11 +66,11 @@ class ChildProcess {
   /// Halts every thread of the child, and returns when they stand still; goOn() lets them run again.
   void halt() const;
   void goOn() const;
+  /// Sends a signal and returns at once.
+  void signal(int signal) const;
   pid_t pid() const { return m_pid; }
 
  private:
-  void signal(int signal) const;
-
   int m_socket = -1;
   pid_t m_pid = -1;
 };
