@@ -75,6 +75,8 @@ std::vector<Judgement> judge(const Results& results) {
 }
 
 void printJudgements(std::ostream& out, const std::vector<Judgement>& judgements) {
+  const auto ran = [](const Judgement& judgement) { return judgement.measured.has_value(); };
+  if (std::none_of(judgements.begin(), judgements.end(), ran)) return;
   out << "Targets (pinned, medians over the rounds)\n";
   for (const Judgement& judgement : judgements) {
     if (!judgement.measured) continue;
