@@ -44,16 +44,19 @@ struct IpcClient {
   int unanswered = 0;
   // Whether both queues are known to hold nothing of an earlier process's or a dead server's exchange.
   bool in_step = false;
+  // For every record that is sent or received; made by the first send.
+  MallocPtr<IpcRecord> record;
   ReplyWatch watch;
 
   bool openQueues();
   int sendOneWay(const IpcMessage& message);
-  // Sends a request and joins its answer, of any kind. Text and record buffers are made on the way.
-  int exchange(const IpcMessage& request, MallocPtr<IpcRecord>* record, JoinedText* text);
+  // Sends a request and joins its answer, of any kind, whose final record is then in `record`.
+  int exchange(const IpcMessage& request, JoinedText* text);
 
  private:
+  bool makeRecord();
   bool restoreOrder();
-  int awaitAnswer(IpcRecord* record, JoinedText* text);
+  int awaitAnswer(JoinedText* text);
   void onLostAnswer(bool server_died);
 };
 
@@ -71,12 +74,22 @@ bool IpcClient::openQueues() {
 int IpcClient::sendOneWay(const IpcMessage& message) {
   if (!openQueues()) return -3;
   if (isTooLong(message)) return -1;
-  return ipc_snd_internal(request_queue, channel, chunk_size, &message, IPC_KIND_ONEWAY) == 0 ? 0 : -1;
+  if (!makeRecord()) return -1;
+  const int sent = hbbtv_ryn::sendMessage(request_queue, channel, chunk_size, &message, IPC_KIND_ONEWAY,
+                                          record.get(), nullptr);
+  return sent == 0 ? 0 : -1;
 }
 
-int IpcClient::exchange(const IpcMessage& request, MallocPtr<IpcRecord>* record, JoinedText* text) {
+bool IpcClient::makeRecord() {
+  if (!record) record = hbbtv_ryn::newRecord(chunk_size);
+  return record != nullptr;
+}
+
+int IpcClient::exchange(const IpcMessage& request, JoinedText* text) {
+  if (!makeRecord()) return -4;
   if (!watch.mayRead() || !restoreOrder()) return -1;
-  if (hbbtv_ryn::sendMessage(request_queue, channel, chunk_size, &request, IPC_KIND_REQUEST, &watch) != 0) {
+  if (hbbtv_ryn::sendMessage(request_queue, channel, chunk_size, &request, IPC_KIND_REQUEST, record.get(),
+                             &watch) != 0) {
     // The beginning of the request may be on the queue. A fence ends it, so that the successor of a dead
     // server does not join a one-way message to it.
     in_step = false;
@@ -84,9 +97,8 @@ int IpcClient::exchange(const IpcMessage& request, MallocPtr<IpcRecord>* record,
     return -1;
   }
   ++unanswered;
-  *record = hbbtv_ryn::newRecord(chunk_size);
-  if (!*record || !text->allocate(chunk_size)) return -4;
-  return awaitAnswer(record->get(), text);
+  if (!text->allocate(chunk_size)) return -4;
+  return awaitAnswer(text);
 }
 
 // Makes sure that the next answer on the reply queue is the answer to the next request.
@@ -112,12 +124,12 @@ bool IpcClient::restoreOrder() {
   return true;
 }
 
-int IpcClient::awaitAnswer(IpcRecord* record, JoinedText* text) {
+int IpcClient::awaitAnswer(JoinedText* text) {
   const FenceToken token = watch.newToken();
   if (watch.begin(request_queue, reply_queue, token) == ReplyWatch::Start::kNoThread) return -4;
   int result = -1;
   bool lost = false;
-  while (hbbtv_ryn::receiveMessage(reply_queue, channel, chunk_size, record, text) == 0) {
+  while (hbbtv_ryn::receiveMessage(reply_queue, channel, chunk_size, record.get(), text) == 0) {
     FenceToken arrived;
     if (hbbtv_ryn::readFence(*record, &arrived)) {
       lost = arrived == token;
@@ -153,10 +165,10 @@ int sendSync(IpcClient* client, const IpcMessage* request, Deliver deliver) {
   const std::lock_guard<std::mutex> guard(client->lock);
   if (!client->openQueues()) return -3;
   if (isTooLong(*request)) return -1;
-  MallocPtr<IpcRecord> record;
   JoinedText text;
-  const int result = client->exchange(*request, &record, &text);
+  const int result = client->exchange(*request, &text);
   if (result != 0) text.bytes.reset();
+  const IpcRecord* const record = client->record.get();
   const bool proper = result == 0 && record->kind == IPC_KIND_REPLY && record->last == 1;
   deliver(proper, proper ? hbbtv_ryn::reportedLength(*record, &text) : 0, text.bytes);
   return result;

@@ -111,29 +111,27 @@ bool JoinedText::allocate(int chunk_size) {
 }
 
 int sendMessage(int queue_id, long channel, int chunk_size, const IpcMessage* message, int kind,
-                Receiver* receiver) {
+                IpcRecord* record, Receiver* receiver) {
   if (message == nullptr || !isChunkSize(chunk_size) || channel < 0) return -3;
   if (message->length < 0 || (message->text == nullptr && message->length > 0)) return -3;
-  const auto record = newRecord(chunk_size);
-  if (!record) {
-    const int error = errno;
-    std::fprintf(stderr, "malloc failed, errno:%d, strerr:%s\n", error, std::strerror(error));
-    return -4;
-  }
   record->mtype = channel;
   record->kind = kind;
   record->total_length = message->length;
+  record->sequence = 0;
+  record->last = 0;
   record->marker = 1;
+  record->reserved = 0;
   const int full_chunk = chunk_size + 1;
+  const std::size_t payload = recordPayloadBytes(chunk_size);
   for (int sent = 0; record->last == 0;) {
     const int chunk = std::min(full_chunk, message->length - sent);
     if (chunk > 0) std::memcpy(record->data, message->text + sent, static_cast<std::size_t>(chunk));
-    std::memset(record->data + chunk, 0, static_cast<std::size_t>(full_chunk - chunk));
+    std::memset(record->data + chunk, 0, payload - kHeaderBytes - static_cast<std::size_t>(chunk));
     sent += chunk;
     ++record->sequence;
     record->chunk_length = chunk;
     record->last = sent == message->length ? 1 : 0;
-    if (!sendOrDrop(queue_id, *record, recordPayloadBytes(chunk_size), receiver)) return -1;
+    if (!sendOrDrop(queue_id, *record, payload, receiver)) return -1;
   }
   return 0;
 }
@@ -204,7 +202,14 @@ bool readFence(const IpcRecord& record, FenceToken* token) {
 using hbbtv_ryn::isChunkSize;
 
 int ipc_snd_internal(int queue_id, long channel, int chunk_size, const IpcMessage* message, int kind) {
-  return hbbtv_ryn::sendMessage(queue_id, channel, chunk_size, message, kind, nullptr);
+  if (message == nullptr || !isChunkSize(chunk_size) || channel < 0) return -3;
+  const auto record = hbbtv_ryn::newRecord(chunk_size);
+  if (!record) {
+    const int error = errno;
+    std::fprintf(stderr, "malloc failed, errno:%d, strerr:%s\n", error, std::strerror(error));
+    return -4;
+  }
+  return hbbtv_ryn::sendMessage(queue_id, channel, chunk_size, message, kind, record.get(), nullptr);
 }
 
 int ipc_rcv_internal(int queue_id, long channel, int chunk_size, IpcRecord* record, char** text,

@@ -54,10 +54,10 @@ class Receiver {
   ~Receiver() = default;
 };
 
-// ipc_snd_internal() to a receiver that may be gone: asked before each resend to a full queue, it gives the
-// rest of the message up (-1). Null: as ipc_snd_internal().
+// ipc_snd_internal() through the caller's record buffer. A receiver that may be gone is asked before each
+// resend to a full queue, and the rest of the message given up (-1) when it is; null is not asked.
 int sendMessage(int queue_id, long channel, int chunk_size, const IpcMessage* message, int kind,
-                Receiver* receiver);
+                IpcRecord* record, Receiver* receiver);
 
 // ipc_rcv_internal() for a client or server, bounded by kJoinLimit (-4 beyond).
 int receiveMessage(int queue_id, long channel, int chunk_size, IpcRecord* record, JoinedText* text);

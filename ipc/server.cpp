@@ -66,9 +66,9 @@ struct IpcServer {
 
  private:
   enum class Next { kReceive, kStop };
-  Next serve(const IpcRecord& record, JoinedText* text);
+  Next serve(IpcRecord* record, JoinedText* text);
   Next serveOneWay(const IpcMessage& message);
-  void serveRequest(const IpcMessage& request, long reply_channel);
+  void serveRequest(const IpcMessage& request, IpcRecord* record);
   ReplyPtr call(const IpcMessage& message) const;
   void leave();
 };
@@ -93,22 +93,22 @@ void IpcServer::receiveLoop() {
   Next next = Next::kReceive;
   while (next == Next::kReceive) {
     if (hbbtv_ryn::receiveMessage(request_queue, channel, chunk_size, record.get(), &text) == 0) {
-      next = serve(*record, &text);
+      next = serve(record.get(), &text);
     }
   }
 }
 
-IpcServer::Next IpcServer::serve(const IpcRecord& record, JoinedText* text) {
-  if (record.kind == IPC_KIND_STOP) return record.total_length == 0 ? Next::kStop : Next::kReceive;
-  if (record.last != 1) return Next::kReceive;
-  const IpcMessage message{hbbtv_ryn::reportedLength(record, text), text->bytes.get()};
-  if (record.kind == IPC_KIND_ONEWAY) return serveOneWay(message);
+IpcServer::Next IpcServer::serve(IpcRecord* record, JoinedText* text) {
+  if (record->kind == IPC_KIND_STOP) return record->total_length == 0 ? Next::kStop : Next::kReceive;
+  if (record->last != 1) return Next::kReceive;
+  const IpcMessage message{hbbtv_ryn::reportedLength(*record, text), text->bytes.get()};
+  if (record->kind == IPC_KIND_ONEWAY) return serveOneWay(message);
   if (!with_reply) return Next::kReceive;
   hbbtv_ryn::FenceToken token;
-  if (record.kind == IPC_KIND_REQUEST) {
-    serveRequest(message, record.mtype);
-  } else if (hbbtv_ryn::readFence(record, &token)) {
-    hbbtv_ryn::postFence(reply_queue, record.mtype, token);
+  if (record->kind == IPC_KIND_REQUEST) {
+    serveRequest(message, record);
+  } else if (hbbtv_ryn::readFence(*record, &token)) {
+    hbbtv_ryn::postFence(reply_queue, record->mtype, token);
   }
   return Next::kReceive;
 }
@@ -123,9 +123,11 @@ IpcServer::Next IpcServer::serveOneWay(const IpcMessage& message) {
   return std::strncmp(message.text, kExit, sizeof kExit - 1) == 0 ? Next::kStop : Next::kReceive;
 }
 
-void IpcServer::serveRequest(const IpcMessage& request, long reply_channel) {
+// The record is the request's final one, and becomes the reply's.
+void IpcServer::serveRequest(const IpcMessage& request, IpcRecord* record) {
   const auto send = [&](const IpcMessage& reply, int kind) {
-    return ipc_snd_internal(reply_queue, reply_channel, chunk_size, &reply, kind) == 0;
+    return hbbtv_ryn::sendMessage(reply_queue, record->mtype, chunk_size, &reply, kind, record, nullptr) ==
+           0;
   };
   const std::lock_guard<std::mutex> guard(lock);
   const ReplyPtr reply = call(request);
