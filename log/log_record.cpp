@@ -1,6 +1,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -17,14 +18,23 @@ using hbbtv_ryn::writeOut;
 constexpr std::size_t kPrefixBytes = 100;
 constexpr std::size_t kMessageBytes = 2048;
 
+// Set while a thread reads the time zone.
+std::atomic_flag g_reading_time_zone = ATOMIC_FLAG_INIT;
+
+/// localtime() follows a changed time zone and shares its result between threads; localtime_r() does
+/// neither. A thread that finds another one at it goes on with the zone as it was.
+void followTimeZone() {
+  if (g_reading_time_zone.test_and_set(std::memory_order_acquire)) return;
+  tzset();
+  g_reading_time_zone.clear(std::memory_order_release);
+}
+
 /// The head of every line. The level, not the record's type, gives its last word.
 class Prefix {
  public:
   explicit Prefix(int level) {
     const std::time_t now = std::time(nullptr);
-    // localtime() follows a changed time zone and shares its result between threads; localtime_r() does
-    // neither.
-    tzset();
+    followTimeZone();
     std::tm local{};
     localtime_r(&now, &local);
     constexpr int kFirstYear = 1900;
