@@ -1,10 +1,11 @@
 // The browser endpoint's answers to a raw plug-in process.
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <atomic>
 #include <sstream>
 #include <stdexcept>
 
+#include "endpoints/call_log.h"
 #include "endpoints/wire.h"
 #include "hbbtv_ryn/browser.h"
 #include "support/raw_peer.h"
@@ -83,15 +84,11 @@ const Exchange kExchanges[] = {
 };
 
 // The host: each handler notes its call, with what its out-parameters hold on entry, and then answers.
-// The calls run on the receive thread; a test reads them after the answer to a later request.
-std::string g_calls;
+CallLog g_log;
 
 template <typename... Arguments>
 void note(const char* name, Arguments... arguments) {
-  std::ostringstream line;
-  line << name;
-  ((line << ' ' << arguments), ...);
-  g_calls += line.str() + "\n";
+  g_log.note(name, arguments...);
 }
 
 const char* nullness(const void* pointer) {
@@ -185,7 +182,7 @@ ZuntRynBrowserEventCallback recordingHandlers() {
 class BrowserDispatcherTest : public testing::Test {
  protected:
   BrowserDispatcherTest() {
-    g_calls.clear();
+    g_log.take();
     EXPECT_EQ(0, Zunt_RYN_Browser_Initialize());
   }
   ~BrowserDispatcherTest() override {
@@ -224,20 +221,19 @@ TEST_F(BrowserDispatcherTest, WithoutHandlersEveryRequestGetsItsDefaultAnswer) {
 TEST_F(BrowserDispatcherTest, EveryHandlerGetsItsArgumentsAndItsAnswerTravels) {
   serveWith(recordingHandlers());
   for (const auto& exchange : kExchanges) {
-    g_calls.clear();
     if (exchange.reply == kOneWay) {
       tell(exchange.request);
     } else {
       EXPECT_TRUE(sameJson(exchange.reply, ask(exchange.request))) << exchange.request;
     }
-    EXPECT_EQ(exchange.call + std::string("\n"), g_calls);
+    EXPECT_EQ(Calls{exchange.call}, g_log.take());
   }
 }
 
 TEST_F(BrowserDispatcherTest, AOneWayCodeThatIsAskedForAnAnswerHasNone) {
   serveWith(recordingHandlers());
   EXPECT_EQ("", ask(R"({"t":212,"appid":5,"orgid":7})"));
-  EXPECT_EQ("ShowApp 5 7\n", g_calls);
+  EXPECT_EQ(Calls{"ShowApp 5 7"}, g_log.take());
 }
 
 TEST_F(BrowserDispatcherTest, AnswersAreWrittenInTheStyledForm) {
@@ -255,7 +251,8 @@ TEST_F(BrowserDispatcherTest, MissingMembersReadAsZeroAndForeignFormsOfNumbersCo
   ask(R"({"t":209})");
   ask(R"({"t":280})");
   ask(R"(  /* a comment */ {"orgid" : true, "extra":[{}], "appid":5.9, "t":216.0})");
-  EXPECT_EQ("GetVisible 0 0 0\nCreateApp 0 0  0 0\nOpApp_SetStatus \nGetVisible 5 1 0\n", g_calls);
+  EXPECT_EQ((Calls{"GetVisible 0 0 0", "CreateApp 0 0  0 0", "OpApp_SetStatus ", "GetVisible 5 1 0"}),
+            g_log.take());
 }
 
 TEST_F(BrowserDispatcherTest, KeyListsAreCutAtTwentyAndNegativeCountsTravel) {
@@ -270,12 +267,13 @@ TEST_F(BrowserDispatcherTest, KeyListsAreCutAtTwentyAndNegativeCountsTravel) {
   tell(R"({"t":234,"keynum":30)" + keys + "}");
   tell(R"({"t":234,"keynum":2147483647)" + keys + "}");
   tell(R"({"t":234,"keynum":-2)" + keys + "}");
-  const std::string twenty = "SetValue 0 0 0 20: 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20\n";
-  EXPECT_EQ(twenty + twenty + "SetValue 0 0 0 -2: 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0\n", g_calls);
+  const std::string twenty = "SetValue 0 0 0 20: 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20";
+  EXPECT_EQ((Calls{twenty, twenty, "SetValue 0 0 0 -2: 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0"}),
+            g_log.take());
 }
 
 TEST_F(BrowserDispatcherTest, ChildListsAreBoundedByTheirArraysAndByTheMessage) {
-  static int reported = 0;
+  static std::atomic<int> reported{0};
   ZuntRynBrowserEventCallback handlers{};
   handlers.GetChildApps = [](int, int, int* appids, int* orgids, int* count) {
     for (int i = 0; i < ZUNT_RYN_MAX_CHILD_APPS; ++i) appids[i] = orgids[i] = -2147483647 + i;
@@ -340,9 +338,9 @@ TEST_F(BrowserDispatcherTest, WhatIsNoRequestGetsNoAnswerAndTheNextOneDoes) {
                                  R"({"t":216,"appid":)" + nested(2000, "[", "]") + "}"});
   for (const auto& request : foreign) {
     EXPECT_EQ("", ask(request)) << request.substr(0, 60);
-    EXPECT_EQ("", g_calls) << request.substr(0, 60);
+    EXPECT_EQ(Calls{}, g_log.take()) << request.substr(0, 60);
     EXPECT_TRUE(sameJson(R"({"flag":false})", ask(R"({"t":278})")));
-    g_calls.clear();
+    g_log.take();
   }
 }
 
@@ -354,7 +352,7 @@ TEST_F(BrowserDispatcherTest, CommandsWithMembersThatDoNotConvertAreDropped) {
         R"({"t":258,"tabid":[]})", R"({"t":267,"tabid":9e9})"}) {
     tell(command);
   }
-  EXPECT_EQ("", g_calls);
+  EXPECT_EQ(Calls{}, g_log.take());
 }
 
 TEST_F(BrowserDispatcherTest, TextEndsAtItsNulAndAnEmptyRecordIsNoRequest) {

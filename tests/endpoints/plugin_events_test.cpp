@@ -2,12 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <mutex>
-#include <sstream>
 #include <stdexcept>
 #include <thread>
 #include <vector>
 
+#include "endpoints/call_log.h"
 #include "endpoints/wire.h"
 #include "hbbtv_ryn/plugin.h"
 #include "support/deadline.h"
@@ -17,27 +16,6 @@
 namespace hbbtv_ryn::test {
 namespace {
 
-// Both receive threads write to it.
-class CallLog {
- public:
-  template <typename... Arguments>
-  void note(const char* name, Arguments... arguments) {
-    std::ostringstream line;
-    line << name;
-    ((line << ' ' << arguments), ...);
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_calls.push_back(line.str());
-  }
-  std::vector<std::string> take() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    return std::move(m_calls);
-  }
-  void clear() { static_cast<void>(take()); }
-
- private:
-  std::mutex m_mutex;
-  std::vector<std::string> m_calls;  // guarded by m_mutex
-};
 CallLog g_log;
 std::atomic<int> g_configurations{0};
 
@@ -106,12 +84,10 @@ void registerEverything() {
   set(19, callback);
 }
 
-using Calls = std::vector<std::string>;
-
 class PluginEventsTest : public testing::Test {
  protected:
   PluginEventsTest() {
-    g_log.clear();
+    g_log.take();
     registerEverything();
     EXPECT_EQ(0, Zunt_RYN_Plugin_Initialize());
   }
@@ -242,7 +218,7 @@ TEST_F(PluginEventsTest, WhatIsNoQueryGetsNoAnswerAndTheNextOneDoes) {
     EXPECT_EQ("", answerTo(query)) << query.substr(0, 60);
     EXPECT_EQ(Calls{}, g_log.take());
     EXPECT_NE("", answerTo(R"({"t":245})"));
-    g_log.clear();
+    g_log.take();
   }
 }
 
@@ -290,7 +266,7 @@ TEST_F(PluginEventsTest, RegisteringWhileMessagesArriveIsSafe) {
   for (int i = 0; i < 300; ++i) {
     for (const auto& call : callsOf(R"({"t":240})")) EXPECT_EQ("app 2 0 0 null", call);
     EXPECT_NE("", answerTo(R"({"t":245})"));
-    g_log.clear();
+    g_log.take();
   }
   done = true;
   registrar.join();

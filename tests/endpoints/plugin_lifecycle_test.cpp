@@ -1,6 +1,8 @@
 // Starting and stopping on the plug-in side.
 #include <gtest/gtest.h>
 
+#include <atomic>
+
 #include "endpoints/process_resources.h"
 #include "endpoints/wire.h"
 #include "hbbtv_ryn/plugin.h"
@@ -43,6 +45,23 @@ TEST_F(PluginLifecycleTest, StartsAndStopsAnyNumberOfTimesWithoutLeavingAnything
     waitForThreadCount(threads - 2);
   }
   EXPECT_EQ(descriptors, descriptorCount());
+}
+
+std::atomic<bool> g_entered{false};
+
+TEST_F(PluginLifecycleTest, StoppingDuringACallbackThatMakesRequestsEndsBoth) {
+  RawPeer browser(kRequestKey);
+  ZuntRynEventCallback callback;
+  callback.onNotify = [] {
+    g_entered = true;
+    while (Zunt_RYN_Plugin_ShowApp(1, 2) != -3) RawQueue(kRequestKey).discardAll();
+  };
+  Zunt_RYN_Plugin_RegisterRynEventCallback(ZUNT_RYN_EVENT_GET_CONFIGURATION, callback);
+  Zunt_RYN_Plugin_Initialize();
+  RawQueue(kNotificationKey).sendMessage(kRawOneWay, R"({"t":270})");
+  waitUntil("the callback ran", [] { return g_entered.load(); });
+  Concurrently stop([] { return Zunt_RYN_Plugin_Finalize(); });
+  EXPECT_EQ(0, stop.result());
 }
 
 TEST_F(PluginLifecycleTest, AStartThatFailsLeavesNothingAndCanBeRepeated) {
