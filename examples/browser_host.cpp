@@ -279,8 +279,9 @@ int main() {
     }
     int signal = 0;
     sigwait(&stop_signals, &signal);
-    Zunt_RYN_Browser_Finalize();
+    Zunt_RYN_Browser_UnregisterCallback();  // from here on no handler gives the worker anything to do
   }
+  Zunt_RYN_Browser_Finalize();  // nobody sends any more
   if (g_narrator.mistakes() > 0)
     std::fprintf(stderr, "browser_host: %d wrong answers\n", g_narrator.mistakes());
   return g_narrator.mistakes() == 0 ? 0 : 1;

@@ -81,13 +81,15 @@ int IpcClient::sendOneWay(const IpcMessage& message) {
 }
 
 bool IpcClient::makeRecord() {
-  if (!record) record = hbbtv_ryn::newRecord(chunk_size);
+  if (!record) record = hbbtv_ryn::newRecordToSend(chunk_size);
   return record != nullptr;
 }
 
 int IpcClient::exchange(const IpcMessage& request, JoinedText* text) {
   if (!makeRecord()) return -4;
-  if (!watch.mayRead() || !restoreOrder()) return -1;
+  if (!watch.mayRead()) return -1;
+  if (!watch.prepare()) return -4;
+  if (!restoreOrder()) return -1;
   if (hbbtv_ryn::sendMessage(request_queue, channel, chunk_size, &request, IPC_KIND_REQUEST, record.get(),
                              &watch) != 0) {
     // The beginning of the request may be on the queue. A fence ends it, so that the successor of a dead
@@ -115,10 +117,9 @@ bool IpcClient::restoreOrder() {
   const FenceToken token = watch.newToken();
   // A full queue is no failure here: the watch posts the fence again.
   hbbtv_ryn::postFence(request_queue, channel, token);
-  if (watch.begin(request_queue, reply_queue, token) == ReplyWatch::Start::kNoThread) return false;
-  const bool arrived = hbbtv_ryn::awaitFence(reply_queue, channel, token);
-  const bool server_died = watch.end();
-  if (!arrived || server_died) return false;
+  ReplyWatch::Vigil vigil(&watch, request_queue, reply_queue, token);
+  const bool arrived = hbbtv_ryn::awaitFence(reply_queue, channel, chunk_size, record.get(), token);
+  if (vigil.end() || !arrived) return false;
   unanswered = 0;
   in_step = true;
   return true;
@@ -126,7 +127,7 @@ bool IpcClient::restoreOrder() {
 
 int IpcClient::awaitAnswer(JoinedText* text) {
   const FenceToken token = watch.newToken();
-  if (watch.begin(request_queue, reply_queue, token) == ReplyWatch::Start::kNoThread) return -4;
+  ReplyWatch::Vigil vigil(&watch, request_queue, reply_queue, token);
   int result = -1;
   bool lost = false;
   while (hbbtv_ryn::receiveMessage(reply_queue, channel, chunk_size, record.get(), text) == 0) {
@@ -143,7 +144,7 @@ int IpcClient::awaitAnswer(JoinedText* text) {
       break;
     }
   }
-  const bool server_died = watch.end();
+  const bool server_died = vigil.end();
   if (lost) onLostAnswer(server_died);
   return result;
 }

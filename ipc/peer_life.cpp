@@ -30,7 +30,8 @@ bool ServerLife::begin(key_t key, bool answers_fences) {
     answers_fences_ = false;
     semaphores = semget(key, 1, kMode);
   }
-  if (semaphores < 0) return true;
+  // A set that may not be altered stays at 0, and clients that may read it would take us for dead.
+  if (semaphores < 0) return errno != EACCES;
   if (!changeUnits(semaphores, answers_fences_, 1)) return false;
   semaphores_ = semaphores;
   return true;

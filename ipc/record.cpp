@@ -104,6 +104,15 @@ MallocPtr<IpcRecord> newRecord(int chunk_size) {
   return MallocPtr<IpcRecord>(static_cast<IpcRecord*>(std::calloc(1, ipc_record_bytes(chunk_size))));
 }
 
+MallocPtr<IpcRecord> newRecordToSend(int chunk_size) {
+  auto record = newRecord(chunk_size);
+  if (!record) {
+    const int error = errno;
+    std::fprintf(stderr, "malloc failed, errno:%d, strerr:%s\n", error, std::strerror(error));
+  }
+  return record;
+}
+
 bool JoinedText::allocate(int chunk_size) {
   bytes.reset(static_cast<char*>(std::calloc(1, static_cast<std::size_t>(chunk_size) + 1)));
   capacity = bytes ? chunk_size + 1 : 0;
@@ -177,18 +186,18 @@ bool postFence(int queue_id, long channel, FenceToken token) {
   return msgsnd(queue_id, &record, kFencePayloadBytes, IPC_NOWAIT) == 0;
 }
 
-bool awaitFence(int queue_id, long channel, FenceToken token) {
-  const auto record = newRecord(IPC_CHUNK_SIZE);
-  if (!record) return false;
+bool awaitFence(int queue_id, long channel, int chunk_size, IpcRecord* record, FenceToken token) {
   FenceToken arrived;
-  do {
+  for (;;) {
     // The records in front of the fence are dropped whatever their size: their tails are of no interest.
-    if (msgrcv(queue_id, record.get(), recordPayloadBytes(IPC_CHUNK_SIZE), channel, MSG_NOERROR) < 0) {
+    const ssize_t received = msgrcv(queue_id, record, recordPayloadBytes(chunk_size), channel, MSG_NOERROR);
+    if (received < 0) {
       reportReceiveError(errno);
       return false;
     }
-  } while (!readFence(*record, &arrived) || !(arrived == token));
-  return true;
+    if (!isWhole(*record, static_cast<std::size_t>(received), chunk_size)) continue;
+    if (readFence(*record, &arrived) && arrived == token) return true;
+  }
 }
 
 bool readFence(const IpcRecord& record, FenceToken* token) {
@@ -203,12 +212,8 @@ using hbbtv_ryn::isChunkSize;
 
 int ipc_snd_internal(int queue_id, long channel, int chunk_size, const IpcMessage* message, int kind) {
   if (message == nullptr || !isChunkSize(chunk_size) || channel < 0) return -3;
-  const auto record = hbbtv_ryn::newRecord(chunk_size);
-  if (!record) {
-    const int error = errno;
-    std::fprintf(stderr, "malloc failed, errno:%d, strerr:%s\n", error, std::strerror(error));
-    return -4;
-  }
+  const auto record = hbbtv_ryn::newRecordToSend(chunk_size);
+  if (!record) return -4;
   return hbbtv_ryn::sendMessage(queue_id, channel, chunk_size, message, kind, record.get(), nullptr);
 }
 

@@ -27,6 +27,8 @@ constexpr bool isChunkSize(int chunk_size) {
 
 // A zeroed record buffer; null when memory is out.
 MallocPtr<IpcRecord> newRecord(int chunk_size);
+// The same; when memory is out, after a line on standard error.
+MallocPtr<IpcRecord> newRecordToSend(int chunk_size);
 
 // A text that grows while records are joined to it. It is malloc() memory because a client hands it out.
 struct JoinedText {
@@ -95,7 +97,7 @@ bool readFence(const IpcRecord& record, FenceToken* token);
 
 // Takes records off the channel until the fence with this token comes. False when receiving failed, after
 // the error line. Blocks until then.
-bool awaitFence(int queue_id, long channel, FenceToken token);
+bool awaitFence(int queue_id, long channel, int chunk_size, IpcRecord* record, FenceToken token);
 
 }  // namespace hbbtv_ryn
 

@@ -59,13 +59,19 @@ FenceToken ReplyWatch::newToken() {
   return last_token_;
 }
 
-ReplyWatch::Start ReplyWatch::begin(int request_queue, int reply_queue, FenceToken token) {
+bool ReplyWatch::prepare() {
   const std::lock_guard<std::mutex> lock(mutex_);
-  if (life_.semaphores() < 0) return Start::kUnwatched;
-  if (!thread_started_ && !startThread()) return Start::kNoThread;
-  waiting_ = true;
-  ++exchange_;
+  if (thread_started_ || life_.semaphores() < 0) return true;
+  thread_started_ = createSignalFreeThread(&thread_, nullptr, &threadEntry, this) == 0;
+  return thread_started_;
+}
+
+void ReplyWatch::begin(int request_queue, int reply_queue, FenceToken token) {
+  const std::lock_guard<std::mutex> lock(mutex_);
   deaths_at_begin_ = deaths_;
+  waiting_ = life_.semaphores() >= 0;
+  if (!waiting_) return;
+  ++exchange_;
   request_queue_ = request_queue;
   reply_queue_ = reply_queue;
   token_ = token;
@@ -73,7 +79,6 @@ ReplyWatch::Start ReplyWatch::begin(int request_queue, int reply_queue, FenceTok
     ticking_ = true;
     changed_.notify_one();
   }
-  return Start::kWatching;
 }
 
 bool ReplyWatch::end() {
@@ -84,11 +89,6 @@ bool ReplyWatch::end() {
 
 bool ReplyWatch::takeStrayCheck() {
   return stray_check_due_.load(std::memory_order_relaxed) && stray_check_due_.exchange(false);
-}
-
-bool ReplyWatch::startThread() {
-  thread_started_ = createSignalFreeThread(&thread_, nullptr, &threadEntry, this) == 0;
-  return thread_started_;
 }
 
 void* ReplyWatch::threadEntry(void* self) {

@@ -41,12 +41,27 @@ class ReplyWatch : public Receiver {
   // A token that no request of this client, or of an earlier one, has used.
   FenceToken newToken();
 
-  enum class Start { kWatching, kUnwatched, kNoThread };
-  // From here until end(), a dead server, or a live one that has nothing to answer, makes a fence with
-  // this token arrive on the reply queue. kUnwatched: an older peer, for which nothing arrives.
-  Start begin(int request_queue, int reply_queue, FenceToken token);
-  // True when a server has been seen to die since begin().
-  bool end();
+  // Starts the thread, where it is needed and has not been. To be called after mayRead(). False when there
+  // are no means.
+  bool prepare();
+
+  // A wait for an answer. While it lasts, a dead server, or a live one that has nothing to answer, makes a
+  // fence with this token arrive on the reply queue. For an older peer nothing arrives.
+  class Vigil {
+   public:
+    Vigil(ReplyWatch* watch, int request_queue, int reply_queue, FenceToken token) : watch_(watch) {
+      watch_->begin(request_queue, reply_queue, token);
+    }
+    // The host may cancel the requester in its wait.
+    ~Vigil() { watch_->end(); }
+    Vigil(const Vigil&) = delete;
+    Vigil& operator=(const Vigil&) = delete;
+    // Ends the wait. True when a server has been seen to die meanwhile.
+    bool end() { return watch_->end(); }
+
+   private:
+    ReplyWatch* watch_;
+  };
 
   // Whether it is time to look, between two exchanges, if the reply queue holds an answer to nobody: true
   // once per tick, and whenever an exchange has given cause.
@@ -54,9 +69,10 @@ class ReplyWatch : public Receiver {
   void suspectStray() { stray_check_due_ = true; }
 
  private:
+  void begin(int request_queue, int reply_queue, FenceToken token);
+  bool end();
   static void* threadEntry(void* self);
   void run();
-  bool startThread();
   void lookAfter(std::unique_lock<std::mutex>& lock, uint64_t exchange);
   void endWait(std::unique_lock<std::mutex>& lock);
   bool isWaiting(uint64_t exchange) const { return waiting_ && exchange_ == exchange && !stop_; }

@@ -12,6 +12,7 @@
 #include "ipc/host_call.h"
 #include "ipc/peer_life.h"
 #include "ipc/record.h"
+#include "ipc/serving.h"
 #include "ipc/signal_free_thread.h"
 
 using hbbtv_ryn::JoinedText;
@@ -25,6 +26,8 @@ constexpr std::chrono::seconds kStopPatience{1};
 char kFailureText[] = "a";
 constexpr IpcMessage kFailureReply{sizeof kFailureText, kFailureText};
 
+thread_local bool t_serves_one_way = false;
+
 struct ReplyDeleter {
   void operator()(IpcMessage* reply) const {
     std::free(reply->text);
@@ -34,6 +37,20 @@ struct ReplyDeleter {
 using ReplyPtr = std::unique_ptr<IpcMessage, ReplyDeleter>;
 
 }  // namespace
+
+namespace hbbtv_ryn {
+
+bool servesOneWay() {
+  return t_serves_one_way;
+}
+OneWayScope::OneWayScope() {
+  t_serves_one_way = true;
+}
+OneWayScope::~OneWayScope() {
+  t_serves_one_way = false;
+}
+
+}  // namespace hbbtv_ryn
 
 struct IpcServer {
   IpcServer(key_t request_key, long message_channel, bool replies, int record_chunk)
@@ -115,6 +132,7 @@ IpcServer::Next IpcServer::serve(IpcRecord* record, JoinedText* text) {
 
 IpcServer::Next IpcServer::serveOneWay(const IpcMessage& message) {
   {
+    const hbbtv_ryn::OneWayScope one_way;
     const std::lock_guard<std::mutex> guard(lock);
     // A callback cannot know that its answer is not wanted; what it returns stays its own.
     static_cast<void>(call(message).release());
@@ -179,7 +197,7 @@ int zunt_ipc_server_create(key_t key, long channel, int with_reply, int chunk_si
                                          IpcServer(key, channel, with_reply != 0, chunk_size));
   if (!created) return -4;
   // Before the queues: a client that finds them must not find the server dead.
-  if (!created->life.begin(key, with_reply != 0)) return -4;
+  if (!created->life.begin(key, with_reply != 0)) return -3;
   if (!created->openQueues()) return -3;
   if (hbbtv_ryn::createSignalFreeThread(&created->thread, nullptr, &ipc_server_receive_loop,
                                         created.get()) != 0) {

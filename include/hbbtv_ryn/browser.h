@@ -20,8 +20,8 @@ enum ZuntKey : int {};
 /// plug-in process. Any int is a valid value.
 enum ZuntKeyEventType : int {};
 
-/// How many entries each array given to the handler `GetChildApps` has: the most that one deliverable
-/// reply can list. A larger count is cut to this.
+/// How many entries each array given to the handler `GetChildApps` has. A larger count is cut to this. A
+/// reply of more than about 509 children exceeds the longest message, and the request fails.
 inline constexpr int ZUNT_RYN_MAX_CHILD_APPS = 512;
 
 /// How many entries the key arrays of `GetOtherKeys`, `GetMaxiMumOtherKeys` and `SetValue` have.
@@ -100,15 +100,15 @@ struct ZuntRynBrowserEventCallback {
 /// @return 0, also when already started; -1 when something could not be created. Then nothing is left
 ///   behind, and a later call starts afresh.
 ///
-/// Call from one thread, not while notifications or queries are being sent. Does not block.
+/// Call from one thread. Does not block.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_Initialize();
 
 /// Stops the browser side. Registered handlers stay registered.
 ///
 /// @return 0, also when not started; -1 when something could not be released; a later call tries again.
 ///
-/// Call from one thread, not from a handler and not while notifications or queries are being sent.
-/// Blocks up to a second, and then until a running handler returns or reaches a cancellation point.
+/// Call from one thread, not from a handler and not while another thread of the host sends. Blocks until a
+/// running handler has returned, and up to half a second when a query that took long has just ended.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_Finalize();
 
 /// Registers the host's handlers. All slots are replaced, null ones too.
@@ -131,8 +131,7 @@ HBBTV_RYN_EXPORT int Zunt_RYN_Browser_UnregisterCallback();
 // --- Notifications -----------------------------------------------------------------------------------
 // One-way messages to the plug-in process. Each returns
 //    0  the message was handed to the queue (whether it is read is not known);
-//   -1  the message exceeds 16384 bytes as JSON text, holds text that cannot be serialised or the send
-//       failed;
+//   -1  the message exceeds 16384 bytes as JSON text, or the send failed;
 //   -3  the browser side is not started, or no plug-in process has ever run;
 //   -4  out of memory.
 // Any thread may call; messages leave one at a time. A call waits for the call before it, a query

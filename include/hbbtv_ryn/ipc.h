@@ -174,7 +174,7 @@ HBBTV_RYN_EXPORT int zunt_ipc_client_create(key_t key, long channel, int with_re
 /// @param client  the handle; no other thread may be using it.
 /// @return 0; -3 for a null handle.
 ///
-/// Does not block.
+/// Blocks up to half a second when a request that took long has just ended, else not.
 HBBTV_RYN_EXPORT int zunt_ipc_client_destroy(IpcClient* client);
 
 /// Sends a one-way message.
@@ -233,8 +233,8 @@ HBBTV_RYN_EXPORT int zunt_ipc_client_send_sync_with_params(IpcClient* client, co
 /// @param chunk_size  record payload parameter, at least 1; must equal the clients'.
 /// @param[out] server the handle when 0 is returned, to be released with zunt_ipc_server_destroy(); else
 ///                    untouched.
-/// @return 0; -3 for a null out-pointer or a queue that can be neither created nor opened; -4 out of
-///   memory; -5 when the receive thread cannot be started.
+/// @return 0; -3 for a null out-pointer, or a queue or its semaphore that can be neither created nor
+///   opened; -4 out of memory; -5 when the receive thread cannot be started.
 ///
 /// Any thread may call. Does not block.
 HBBTV_RYN_EXPORT int zunt_ipc_server_create(key_t key, long channel, int with_reply, int chunk_size,
@@ -246,7 +246,8 @@ HBBTV_RYN_EXPORT int zunt_ipc_server_create(key_t key, long channel, int with_re
 /// @param server  the handle; not to be used afterwards. Must not be called from the server's callback.
 /// @return 0; -3 for a null handle.
 ///
-/// Blocks up to a second, and then until the callback reaches a cancellation point.
+/// Blocks up to a second (and 300 ms while the queue is full), and then until the callback reaches a
+/// cancellation point.
 HBBTV_RYN_EXPORT int zunt_ipc_server_destroy(IpcServer* server);
 
 /// Sets the callback and its user data together. A call in progress finishes with the old pair.

@@ -68,15 +68,15 @@ HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_Initialize();
 ///
 /// @return 0, also when not started; else the result of the last release that was made.
 ///
-/// Call from one thread, not from a callback. Waits for a request in progress; blocks up to a second per
-/// server, and then until a running callback reaches a cancellation point.
+/// Call from one thread, not from a callback. Waits for a request in progress and until running callbacks
+/// have returned. Requests that are made meanwhile fail with -3.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_Finalize();
 
 /// Registers the callback of an event, if the event has none yet. To replace a callback, unregister the
 /// event first.
 ///
 /// @param event     the event; an unknown value is accepted and never raised.
-/// @param callback  copied; the member that fits the event must be set.
+/// @param callback  copied; the member that fits the event must be set. Null is as none.
 /// @return 0; -4 out of memory.
 ///
 /// Any thread may call, at any time. Waits for a request in progress.

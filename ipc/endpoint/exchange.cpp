@@ -9,6 +9,7 @@
 
 #include "ipc/malloc_ptr.h"
 #include "ipc/protocol/envelope.h"
+#include "ipc/serving.h"
 
 namespace hbbtv_ryn {
 namespace {
@@ -27,7 +28,7 @@ int resultOf(const Exchange& exchange) {
 
 // The reply as the channel takes it; null for a one-way message and when memory is out.
 IpcMessage* newReply(const Message& served, Json::Value* reply) {
-  if (served.delivery == Delivery::kOneWay) return nullptr;
+  if (served.delivery == Delivery::kOneWay || servesOneWay()) return nullptr;
   if (served.reply_code != kNoReplyCode) set(reply, key::kCode, static_cast<Json::UInt>(served.reply_code));
   const std::string text = serialise(*reply);
   MallocPtr<char> copy(strdup(text.c_str()));

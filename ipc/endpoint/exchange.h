@@ -5,6 +5,7 @@
 
 #include <json/value.h>
 
+#include <atomic>
 #include <mutex>
 
 #include "hbbtv_ryn/ipc.h"
@@ -16,7 +17,7 @@ namespace hbbtv_ryn {
 // Where an endpoint sends. The handle is read under the mutex, which is held for the whole exchange; null
 // while the endpoint is not started.
 struct Outlet {
-  IpcClient*& client;
+  const std::atomic<IpcClient*>& client;
   std::mutex& mutex;
 };
 

@@ -34,10 +34,11 @@ std::string idFields(const int* ids, int count) {
 void readIdFields(const std::string& fields, int count, int* ids) {
   const auto whole = static_cast<int>(fields.size() / kIdFieldChars);
   for (int i = 0; i < std::min(count, whole); ++i) {
-    const std::string field = fields.substr(static_cast<std::size_t>(i) * kIdFieldChars, kIdFieldChars);
+    char field[kIdFieldChars + 1] = {};
+    fields.copy(field, kIdFieldChars, static_cast<std::size_t>(i) * kIdFieldChars);
     // NOLINTNEXTLINE(cert-err34-c): a field without a number leaves its entry alone, which strtol() would
     // not
-    std::sscanf(field.c_str(), "%16d", &ids[i]);
+    std::sscanf(field, "%16d", &ids[i]);
   }
 }
 

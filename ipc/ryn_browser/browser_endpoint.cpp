@@ -6,8 +6,8 @@
 namespace hbbtv_ryn {
 
 IpcServer* g_browser_server = nullptr;
-IpcClient* g_browser_notify_client = nullptr;
-IpcClient* g_browser_query_client = nullptr;
+std::atomic<IpcClient*> g_browser_notify_client{nullptr};
+std::atomic<IpcClient*> g_browser_query_client{nullptr};
 std::mutex g_browser_callback_mutex;
 ZuntRynBrowserEventCallback g_browser_callbacks{};
 
@@ -28,12 +28,15 @@ int createServer() {
   return -1;
 }
 
-int createClient(key_t key, int with_reply, IpcClient** client) {
+int createClient(key_t key, int with_reply, std::atomic<IpcClient*>* client) {
   if (*client != nullptr) return 0;
-  return zunt_ipc_client_create(key, kChannel, with_reply, IPC_CHUNK_SIZE, client) == 0 ? 0 : -1;
+  IpcClient* created = nullptr;
+  if (zunt_ipc_client_create(key, kChannel, with_reply, IPC_CHUNK_SIZE, &created) != 0) return -1;
+  *client = created;
+  return 0;
 }
 
-int destroyClient(IpcClient** client) {
+int destroyClient(std::atomic<IpcClient*>* client) {
   if (*client == nullptr) return 0;
   if (zunt_ipc_client_destroy(*client) != 0) return -1;
   *client = nullptr;
@@ -68,6 +71,8 @@ int Zunt_RYN_Browser_Initialize() {
 }
 
 int Zunt_RYN_Browser_Finalize() {
+  // A handler may be sending: once this has returned, none is running and none is called again.
+  if (g_browser_server != nullptr) zunt_ipc_server_unregister_callback(g_browser_server);
   destroyClient(&g_browser_query_client);
   g_browser_query_client = nullptr;
   if (destroyClient(&g_browser_notify_client) != 0) return -1;

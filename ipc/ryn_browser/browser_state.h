@@ -2,6 +2,7 @@
 #ifndef HBBTV_RYN_IPC_RYN_BROWSER_BROWSER_STATE_H
 #define HBBTV_RYN_IPC_RYN_BROWSER_BROWSER_STATE_H
 
+#include <atomic>
 #include <mutex>
 
 #include "hbbtv_ryn/browser.h"
@@ -9,11 +10,11 @@
 
 namespace hbbtv_ryn {
 
-// Null while the endpoint is not started. Written by Initialize and Finalize, which the host does not call
-// while it sends.
+// Null while the endpoint is not started. Written by Initialize and Finalize, on one thread of the host.
 extern IpcServer* g_browser_server;
-extern IpcClient* g_browser_notify_client;
-extern IpcClient* g_browser_query_client;
+// Read by whoever sends: a handler may do so while the endpoint is still being started.
+extern std::atomic<IpcClient*> g_browser_notify_client;
+extern std::atomic<IpcClient*> g_browser_query_client;
 
 // Guards g_browser_callbacks, and is held while a handler runs, so that no handler of an unregistered
 // record is running once unregistering has returned.

@@ -2,6 +2,7 @@
 #ifndef HBBTV_RYN_IPC_RYN_PLUGIN_PLUGIN_STATE_H
 #define HBBTV_RYN_IPC_RYN_PLUGIN_PLUGIN_STATE_H
 
+#include <atomic>
 #include <mutex>
 
 #include "hbbtv_ryn/ipc.h"
@@ -12,7 +13,7 @@ namespace hbbtv_ryn {
 // Serialises starting, stopping, registering and every request for its whole exchange. Guards the handles.
 // Event callbacks run without it, since they may make requests.
 extern std::mutex g_plugin_mutex;
-extern IpcClient* g_plugin_client;  // null while the endpoint is not started
+extern std::atomic<IpcClient*> g_plugin_client;  // null while the endpoint is not started
 
 // The callback registered for an event. False when there is none. Waits for no request.
 bool findEventCallback(ZuntRynEvent event, ZuntRynEventCallback* callback);

@@ -11,7 +11,7 @@
 namespace hbbtv_ryn {
 
 std::mutex g_plugin_mutex;
-IpcClient* g_plugin_client = nullptr;
+std::atomic<IpcClient*> g_plugin_client{nullptr};
 
 namespace {
 
@@ -24,7 +24,8 @@ IpcServer* g_plugin_query_server = nullptr;
 // Guards g_plugin_event_callbacks, for a look-up or an edit only: the receive threads must not wait for
 // g_plugin_mutex, which is held for whole requests.
 std::mutex g_plugin_event_mutex;
-std::map<int, ZuntRynEventCallback> g_plugin_event_callbacks;
+// Never destroyed: a host that exits without stopping us leaves the receive threads running.
+std::map<int, ZuntRynEventCallback>& g_plugin_event_callbacks = *new std::map<int, ZuntRynEventCallback>;
 
 int createServer(key_t key, int with_reply, IpcServerCallback callback, IpcServer** server) {
   const int created = zunt_ipc_server_create(key, kChannel, with_reply, IPC_CHUNK_SIZE, server);
@@ -37,27 +38,33 @@ int createServer(key_t key, int with_reply, IpcServerCallback callback, IpcServe
   return registered;
 }
 
-// Both null the handle.
-int destroyServer(IpcServer*& server) {
-  IpcServer* const destroyed = std::exchange(server, nullptr);
-  zunt_ipc_server_unregister_callback(destroyed);
-  return zunt_ipc_server_destroy(destroyed);
-}
-int destroyClient(IpcClient*& client) {
-  return zunt_ipc_client_destroy(std::exchange(client, nullptr));
+// Creates the three objects. When one fails, those before it are left.
+int createAll() {
+  IpcClient* client = nullptr;
+  int result = zunt_ipc_client_create(kRequestQueueKey, kChannel, kWithReply, IPC_CHUNK_SIZE, &client);
+  if (result != 0) return result;
+  g_plugin_client = client;
+  result = createServer(kNotificationQueueKey, kOneWayOnly, &notificationEntry, &g_plugin_notify_server);
+  if (result != 0) return result;
+  return createServer(kQueryQueueKey, kWithReply, &queryEntry, &g_plugin_query_server);
 }
 
-// Starts the three objects; undoes what was done, newest first, when one fails.
-int createAll() {
-  int result =
-      zunt_ipc_client_create(kRequestQueueKey, kChannel, kWithReply, IPC_CHUNK_SIZE, &g_plugin_client);
-  if (result != 0) return result;
-  result = createServer(kNotificationQueueKey, kOneWayOnly, &notificationEntry, &g_plugin_notify_server);
-  if (result == 0) {
-    result = createServer(kQueryQueueKey, kWithReply, &queryEntry, &g_plugin_query_server);
-    if (result != 0) destroyServer(g_plugin_notify_server);
-  }
-  if (result != 0) destroyClient(g_plugin_client);
+int destroyServer(IpcServer* server) {
+  zunt_ipc_server_unregister_callback(server);
+  return zunt_ipc_server_destroy(server);
+}
+
+// Destroys what there is, newest first, and gives the mutex up before. A callback may be about to make a
+// request: it must get the mutex to return, and its server waits for it to return.
+int destroyAll(std::unique_lock<std::mutex>* guard) {
+  IpcServer* const query_server = std::exchange(g_plugin_query_server, nullptr);
+  IpcServer* const notify_server = std::exchange(g_plugin_notify_server, nullptr);
+  IpcClient* const client = g_plugin_client.exchange(nullptr);
+  guard->unlock();
+  int result = 0;
+  if (query_server != nullptr) result = destroyServer(query_server);
+  if (notify_server != nullptr) result = destroyServer(notify_server);
+  if (client != nullptr) result = zunt_ipc_client_destroy(client);
   return result;
 }
 
@@ -66,7 +73,8 @@ int createAll() {
 bool findEventCallback(ZuntRynEvent event, ZuntRynEventCallback* callback) {
   const std::lock_guard<std::mutex> guard(g_plugin_event_mutex);
   const auto found = g_plugin_event_callbacks.find(event);
-  if (found == g_plugin_event_callbacks.end()) return false;
+  // A host that fills no member registers nothing. All members are pointers to functions.
+  if (found == g_plugin_event_callbacks.end() || found->second.onNotify == nullptr) return false;
   *callback = found->second;
   return true;
 }
@@ -77,10 +85,14 @@ using namespace hbbtv_ryn;  // NOLINT(google-build-using-namespace): the definit
 
 int Zunt_RYN_Plugin_Initialize() {
   if (g_plugin_initialized != 0) return 0;
-  const std::lock_guard<std::mutex> guard(g_plugin_mutex);
+  std::unique_lock<std::mutex> guard(g_plugin_mutex);
   if (g_plugin_initialized != 0) return 0;
   const int result = createAll();
-  if (result == 0) g_plugin_initialized = 1;
+  if (result == 0) {
+    g_plugin_initialized = 1;
+  } else {
+    destroyAll(&guard);
+  }
   return result;
 }
 
@@ -89,15 +101,7 @@ int Zunt_RYN_Plugin_Finalize() {
   std::unique_lock<std::mutex> guard(g_plugin_mutex);
   if (g_plugin_initialized == 0) return 0;
   g_plugin_initialized = 0;
-  IpcServer* query_server = std::exchange(g_plugin_query_server, nullptr);
-  IpcServer* notify_server = std::exchange(g_plugin_notify_server, nullptr);
-  IpcClient* client = std::exchange(g_plugin_client, nullptr);
-  // A callback may be about to make a request: it must get the mutex to return, and its server waits for
-  // it to return.
-  guard.unlock();
-  destroyServer(query_server);
-  destroyServer(notify_server);
-  return destroyClient(client);
+  return destroyAll(&guard);
 }
 
 int Zunt_RYN_Plugin_RegisterRynEventCallback(ZuntRynEvent event, ZuntRynEventCallback callback) {
