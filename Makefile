@@ -2,7 +2,7 @@
 # and runs. The building itself is CMake's: see CMakePresets.json.
 .DEFAULT_GOAL := help
 .PHONY: help demo check check-asan check-tsan check-armhf package check-package check-abi accept-abi \
-        footprint bench fuzz torture soak docs format check-format lint clean
+        footprint bench check-instructions fuzz torture soak docs format check-format lint clean
 
 ifneq ($(shell command -v ccache),)
 export CMAKE_CXX_COMPILER_LAUNCHER ?= ccache
@@ -29,7 +29,7 @@ define test
 endef
 
 help: ## Show this list
-	@awk -F ':.*## ' '/^[a-z-]+:.*## / { printf "  make %-14s %s\n", $$1, $$2 }' $(MAKEFILE_LIST)
+	@awk -F ':.*## ' '/^[a-z-]+:.*## / { printf "  make %-18s %s\n", $$1, $$2 }' $(MAKEFILE_LIST)
 
 demo: ## Watch a browser process and a plug-in process talk
 	$(install) build
@@ -81,7 +81,13 @@ footprint: ## Print the size of the library and the memory of an idle endpoint o
 
 bench: ## Measure against other buses (under 4 minutes)
 	$(install) build bench
+	$(call build,bench)
 	@bench/run.sh
+
+check-instructions: ## Fail when an exchange costs more instructions than agreed
+	$(install) build bench
+	$(call build,bench,instruction_scenario)
+	@bench/instruction_guard.sh
 
 fuzz: ## Run every fuzzer for 10 minutes each
 	$(install) build fuzz
@@ -107,19 +113,16 @@ format: ## Put the sources into shape
 	$(install) lint
 	@$(sources) | xargs clang-format -i
 
-check-docs: ## Print the message tables of docs/protocol.md from the catalogue
-	$(install) build
-	$(call build,dev,print_messages)
-	@build/dev/bin/print_messages --update docs/protocol.md
-
-format: ## Fail when a source is not in shape
+check-format: ## Fail when a source is not in shape
 	$(install) lint
 	@$(sources) | xargs clang-format --dry-run --Werror
 
 lint: ## Run clang-tidy over every source
-	$(install) build check lint
+	$(install) build check bench lint
 	$(call configure,dev)
 	@cmake/lint.py build/dev
+	$(call configure,bench)
+	@cmake/lint.py build/bench bench
 
 clean: ## Remove every build tree
 	@rm -rf build

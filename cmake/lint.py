@@ -4,7 +4,7 @@
 A source that passed is looked at again only when it, a header of the project that it includes, its compile
 command or a .clang-tidy file has changed. Exit code: 0 all pass, 1 findings, 2 usage.
 
-Usage: cmake/lint.py BUILD
+Usage: cmake/lint.py BUILD [FOLDER]   (FOLDER: only the sources below it)
 """
 import concurrent.futures
 import hashlib
@@ -56,13 +56,15 @@ def lint(entry, build, configurations):
 
 
 def main():
-    if len(sys.argv) != 2 or sys.argv[1] == "--help":
-        print(__doc__, file=sys.stdout if sys.argv[1:] == ["--help"] else sys.stderr)
-        return 0 if sys.argv[1:] == ["--help"] else 2
-    build = pathlib.Path(sys.argv[1]).resolve()
+    arguments = sys.argv[1:]
+    if len(arguments) not in (1, 2) or arguments[0] == "--help":
+        print(__doc__, file=sys.stdout if arguments == ["--help"] else sys.stderr)
+        return 0 if arguments == ["--help"] else 2
+    build = pathlib.Path(arguments[0]).resolve()
+    folder = PROJECT / arguments[1] if len(arguments) == 2 else PROJECT
     # Objects of the library stand once in the list, whatever links them; a source of two programs twice.
     entries = {entry["file"]: entry for entry in json.loads((build / "compile_commands.json").read_text())
-               if pathlib.Path(entry["file"]).is_relative_to(PROJECT)
+               if pathlib.Path(entry["file"]).is_relative_to(folder)
                and not pathlib.Path(entry["file"]).is_relative_to(build)}
     configurations = sorted(path for path in PROJECT.glob("**/.clang-tidy") if "build" not in path.parts)
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
