@@ -137,9 +137,10 @@ int IpcClient::awaitAnswer(JoinedText* text) {
       if (lost) break;
       continue;  // left over from a request that was answered after all
     }
-    // What nobody's request is answered with, more often than not.
-    if (record->kind != IPC_KIND_REPLY) watch.suspectStray();
     if (--unanswered == 0) {
+      // Junk that a stranger wrote to the request queue is answered with a failure reply too: ours may
+      // still be to come.
+      if (record->kind != IPC_KIND_REPLY) in_step = false;
       result = 0;
       break;
     }

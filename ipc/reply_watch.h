@@ -64,9 +64,8 @@ class ReplyWatch : public Receiver {
   };
 
   // Whether it is time to look, between two exchanges, if the reply queue holds an answer to nobody: true
-  // once per tick, and whenever an exchange has given cause.
+  // once per tick.
   bool takeStrayCheck();
-  void suspectStray() { stray_check_due_ = true; }
 
  private:
   void begin(int request_queue, int reply_queue, FenceToken token);
@@ -84,7 +83,7 @@ class ReplyWatch : public Receiver {
   pthread_t thread_{};
   FenceToken last_token_;
 
-  // Set by the thread and the requester, taken by the requester.
+  // Set by the thread, taken by the requester.
   std::atomic<bool> stray_check_due_{true};
 
   // Guards everything below. Held for a few instructions, and for calls that ask for the server's life or

@@ -7,7 +7,6 @@
 
 #include <array>
 #include <atomic>
-#include <csignal>
 #include <string>
 
 #include "hbbtv_ryn/browser.h"
@@ -63,6 +62,22 @@ TEST(StrayAnswerTest, AnswersToAStrangersRequestsShiftNoLaterAnswerForLong) {
     for (int i = 0; i < 50; ++i) EXPECT_TRUE(plugin.isAnswered(++appid));
   }
   EXPECT_EQ(0, Zunt_RYN_Browser_Finalize());
+}
+
+TEST(StrayAnswerTest, TheFailureReplyToAStrangersJunkShiftsNoLaterAnswer) {
+  ChildProcess browser(kBrowser);
+  ASSERT_EQ("up", browser.hear());
+  PluginEndpoint plugin;
+  ASSERT_TRUE(plugin.isAnswered(1));
+  ASSERT_TRUE(plugin.isAnswered(2));
+  browser.halt();
+  RawQueue requests(kRequestKey);
+  requests.sendMessage(kRawRequest, "junk");
+  Concurrently call([&] { return plugin.isAnswered(3); });
+  waitUntil("both requests lay there", [&] { return requests.depth() == 2; });
+  browser.goOn();
+  EXPECT_FALSE(call.result());
+  for (int appid = 4; appid < 50; ++appid) EXPECT_TRUE(plugin.isAnswered(appid));
 }
 
 // A server that shows life, but loses what it is sent.

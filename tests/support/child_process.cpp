@@ -134,9 +134,9 @@ int ChildProcess::wait() {
   return exitCodeOf(status);
 }
 
-void ChildProcess::kill(int signal) {
+int ChildProcess::kill(int signal) {
   this->signal(signal);
-  static_cast<void>(wait());
+  return wait();
 }
 
 void ChildProcess::halt() const {

@@ -61,8 +61,8 @@ class ChildProcess {
   /// Lets the child end by itself: its exit code, or minus the signal that ended it. Throws at the
   /// deadline.
   int wait();
-  /// Sends a signal that ends the child, and returns when the child is gone.
-  void kill(int signal = SIGKILL);
+  /// Sends a signal that ends the child, and returns when the child is gone: what wait() returns.
+  int kill(int signal = SIGKILL);
   /// Halts every thread of the child, and returns when they stand still; goOn() lets them run again.
   void halt() const;
   void goOn() const;
