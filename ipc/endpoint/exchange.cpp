@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "ipc/endpoint/exchange_trace.h"
 #include "ipc/malloc_ptr.h"
 #include "ipc/protocol/envelope.h"
 #include "ipc/serving.h"
@@ -49,7 +50,8 @@ int tell(const Outlet& outlet, const Draft& message) {
     std::string text = message.text();
     const IpcMessage request = asMessage(text);
     const std::lock_guard<std::mutex> guard(outlet.mutex);
-    return zunt_ipc_client_send(outlet.client, &request);
+    SendTrace traced(message.code(), text);
+    return traced.told(zunt_ipc_client_send(outlet.client, &request));
   });
 }
 
@@ -59,13 +61,15 @@ int ask(const Outlet& outlet, const Draft& message, ReplyReader read) {
     const IpcMessage request = asMessage(text);
     IpcMessage reply{0, nullptr};
     const std::lock_guard<std::mutex> guard(outlet.mutex);
+    SendTrace traced(message.code(), text);
     const int sent = zunt_ipc_client_send_sync_with_params(outlet.client, &request, &reply);
     const MallocPtr<char> reply_text(reply.text);
-    if (sent != 0) return sent;
+    if (sent != 0) return traced.unanswered(sent);
+    traced.answered(reply);
     Json::Value members;
     // A failure reply leaves the length at 0.
     if (!reply_text || reply.length == 0 || !parse(reply_text.get(), &members)) return -1;
-    return read(members);
+    return traced.understood(read(members));
   });
 }
 
@@ -103,16 +107,18 @@ std::string Incoming::string(const char* key) const {
 IpcMessage* serve(const IpcMessage* request, void* user_data, const Route* routes,
                   std::size_t route_count) {
   if (request == nullptr || request->text == nullptr || request->length == 0) return nullptr;
+  ServeTrace traced(*request, routes[0].code);
   Json::Value members;
-  if (!parse(request->text, &members)) return nullptr;
+  if (!parse(request->text, &members)) return traced.dropped(trace::Drop::kUnparseable);
   const int code = integer(members, key::kCode);
   const Route* const end = routes + route_count;
   const Route* const route =
       std::find_if(routes, end, [code](const Route& row) { return static_cast<int>(row.code) == code; });
-  if (route == end) return nullptr;
+  if (route == end) return traced.dropped(trace::Drop::kUnknownCode, code);
+  traced.received(route->code);
   Json::Value reply(Json::objectValue);
   route->handle({members, user_data}, &reply);
-  return newReply(messageOf(route->code), &reply);
+  return traced.answered(newReply(messageOf(route->code), &reply));
 }
 
 }  // namespace hbbtv_ryn
