@@ -1,6 +1,7 @@
 #include "ipc/endpoint/exchange_trace.h"
 
 #include "ipc/protocol/queues.h"
+#include "ipc/serving.h"
 
 namespace hbbtv_ryn {
 
@@ -92,7 +93,7 @@ void ServeTrace::traceReceived(Code code) {
 
 void ServeTrace::traceAnswered(const IpcMessage* reply) {
   settled_ = true;
-  if (kind_ == Kind::kOneWay) return;
+  if (kind_ == Kind::kOneWay || servesOneWay()) return;
   Event event{queue_, Way::kOut, Kind::kReply, code_, {}};
   event.handling = trace::now() - received_at_;
   if (reply == nullptr) {
