@@ -10,6 +10,7 @@
 #include <mutex>
 
 #include "hbbtv_ryn/log.h"
+#include "log/control_command.h"
 #include "log/control_protocol.h"
 
 using hbbtv_ryn::kLogClearCommand;
@@ -52,19 +53,6 @@ bool takeCommand(int control, char (&command)[kLogCommandBytes]) {
   return recvfrom(control, command, sizeof command, MSG_DONTWAIT, nullptr, nullptr) > 0;
 }
 
-void obey(const char (&command)[kLogCommandBytes]) {
-  {
-    const std::lock_guard<std::mutex> guard(g_modules_info_writers);
-    std::memcpy(g_modules_info, command, sizeof command);
-  }
-  if (std::memchr(command, '\0', kLogCommandTextBytes) == nullptr) return;
-  if (std::strcmp(command, kLogClearCommand) == 0) {
-    clear_modules_list();
-  } else {
-    insert_modules_list(command, static_cast<unsigned char>(command[kLogCommandTextBytes]));
-  }
-}
-
 void* log_control_thread(void* /*unused*/) {
   pthread_setname_np(pthread_self(), "ryn_log_control");
   const int control = openControlSocket();
@@ -73,7 +61,7 @@ void* log_control_thread(void* /*unused*/) {
     try {
       sendReport(control);
       sleep(hbbtv_ryn::kLogCycleSeconds);
-      if (takeCommand(control, command)) obey(command);
+      if (takeCommand(control, command)) hbbtv_ryn::obeyLogCommand(command);
     } catch (const std::exception&) {
       // The list could not be locked: the next cycle tries again.
       continue;
@@ -102,6 +90,19 @@ bool knownMode(int mode) {
 }
 
 }  // namespace
+
+void hbbtv_ryn::obeyLogCommand(const char (&command)[kLogCommandBytes]) {
+  {
+    const std::lock_guard<std::mutex> guard(g_modules_info_writers);
+    std::memcpy(g_modules_info, command, sizeof command);
+  }
+  if (std::memchr(command, '\0', kLogCommandTextBytes) == nullptr) return;
+  if (std::strcmp(command, kLogClearCommand) == 0) {
+    clear_modules_list();
+  } else {
+    insert_modules_list(command, static_cast<unsigned char>(command[kLogCommandTextBytes]));
+  }
+}
 
 int zunt_log_initialize(int mode) {
   if (!knownMode(mode)) return -1;

@@ -1,0 +1,57 @@
+#include "fuzzing.h"
+
+#include <json/value.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <numeric>
+
+#include "ipc/malloc_ptr.h"
+#include "ipc/protocol/envelope.h"
+
+namespace hbbtv_ryn::fuzz {
+
+void require(bool holds, const char* what) {
+  if (holds) return;
+  // The library's diagnostics are off; the descriptor is not.
+  dprintf(2, "does not hold: %s\n", what);
+  std::abort();
+}
+
+void silenceLibrary() {
+  std::FILE* nowhere = std::fopen("/dev/null", "w");
+  require(nowhere != nullptr, "/dev/null can be opened");
+  stdout = nowhere;
+  stderr = nowhere;
+}
+
+Request::Request(const uint8_t* data, std::size_t size)
+    : m_text(new char[size + 1]), m_message{static_cast<int32_t>(size), m_text.get()} {
+  if (size > 0) std::memcpy(m_text.get(), data, size);
+  m_text[size] = '\0';
+}
+
+void serveAndCheck(IpcServerCallback callback, const Request& request) {
+  IpcMessage* answer = nullptr;
+  try {
+    answer = callback(request.message(), nullptr);
+  } catch (const std::exception&) {
+    return;  // the server answers with its failure reply
+  }
+  if (answer == nullptr) return;
+  const std::unique_ptr<IpcMessage> owner(answer);
+  const MallocPtr<char> text(answer->text);
+  require(answer->length == static_cast<int32_t>(std::strlen(answer->text)), "the answer's length");
+  Json::Value members;
+  require(parse(answer->text, &members), "the answer is a JSON object");
+}
+
+void use(const void* memory, std::size_t bytes) {
+  const auto* const first = static_cast<const unsigned char*>(memory);
+  // Never true of memory that is there; the compiler cannot know.
+  require(std::accumulate(first, first + bytes, uint64_t{1}) != 0, "the memory can be read");
+}
+
+}  // namespace hbbtv_ryn::fuzz

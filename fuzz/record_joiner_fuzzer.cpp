@@ -1,0 +1,103 @@
+// Any messages on a queue, received and joined. The input: a byte that chooses the chunk size and the
+// receiver, then per message two bytes of length (low byte first) and as many bytes, all behind the type.
+#include <sys/ipc.h>
+#include <sys/msg.h>
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
+#include "fuzzing.h"
+#include "ipc/record.h"
+#include "support/isolation.h"
+
+using namespace hbbtv_ryn;  // NOLINT(google-build-using-namespace)
+
+namespace {
+
+constexpr long kChannel = 1;
+constexpr std::size_t kLargestMessage = 8192;  // the kernel's, unless told otherwise
+constexpr int kQueueBytes = 1 << 20;
+constexpr int kChunkSizes[] = {1, 16, 1024, 4000};
+
+int g_queue = -1;
+
+struct Datagram {
+  long type = kChannel;
+  char body[kLargestMessage];
+};
+
+void fillQueue(const uint8_t* data, std::size_t size) {
+  Datagram datagram;
+  while (size >= 2) {
+    const std::size_t wanted = data[0] + 256U * data[1];
+    data += 2;
+    size -= 2;
+    const std::size_t bytes = std::min({wanted, size, kLargestMessage});
+    std::memcpy(datagram.body, data, bytes);
+    if (msgsnd(g_queue, &datagram, bytes, IPC_NOWAIT) != 0) return;
+    data += bytes;
+    size -= bytes;
+  }
+}
+
+// A whole message, so that the last receive ends as well.
+void sendEnd(int chunk_size) {
+  char text[] = "e";
+  const IpcMessage end{1, text};
+  ipc_snd_internal(g_queue, kChannel, chunk_size, &end, IPC_KIND_ONEWAY);
+}
+
+void receiveBounded(int chunk_size, IpcRecord* record, JoinedText* text) {
+  const int result = receiveMessage(g_queue, kChannel, chunk_size, record, text);
+  fuzz::require(text->bytes != nullptr, "the buffer is kept");
+  fuzz::require(text->capacity <= std::max(kJoinLimit, 2 * chunk_size + 1), "the buffer stays small");
+  if (result != 0) return;
+  fuzz::require(text->length < text->capacity && text->bytes.get()[text->length] == '\0', "the NUL");
+  fuzz::use(text->bytes.get(), static_cast<std::size_t>(text->length));
+  const int32_t reported = reportedLength(*record, text);
+  fuzz::require(reported >= 0 && reported < text->capacity, "the reported length");
+  fuzz::use(text->bytes.get(), static_cast<std::size_t>(reported) + 1);
+  FenceToken token;
+  readFence(*record, &token);
+}
+
+void receivePublic(int chunk_size, IpcRecord* record, MallocPtr<char>* text, int* capacity) {
+  char* bytes = text->release();
+  const int result = ipc_rcv_internal(g_queue, kChannel, chunk_size, record, &bytes, capacity);
+  text->reset(bytes);
+  fuzz::require(bytes != nullptr && *capacity >= 1, "the buffer is kept");
+  if (result == 0) fuzz::use(bytes, std::strlen(bytes));
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+  fuzz::silenceLibrary();
+  test::isolateProcess();
+  test::setQueueCapacity(kQueueBytes);
+  g_queue = msgget(IPC_PRIVATE, 0600);
+  fuzz::require(g_queue >= 0, "a queue can be made");
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+  if (size == 0) return 0;
+  const int chunk_size = kChunkSizes[data[0] % std::size(kChunkSizes)];
+  const bool bounded = data[0] < 128;
+  fillQueue(data + 1, size - 1);
+  sendEnd(chunk_size);
+  const auto record = newRecord(chunk_size);
+  JoinedText text;
+  fuzz::require(record && text.allocate(chunk_size), "memory");
+  MallocPtr<char> public_text(static_cast<char*>(std::malloc(static_cast<std::size_t>(chunk_size) + 1)));
+  int capacity = chunk_size + 1;
+  while (!isEmpty(g_queue)) {
+    if (bounded) {
+      receiveBounded(chunk_size, record.get(), &text);
+    } else {
+      receivePublic(chunk_size, record.get(), &public_text, &capacity);
+    }
+  }
+  return 0;
+}
