@@ -71,7 +71,7 @@ class Torture {
     const auto cycle = std::chrono::duration_cast<milliseconds>(m_duration) / cycles;
     for (int64_t i = 0; i < cycles && !m_failed; ++i) {
       trouble(Phase::kKills, cycle * 4 / 10);
-      m_calm_peak = std::max(m_calm_peak, m_peak);
+      if (i == 0) m_calm_peak = m_peak;
       trouble(Phase::kMalformed, cycle * 2 / 10);
       trouble(Phase::kAnything, cycle * 2 / 10);
       settle();
