@@ -89,20 +89,20 @@ check-instructions: ## Fail when an exchange costs more instructions than agreed
 	$(call build,bench,instruction_scenario)
 	@bench/instruction_guard.sh
 
-fuzz: ## Run every fuzzer for 10 minutes each
+fuzz: ## Run every fuzzer for 10 minutes, or for as long as FUZZ_SECONDS says
 	$(install) build fuzz
 	$(call build,fuzz)
-	@fuzz/run.sh build/fuzz/bin 600
+	@fuzz/run.sh $(or $(FUZZ_SECONDS),600)
 
 torture: ## Ten minutes of load, kills, restarts and hostile records
 	$(install) build check
-	$(call build,release,torture)
-	@build/release/bin/torture --duration 600
+	$(call build,release,ryn_torture)
+	@build/release/bin/ryn_torture --seconds 600
 
 soak: ## Thirty minutes of normal traffic with restarts
 	$(install) build check
-	$(call build,release,soak)
-	@build/release/bin/soak
+	$(call build,release,ryn_soak)
+	@build/release/bin/ryn_soak
 
 docs: ## Print the message tables of docs/protocol.md from the catalogue
 	$(install) build
