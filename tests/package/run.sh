@@ -20,28 +20,33 @@ architecture=$(dpkg --print-architecture)
 # shellcheck disable=SC1091
 release=$(. /etc/os-release && echo "$VERSION_CODENAME")
 archive=$build/fresh-root-$release-$architecture.tar
-export DEBIAN_FRONTEND=noninteractive LC_ALL=C
 
 root=$(mktemp -d "$build/fresh-root.XXXXXX")
 chmod 755 "$root"
 trap 'rm -rf --one-file-system "$root"' EXIT
 
-# Runs a command in the fresh root, in an IPC and a network namespace of its own.
-run_isolated() {
-  unshare --ipc --net chroot "$root" "$@"
+eval "$(apt-config shell proxy Acquire::http::Proxy)"
+
+# Runs a command in the fresh root. Nothing of the caller's environment is there.
+in_root() {
+  env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C DEBIAN_FRONTEND=noninteractive \
+    ${proxy:+http_proxy="$proxy"} chroot "$root" "$@"
+}
+
+# The same in an IPC and a network namespace of its own.
+in_isolated_root() {
+  env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C unshare --ipc --net chroot "$root" "$@"
 }
 
 make_archive() {
-  local mirror http_proxy
+  local mirror
   mirror=$(apt-get indextargets --format '$(RELEASE) $(REPO_URI)' 'Created-By: Packages' 'Component: main' |
     awk -v release="$release" '$1 == release { print $2; exit }')
-  eval "$(apt-config shell http_proxy Acquire::http::Proxy)"
-  export http_proxy
   echo "Making a fresh $release root (once)"
-  debootstrap --variant=minbase --include=ca-certificates "$release" "$root" "$mirror" >"$build/debootstrap.log" ||
+  env ${proxy:+http_proxy="$proxy"} debootstrap --variant=minbase --include=ca-certificates "$release" "$root" "$mirror" >"$build/debootstrap.log" ||
     { tail -20 "$build/debootstrap.log" "$root/debootstrap/debootstrap.log" >&2; return 1; }
-  chroot "$root" apt-get -qq install -y --no-install-recommends g++ cmake make pkg-config >>"$build/debootstrap.log"
-  chroot "$root" apt-get clean
+  in_root apt-get -qq install -y --no-install-recommends g++ cmake make pkg-config >>"$build/debootstrap.log"
+  in_root apt-get clean
   tar -C "$root" -cf "$archive.part" .
   mv "$archive.part" "$archive"
 }
@@ -55,32 +60,32 @@ cp /etc/resolv.conf "$root/etc/resolv.conf"
 
 echo "Installing the packages"
 cp "$packages"/*_"$architecture".deb "$root/tmp/"
-chroot "$root" apt-get -qq update || true
-chroot "$root" sh -c 'apt-get -qq install -y --no-install-recommends /tmp/*.deb' >"$build/install.log" 2>&1 ||
+in_root apt-get -qq update || true
+in_root sh -c 'apt-get -qq install -y --no-install-recommends /tmp/*.deb' >"$build/install.log" 2>&1 ||
   { cat "$build/install.log" >&2; exit 1; }
-chroot "$root" test -f /usr/lib/sysctl.d/60-hbbtv-ryn.conf
-chroot "$root" rynctl --help >/dev/null
+in_root test -f /usr/lib/sysctl.d/60-hbbtv-ryn.conf
+in_root rynctl --help >/dev/null
 
 cp -r "$here/stranger" "$root/srv/stranger"
 echo "Building and running with find_package"
-chroot "$root" sh -ec 'cd /srv/stranger
+in_root sh -ec 'cd /srv/stranger
   cmake -S . -B cmake-build >/dev/null
   cmake --build cmake-build'
-run_isolated /srv/stranger/run_pair.sh /srv/stranger/cmake-build
+in_isolated_root /srv/stranger/run_pair.sh /srv/stranger/cmake-build
 
 echo "Building and running with pkg-config"
-chroot "$root" sh -ec 'cd /srv/stranger
+in_root sh -ec 'cd /srv/stranger
   mkdir pkg-config-build
   for host in browser plugin; do
     g++ -std=c++17 -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror $(pkg-config --cflags hbbtv_ryn) \
       $host.cpp -o pkg-config-build/$host $(pkg-config --libs hbbtv_ryn)
   done'
-run_isolated /srv/stranger/run_pair.sh /srv/stranger/pkg-config-build
+in_isolated_root /srv/stranger/run_pair.sh /srv/stranger/pkg-config-build
 
 echo "Removing the packages"
-chroot "$root" apt-get -qq purge -y libhbbtv-ryn-dev 'libhbbtv-ryn[0-9]*' hbbtv-ryn-tools >"$build/install.log" 2>&1 ||
+in_root apt-get -qq purge -y libhbbtv-ryn-dev 'libhbbtv-ryn[0-9]*' hbbtv-ryn-tools >"$build/install.log" 2>&1 ||
   { cat "$build/install.log" >&2; exit 1; }
-leftovers=$(chroot "$root" find /usr /etc -name '*hbbtv*')
+leftovers=$(in_root find /usr /etc -name '*hbbtv*')
 if [ -n "$leftovers" ]; then
   printf 'Left behind after the removal:\n%s\n' "$leftovers" >&2
   exit 1

@@ -21,13 +21,14 @@ void onParentalRating(int, int, bool* blocked) {
   *blocked = true;
 }
 
-// The browser process may start later than this one: its queue does not exist until then.
+// The browser process may start later than this one: it has no queue then (-3), or nobody serves it yet
+// (-1).
 int createWhenReady(int* appid, int* orgid) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   for (;;) {
     const int result =
         Zunt_RYN_Plugin_CreateApp(1, 2, "http://example.org/?a=\"b\"&c=\\d", true, false, appid, orgid);
-    if (result != -3 || std::chrono::steady_clock::now() > deadline) return result;
+    if (result == 0 || std::chrono::steady_clock::now() > deadline) return result;
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
 }
