@@ -32,7 +32,7 @@ help: ## Show this list
 	@awk -F ':.*## ' '/^[a-z-]+:.*## / { printf "  make %-18s %s\n", $$1, $$2 }' $(MAKEFILE_LIST)
 
 demo: ## Watch a browser process and a plug-in process talk
-	$(install) build
+	$(install) build check
 	$(call build,dev,browser_host plugin_host)
 	@examples/run_demo.sh build/dev/bin
 
@@ -105,7 +105,7 @@ soak: ## Thirty minutes of normal traffic with restarts
 	@build/release/bin/ryn_soak
 
 docs: ## Print the message tables of docs/protocol.md from the catalogue
-	$(install) build
+	$(install) build check
 	$(call build,dev,print_messages)
 	@build/dev/bin/print_messages --update docs/protocol.md
 
