@@ -33,7 +33,7 @@ help: ## Show this list
 
 demo: ## Watch a browser process and a plug-in process talk
 	$(install) build check
-	$(call build,dev,browser_host plugin_host)
+	$(call build,dev,browser_host plugin_host rynctl)
 	@examples/run_demo.sh build/dev/bin
 
 check: ## Build everything and run the tests

@@ -52,3 +52,10 @@ if [ $result -ne 0 ]; then
   echo "The demo failed: a host ended with an error." >&2
   exit 1
 fi
+
+if [ -x "$programs/rynctl" ]; then
+  echo
+  echo "Worth typing next, in two terminals (docs/rynctl.md goes on from there):"
+  echo "  $programs/rynctl serve browser"
+  echo "  $programs/rynctl call CreateApp appid=0 orgid=0 'url=http://portal.example/?org=10' child=0 opapp=0"
+fi

@@ -97,6 +97,13 @@ const std::string& Tool::out() {
   return m_text;
 }
 
+std::string Tool::err() const {
+  std::string text(static_cast<std::size_t>(lseek(m_err, 0, SEEK_END)), '\0');
+  check(pread(m_err, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()),
+        "cannot read the errors");
+  return text;
+}
+
 ToolResult Tool::result() {
   int status = 0;
   waitUntil("rynctl ends", [&] {
@@ -105,10 +112,7 @@ ToolResult Tool::result() {
   });
   m_pid = -1;
   out();
-  std::string err(static_cast<std::size_t>(lseek(m_err, 0, SEEK_END)), '\0');
-  check(pread(m_err, err.data(), err.size(), 0) == static_cast<ssize_t>(err.size()),
-        "cannot read the errors");
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), m_text, err};
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), m_text, err()};
 }
 
 ToolResult rynctl(const std::vector<std::string>& arguments, const std::vector<std::string>& environment) {

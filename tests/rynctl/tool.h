@@ -32,6 +32,8 @@ class Tool {
   void signal(int number) const;
   /// Standard output so far.
   const std::string& out();
+  /// Standard error so far.
+  std::string err() const;
   /// Waits for the end.
   ToolResult result();
 

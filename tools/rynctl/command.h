@@ -15,7 +15,13 @@ namespace hbbtv_ryn::rynctl {
 using Action = std::function<ExitCode()>;
 
 /// Each adds its subcommands to `app`. `action` outlives the parse.
+void addCallCommands(CLI::App& app, Action& action);
+void addDoctorCommand(CLI::App& app, Action& action);
+void addListCommands(CLI::App& app, Action& action);
 void addLogCommand(CLI::App& app, Action& action);
+void addMonitorCommand(CLI::App& app, Action& action);
+void addQueueCommands(CLI::App& app, Action& action);
+void addServeCommands(CLI::App& app, Action& action);
 
 }  // namespace hbbtv_ryn::rynctl
 

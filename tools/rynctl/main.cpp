@@ -23,7 +23,7 @@ ExitCode fail(ExitCode code, const char* text) {
 }
 
 ExitCode run(int argc, char** argv) {
-  CLI::App app("Looks into the running processes of an HbbTV bridge and steers their logging.", "rynctl");
+  CLI::App app("Be either side of an HbbTV bridge, and see everything on it.", "rynctl");
   app.set_version_flag("--version", "rynctl " RYNCTL_VERSION);
   app.set_help_flag("-h,--help", "Print this help and exit");
   // With one required, an unknown command would be answered by "a subcommand is required".
@@ -31,6 +31,12 @@ ExitCode run(int argc, char** argv) {
   app.footer(kExitCodes);
 
   Action action;
+  hbbtv_ryn::rynctl::addListCommands(app, action);
+  hbbtv_ryn::rynctl::addCallCommands(app, action);
+  hbbtv_ryn::rynctl::addServeCommands(app, action);
+  hbbtv_ryn::rynctl::addQueueCommands(app, action);
+  hbbtv_ryn::rynctl::addMonitorCommand(app, action);
+  hbbtv_ryn::rynctl::addDoctorCommand(app, action);
   hbbtv_ryn::rynctl::addLogCommand(app, action);
 
   try {

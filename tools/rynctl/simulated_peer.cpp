@@ -1,0 +1,219 @@
+#include "simulated_peer.h"
+
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "channel.h"
+#include "exit_code.h"
+#include "ipc/protocol/envelope.h"
+#include "message_text.h"
+#include "tools/catalogue/catalogue_text.h"
+
+namespace hbbtv_ryn::rynctl {
+
+std::string timeOfDay() {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  std::tm local{};
+  localtime_r(&now.tv_sec, &local);
+  constexpr long kNanosecondsPerMicrosecond = 1000;
+  std::array<char, 32> text{};
+  std::snprintf(text.data(), text.size(), "%02d:%02d:%02d.%06ld", local.tm_hour, local.tm_min, local.tm_sec,
+                now.tv_nsec / kNanosecondsPerMicrosecond);
+  return text.data();
+}
+
+/// One queue of the side.
+struct SimulatedPeer::Server {
+  SimulatedPeer* peer;
+  key_t queue;
+  IpcServer* handle = nullptr;
+
+  Server(SimulatedPeer* owner, const QueueName& name, bool with_reply) : peer(owner), queue(name.key) {
+    const int created = zunt_ipc_server_create(name.key, kChannel, with_reply ? kWithReply : kOneWayOnly,
+                                               IPC_CHUNK_SIZE, &handle);
+    if (created != 0) {
+      throw Failure(ExitCode::NoPeer, "the queue '" + std::string(name.name) +
+                                          "' cannot be served; does it belong to another user?");
+    }
+    zunt_ipc_server_register_callback(handle, &SimulatedPeer::serve, this);
+  }
+  ~Server() { zunt_ipc_server_destroy(handle); }
+  Server(const Server&) = delete;
+  Server& operator=(const Server&) = delete;
+};
+
+/// What is to be sent, by a thread of its own: a query waits for its answer. Shared with that thread, which
+/// is left behind when it waits at the end.
+struct SimulatedPeer::Schedule {
+  std::mutex lock;  // guards everything below
+  std::condition_variable changed;
+  std::multimap<Clock::time_point, Event> due;
+  bool ended = false;
+  std::function<void(const Message*, const std::string&)> print;
+};
+
+SimulatedPeer::SimulatedPeer(Side side, Responder responder, Printer printer)
+    : responder_(std::move(responder)),
+      printer_(std::move(printer)),
+      schedule_(std::make_shared<Schedule>()) {
+  schedule_->print = [this](const Message* message, const std::string& line) { print(message, line); };
+  std::thread([schedule = schedule_] { runSchedule(schedule); }).detach();
+  for (const QueueName& queue : kQueues) {
+    if (queue.carriesReplies() || queue.reader != side) continue;
+    servers_.push_back(std::make_unique<Server>(this, queue, queue.key != kNotificationQueueKey));
+  }
+}
+
+SimulatedPeer::~SimulatedPeer() {
+  {
+    const std::lock_guard<std::mutex> guard(schedule_->lock);
+    schedule_->ended = true;
+    schedule_->print = nullptr;
+  }
+  schedule_->changed.notify_all();
+  {
+    const std::lock_guard<std::mutex> guard(lock_);
+    stopping_ = true;
+  }
+  stopped_.notify_all();
+}
+
+void SimulatedPeer::print(const Message* message, const std::string& line) {
+  const std::lock_guard<std::mutex> guard(print_lock_);
+  printer_(message, timeOfDay() + "  " + line);
+}
+
+bool SimulatedPeer::sleepUnlessStopped(std::chrono::milliseconds time) {
+  std::unique_lock<std::mutex> guard(lock_);
+  return !stopped_.wait_for(guard, time, [this] { return stopping_; });
+}
+
+void SimulatedPeer::hang() {
+  std::unique_lock<std::mutex> guard(lock_);
+  stopped_.wait(guard, [this] { return stopping_; });
+}
+
+IpcMessage* SimulatedPeer::serve(const IpcMessage* request, void* server) {
+  const auto* const self = static_cast<Server*>(server);
+  const std::string text(request->text, static_cast<std::size_t>(request->length));
+  return self->peer->answer(text, self->queue);
+}
+
+namespace {
+
+std::string outcomeOf(const Message& message, const Response& response) {
+  switch (response.kind) {
+    case Response::Kind::kSilence:
+      return "silence";
+    case Response::Kind::kFailure:
+      return "no answer";
+    case Response::Kind::kReply:
+      break;
+  }
+  return membersText(response.members, message.reply);
+}
+
+}  // namespace
+
+IpcMessage* SimulatedPeer::answer(const std::string& text, key_t queue) {
+  Json::Value members;
+  int code = 0;
+  try {
+    if (parse(text.c_str(), &members)) code = integer(members, key::kCode);
+  } catch (const Json::Exception&) {
+    code = 0;
+  }
+  const Message* const message = findMessage(code);
+  if (message == nullptr || queueOf(*message) != queue) {
+    print(nullptr, "?  " + onOneLine(text));
+    return nullptr;
+  }
+  const std::string arguments = membersText(members, message->request);
+  std::string line = std::string(message->name) + (arguments.empty() ? "" : " ") + arguments;
+  Response response;
+  try {
+    response = responder_(*message, members);
+  } catch (const Json::Exception& error) {
+    print(message, line + "  -> no answer: " + error.what());
+    return nullptr;
+  }
+  if (message->delivery == Delivery::kSync) line += "  -> " + outcomeOf(*message, response);
+  const bool at_once = response.delay.count() == 0;
+  if (at_once) print(message, line);
+  for (const Event& event : response.then) schedule(event);
+  if (!at_once) {
+    if (!sleepUnlessStopped(response.delay)) return nullptr;
+    print(message, line);
+  }
+  if (response.kind == Response::Kind::kSilence) hang();
+  if (message->delivery == Delivery::kOneWay || response.kind != Response::Kind::kReply) return nullptr;
+  const std::string reply = serialise(response.members);
+  return new IpcMessage{static_cast<int32_t>(reply.size()), strdup(reply.c_str())};
+}
+
+void SimulatedPeer::schedule(const Event& event) {
+  {
+    const std::lock_guard<std::mutex> guard(schedule_->lock);
+    schedule_->due.emplace(Clock::now() + event.after, event);
+  }
+  schedule_->changed.notify_all();
+}
+
+namespace {
+
+/// Sends it. Returns the line that tells of it.
+std::string sendEvent(const Event& event) {
+  const Message& message = *event.message;
+  const std::string arguments = membersText(event.members, message.request);
+  const std::string line =
+      "sends " + std::string(message.name) + (arguments.empty() ? "" : " ") + arguments;
+  try {
+    const Client client(message);
+    if (message.delivery == Delivery::kOneWay) {
+      client.tell(serialise(event.members), false);
+      return line;
+    }
+    const Reply reply = client.ask(serialise(event.members), std::chrono::milliseconds::zero());
+    Json::Value members;
+    if (reply.failure) return line + "  -> no answer";
+    const bool parsed = parse(reply.text.c_str(), &members);
+    return line + "  -> " + (parsed ? membersText(members, message.reply) : onOneLine(reply.text)) + "  (" +
+           std::to_string(reply.took.count()) + " us)";
+  } catch (const Failure& failure) {
+    return line + "  not sent: " + failure.what();
+  }
+}
+
+}  // namespace
+
+void SimulatedPeer::runSchedule(const std::shared_ptr<Schedule>& schedule) {
+  std::unique_lock<std::mutex> guard(schedule->lock);
+  while (!schedule->ended) {
+    if (schedule->due.empty()) {
+      schedule->changed.wait(guard);
+      continue;
+    }
+    const auto next = schedule->due.begin();
+    const auto time = next->first;
+    if (Clock::now() < time) {
+      schedule->changed.wait_until(guard, time);
+      continue;
+    }
+    Event event = next->second;
+    schedule->due.erase(next);
+    if (event.times != 1) {
+      Event again = event;
+      if (again.times > 1) --again.times;
+      schedule->due.emplace(time + again.every, again);
+    }
+    guard.unlock();
+    const std::string line = sendEvent(event);
+    guard.lock();
+    if (schedule->print) schedule->print(event.message, line);
+  }
+}
+
+}  // namespace hbbtv_ryn::rynctl
