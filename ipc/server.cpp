@@ -1,3 +1,5 @@
+#include "ipc/server.h"
+
 #include <pthread.h>
 #include <sys/msg.h>
 
@@ -191,20 +193,30 @@ int setCallback(IpcServer* server, IpcServerCallback callback, void* user_data) 
 
 }  // namespace
 
-int zunt_ipc_server_create(key_t key, long channel, int with_reply, int chunk_size, IpcServer** server) {
+namespace hbbtv_ryn {
+
+int createServer(key_t key, long channel, int with_reply, int chunk_size, IpcServerCallback callback,
+                 void* user_data, IpcServer** server) {
   if (server == nullptr) return -3;
   std::unique_ptr<IpcServer> created(new (std::nothrow)
                                          IpcServer(key, channel, with_reply != 0, chunk_size));
   if (!created) return -4;
+  created->callback = callback;
+  created->user_data = user_data;
   // Before the queues: a client that finds them must not find the server dead.
   if (!created->life.begin(key, with_reply != 0)) return -3;
   if (!created->openQueues()) return -3;
-  if (hbbtv_ryn::createSignalFreeThread(&created->thread, nullptr, &ipc_server_receive_loop,
-                                        created.get()) != 0) {
+  if (createSignalFreeThread(&created->thread, nullptr, &ipc_server_receive_loop, created.get()) != 0) {
     return -5;
   }
   *server = created.release();
   return 0;
+}
+
+}  // namespace hbbtv_ryn
+
+int zunt_ipc_server_create(key_t key, long channel, int with_reply, int chunk_size, IpcServer** server) {
+  return hbbtv_ryn::createServer(key, channel, with_reply, chunk_size, nullptr, nullptr, server);
 }
 
 int zunt_ipc_server_destroy(IpcServer* server) {

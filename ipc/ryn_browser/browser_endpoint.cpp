@@ -2,6 +2,7 @@
 
 #include "ipc/protocol/queues.h"
 #include "ipc/ryn_browser/browser_state.h"
+#include "ipc/server.h"
 
 namespace hbbtv_ryn {
 
@@ -13,19 +14,12 @@ ZuntRynBrowserEventCallback g_browser_callbacks{};
 
 namespace {
 
-int createServer() {
+int createRequestServer() {
   if (g_browser_server != nullptr) return 0;
-  if (zunt_ipc_server_create(kRequestQueueKey, kChannel, kWithReply, IPC_CHUNK_SIZE, &g_browser_server) !=
-      0) {
-    return -1;
-  }
-  if (zunt_ipc_server_register_callback(g_browser_server, &Zunt_RYN_Browser_Server_Callback, nullptr) ==
-      0) {
-    return 0;
-  }
-  zunt_ipc_server_destroy(g_browser_server);
-  g_browser_server = nullptr;
-  return -1;
+  return createServer(kRequestQueueKey, kChannel, kWithReply, IPC_CHUNK_SIZE,
+                      &Zunt_RYN_Browser_Server_Callback, nullptr, &g_browser_server) == 0
+             ? 0
+             : -1;
 }
 
 int createClient(key_t key, int with_reply, std::atomic<IpcClient*>* client) {
@@ -57,7 +51,7 @@ int destroyServer() {
 using namespace hbbtv_ryn;  // NOLINT(google-build-using-namespace): the definitions of the public functions
 
 int Zunt_RYN_Browser_Initialize() {
-  if (createServer() != 0) return -1;
+  if (createRequestServer() != 0) return -1;
   if (createClient(kNotificationQueueKey, kOneWayOnly, &g_browser_notify_client) != 0) {
     destroyServer();
     return -1;

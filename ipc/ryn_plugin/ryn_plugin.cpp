@@ -7,6 +7,7 @@
 
 #include "ipc/protocol/queues.h"
 #include "ipc/ryn_plugin/plugin_state.h"
+#include "ipc/server.h"
 
 namespace hbbtv_ryn {
 
@@ -27,26 +28,17 @@ std::mutex g_plugin_event_mutex;
 // Never destroyed: a host that exits without stopping us leaves the receive threads running.
 std::map<int, ZuntRynEventCallback>& g_plugin_event_callbacks = *new std::map<int, ZuntRynEventCallback>;
 
-int createServer(key_t key, int with_reply, IpcServerCallback callback, IpcServer** server) {
-  const int created = zunt_ipc_server_create(key, kChannel, with_reply, IPC_CHUNK_SIZE, server);
-  if (created != 0) return created;
-  const int registered = zunt_ipc_server_register_callback(*server, callback, nullptr);
-  if (registered != 0) {
-    zunt_ipc_server_destroy(*server);
-    *server = nullptr;
-  }
-  return registered;
-}
-
 // Creates the three objects. When one fails, those before it are left.
 int createAll() {
   IpcClient* client = nullptr;
   int result = zunt_ipc_client_create(kRequestQueueKey, kChannel, kWithReply, IPC_CHUNK_SIZE, &client);
   if (result != 0) return result;
   g_plugin_client = client;
-  result = createServer(kNotificationQueueKey, kOneWayOnly, &notificationEntry, &g_plugin_notify_server);
+  result = createServer(kNotificationQueueKey, kChannel, kOneWayOnly, IPC_CHUNK_SIZE, &notificationEntry,
+                        nullptr, &g_plugin_notify_server);
   if (result != 0) return result;
-  return createServer(kQueryQueueKey, kWithReply, &queryEntry, &g_plugin_query_server);
+  return createServer(kQueryQueueKey, kChannel, kWithReply, IPC_CHUNK_SIZE, &queryEntry, nullptr,
+                      &g_plugin_query_server);
 }
 
 int destroyServer(IpcServer* server) {
