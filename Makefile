@@ -117,12 +117,10 @@ check-format: ## Fail when a source is not in shape
 	$(install) lint
 	@$(sources) | xargs clang-format --dry-run --Werror
 
-lint: ## Run clang-tidy over every source
-	$(install) build check bench lint
+lint: ## Run clang-tidy over every source of the product
+	$(install) build check lint
 	$(call configure,dev)
-	@cmake/lint.py build/dev
-	$(call configure,bench)
-	@cmake/lint.py build/bench bench
+	@for folder in ipc log trace tools examples; do cmake/lint.py build/dev $$folder || exit 1; done
 
 clean: ## Remove every build tree
 	@rm -rf build
