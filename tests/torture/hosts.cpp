@@ -1,5 +1,6 @@
 #include "torture/hosts.h"
 
+#include <malloc.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -382,6 +383,8 @@ struct Lifecycle {
 template <std::size_t Count>
 int runHost(Parent& parent, Side side, const Lifecycle& endpoint, const Question (&questions)[Count],
             void (*message)(Random&)) {
+  // Each thread's arena would grow for a while before it is full of holes that fit.
+  mallopt(M_ARENA_MAX, 1);
   g_ledger = &openLedger(parent.argument(0));
   const uint64_t seed = std::stoull(parent.argument(1));
   const auto pause = static_cast<useconds_t>(std::stoul(parent.argument(2)));
@@ -409,11 +412,15 @@ int runHost(Parent& parent, Side side, const Lifecycle& endpoint, const Question
     threads.clear();
   };
   startCalling();
-  while (parent.hear() == "restart") {
-    stopCalling();
-    if (endpoint.stop() != 0 || endpoint.start() != 0) return 3;
-    startCalling();
-    parent.say("restarted");
+  for (std::string order = parent.hear(); order != "finish"; order = parent.hear()) {
+    if (order == "trim") {
+      malloc_trim(0);
+    } else {
+      stopCalling();
+      if (endpoint.stop() != 0 || endpoint.start() != 0) return 3;
+      startCalling();
+    }
+    parent.say("done");
   }
   stopCalling();
   return endpoint.stop() == 0 ? 0 : 4;

@@ -36,11 +36,6 @@ constexpr milliseconds kSettlingLimit{10000};
 constexpr int kSettled = 100;  // right answers in a row
 // What a joined text of the largest size costs once it is parsed, with room to spare.
 constexpr int kMemoryLimitKb = 8192;
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kMemoryIsTelling = false;  // a sanitizer's own use drowns ours
-#else
-constexpr bool kMemoryIsTelling = true;
-#endif
 
 int peakResidentKb(pid_t pid) {
   std::ifstream status("/proc/" + std::to_string(pid) + "/status");
