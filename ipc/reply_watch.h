@@ -1,10 +1,11 @@
 // Breaks a client's wait for an answer that will not come.
 //
 // msgrcv() has no time-out, so the wait is ended from beside, by a thread of the client. Twice a second it
-// looks whether a request is waiting for long. If so it asks the server once to send a fence back (one that
-// is still at work does so after its answer; one that has lost the request, or whose answer was dropped on
-// a full queue, does so at once), and sleeps on the server's life. When the server dies, it puts the fence
-// on the reply queue itself. Either way the fence ends the wait.
+// looks whether a request is waiting for long. If so it asks the server to send a fence back (one that is
+// still at work does so after its answer; one that has lost the request, or whose answer was dropped on a
+// full queue, does so at once), again when the server has taken the fence and nothing came of it, and
+// sleeps on the server's life. When the server dies, it puts the fence on the reply queue itself. Either
+// way the fence ends the wait.
 //
 // The common path costs one system call, which asks for the server's life before a request is sent. The
 // first request after an idle time also wakes the thread, and one request per tick looks for stray answers.
