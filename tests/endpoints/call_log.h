@@ -14,12 +14,12 @@ using Calls = std::vector<std::string>;
 
 class CallLog {
  public:
-  /// One call as a line: the name and the arguments, separated by blanks.
-  template <typename... Arguments>
-  void note(const char* name, Arguments... arguments) {
+  /// One call as a line of values, separated by blanks.
+  template <typename... Values>
+  void note(Values... values) {
     std::ostringstream line;
-    line << name;
-    ((line << ' ' << arguments), ...);
+    [[maybe_unused]] const char* separator = "";
+    ((line << std::exchange(separator, " ") << values), ...);
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_calls.push_back(line.str());
   }

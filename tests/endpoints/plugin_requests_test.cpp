@@ -6,6 +6,7 @@
 #include <sstream>
 #include <vector>
 
+#include "endpoints/api_call.h"
 #include "endpoints/wire.h"
 #include "hbbtv_ryn/plugin.h"
 #include "support/deadline.h"
@@ -15,54 +16,31 @@
 namespace hbbtv_ryn::test {
 namespace {
 
-// What the out-parameters hold before a call. A flag is tried with both.
-constexpr int kOld = 77;
-bool g_old_flag = false;
-
-// The result of a call and what its out-parameters hold afterwards.
-template <typename... Values>
-std::string outcome(int result, Values... values) {
+// The result, the counts and the first, some more and the last of what is stored in an array.
+template <int (*Ask)(int, int, int*, int*)>
+std::string callForKeys() {
+  std::vector<int> keys(20, kOld);
+  int count = kOld;
   std::ostringstream text;
-  text << result << ':';
-  ((text << ' ' << values), ...);
+  text << Ask(1, 2, keys.data(), &count) << ": " << count;
+  for (const int at : {0, 1, 2, 19}) text << ' ' << keys[static_cast<std::size_t>(at)];
   return text.str();
 }
 
-template <int (*Ask)(int, int, bool*)>
-std::string askFlag() {
-  bool value = g_old_flag;
-  const int result = Ask(1, 2, &value);
-  return outcome(result, value);
-}
-
-template <int (*Ask)(int, int, int*)>
-std::string askNumber() {
-  int value = kOld;
-  const int result = Ask(1, 2, &value);
-  return outcome(result, value);
-}
-
-template <int (*Ask)(int, int, int, std::string&)>
-std::string askString() {
-  std::string value = "old";
-  const int result = Ask(1, 2, 415, value);
-  return outcome(result, value);
-}
-
-template <int (*Ask)(int, int, int*, int*)>
-std::string askKeys() {
-  std::vector<int> keys(20, kOld);
-  int count = kOld;
-  const int result = Ask(1, 2, keys.data(), &count);
-  return outcome(result, count, keys[0], keys[1], keys[2], keys[19]);
-}
-
-std::string askChildren(int appid, int orgid) {
+std::string callForChildren(int appid, int orgid) {
   int appids[] = {kOld, kOld, kOld};
   int orgids[] = {kOld, kOld, kOld};
   int count = kOld;
-  const int result = Zunt_RYN_Plugin_GetChildApps(appid, orgid, appids, orgids, &count);
-  return outcome(result, count, appids[0], orgids[0], appids[1], orgids[1], appids[2], orgids[2]);
+  std::ostringstream text;
+  text << Zunt_RYN_Plugin_GetChildApps(appid, orgid, appids, orgids, &count) << ": " << count;
+  for (int i = 0; i < 3; ++i) text << ' ' << appids[i] << ' ' << orgids[i];
+  return text.str();
+}
+
+template <int Count>
+std::string callSetValue() {
+  const int keys[] = {37, 38, -3};
+  return std::to_string(Zunt_RYN_Plugin_SetValue(1, 2, 31, keys, Count)) + ':';
 }
 
 struct Request {
@@ -76,123 +54,66 @@ struct Request {
 constexpr const char* kNoReply = nullptr;
 
 const Request kRequests[] = {
-    {[] {
-       int appid = 5;
-       int orgid = kOld;
-       const int result = Zunt_RYN_Plugin_GetOwnerApp(&appid, &orgid);
-       return outcome(result, appid, orgid);
-     },
-     R"({"t":201,"appid":5})", R"({"appid":7,"orgid":9})", "0: 7 9", " 5 77"},
-    {[] {
-       int appid = kOld;
-       int orgid = kOld;
-       const int result = Zunt_RYN_Plugin_GetCurrentApp(&appid, &orgid);
-       return outcome(result, appid, orgid);
-     },
-     R"({"t":203})", R"({"t":204,"appid":-1,"orgid":2147483647})", "0: -1 2147483647", " 77 77"},
-    {[] { return askChildren(-1, 0); }, R"({"t":207,"appid":-1,"orgid":0})",
+    {call<&Zunt_RYN_Plugin_GetOwnerApp>, R"({"t":201,"appid":77})", R"({"appid":7,"orgid":9})", "0: 7 9",
+     " 77 77"},
+    {call<&Zunt_RYN_Plugin_GetCurrentApp>, R"({"t":203})", R"({"t":204,"appid":-1,"orgid":2147483647})",
+     "0: -1 2147483647", " 77 77"},
+    {[] { return callForChildren(-1, 0); }, R"({"t":207,"appid":-1,"orgid":0})",
      R"({"t":208,"appNum":2,"appidArray":"               1              22",)"
      R"("orgidArray":"               3             -44"})",
      "0: 2 1 3 22 -44 77 77", " 77 77 77 77 77 77 77"},
-    {[] {
-       int appid = kOld;
-       int orgid = kOld;
-       const int result =
-           Zunt_RYN_Plugin_CreateApp(1, 2, "http://a/?\"\\\n\u00e9", true, false, &appid, &orgid);
-       return outcome(result, appid, orgid);
-     },
-     "{\"t\":209,\"appid\":1,\"orgid\":2,\"url\":\"http://a/?\\\"\\\\\\n\u00e9\",\"child\":1,\"opapp\":0}",
+    {call<&Zunt_RYN_Plugin_CreateApp>,
+     R"({"t":209,"appid":1,"orgid":2,"url":"3a\"b\\\n\u00e9","child":0,"opapp":1})",
      R"({"t":210,"appid":3,"orgid":4})", "0: 3 4", " 77 77"},
-    {[] { return outcome(Zunt_RYN_Plugin_DestroyApp(1, 2)); }, R"({"t":211,"appid":1,"orgid":2})", kNoReply,
+    {call<&Zunt_RYN_Plugin_DestroyApp>, R"({"t":211,"appid":1,"orgid":2})", kNoReply, "0:", ""},
+    {call<&Zunt_RYN_Plugin_ShowApp>, R"({"t":212,"appid":1,"orgid":2})", kNoReply, "0:", ""},
+    {call<&Zunt_RYN_Plugin_HideApp>, R"({"t":213,"appid":1,"orgid":2})", kNoReply, "0:", ""},
+    {call<&Zunt_RYN_Plugin_ActivateInput>, R"({"t":214,"appid":1,"orgid":2,"focus":true})", kNoReply,
      "0:", ""},
-    {[] { return outcome(Zunt_RYN_Plugin_ShowApp(1, 2)); }, R"({"t":212,"appid":1,"orgid":2})", kNoReply,
-     "0:", ""},
-    {[] { return outcome(Zunt_RYN_Plugin_HideApp(1, 2)); }, R"({"t":213,"appid":1,"orgid":2})", kNoReply,
-     "0:", ""},
-    {[] { return outcome(Zunt_RYN_Plugin_ActivateInput(1, 2, true)); },
-     R"({"t":214,"appid":1,"orgid":2,"focus":true})", kNoReply, "0:", ""},
-    {[] { return outcome(Zunt_RYN_Plugin_DeactivateInput(1, 2)); }, R"({"t":215,"appid":1,"orgid":2})",
-     kNoReply, "0:", ""},
-    {&askFlag<&Zunt_RYN_Plugin_GetVisible>, R"({"t":216,"appid":1,"orgid":2})", R"({"visible":5})", "0: 1",
+    {call<&Zunt_RYN_Plugin_DeactivateInput>, R"({"t":215,"appid":1,"orgid":2})", kNoReply, "0:", ""},
+    {call<&Zunt_RYN_Plugin_GetVisible>, R"({"t":216,"appid":1,"orgid":2})", R"({"visible":5})", "0: 1",
      " f"},
-    {&askFlag<&Zunt_RYN_Plugin_GetActive>, R"({"t":218,"appid":1,"orgid":2})", R"({"active":true})", "0: 1",
+    {call<&Zunt_RYN_Plugin_GetActive>, R"({"t":218,"appid":1,"orgid":2})", R"({"active":true})", "0: 1",
      " f"},
-    {&askFlag<&Zunt_RYN_Plugin_GetPrimaryReceiver>, R"({"t":220,"appid":1,"orgid":2})", R"({"primary":-1})",
+    {call<&Zunt_RYN_Plugin_GetPrimaryReceiver>, R"({"t":220,"appid":1,"orgid":2})", R"({"primary":-1})",
      "0: 1", " f"},
-    {&askNumber<&Zunt_RYN_Plugin_GetValue>, R"({"t":222,"appid":1,"orgid":2})", R"({"value":-31})",
-     "0: -31", " 77"},
-    {&askKeys<&Zunt_RYN_Plugin_GetOtherKeys>, R"({"t":224,"appid":1,"orgid":2})",
+    {call<&Zunt_RYN_Plugin_GetValue>, R"({"t":222,"appid":1,"orgid":2})", R"({"value":-31})", "0: -31",
+     " 77"},
+    {callForKeys<&Zunt_RYN_Plugin_GetOtherKeys>, R"({"t":224,"appid":1,"orgid":2})",
      R"({"num":2,"k0":415,"k1":-1,"k2":9})", "0: 2 415 -1 77 77", " 77 77 77 77 77"},
-    {&askNumber<&Zunt_RYN_Plugin_GetMaxiMumValue>, R"({"t":226,"appid":1,"orgid":2})",
-     R"({"maxvalue":1023})", "0: 1023", " 77"},
-    {&askKeys<&Zunt_RYN_Plugin_GetMaxiMumOtherKeys>, R"({"t":228,"appid":1,"orgid":2})",
+    {call<&Zunt_RYN_Plugin_GetMaxiMumValue>, R"({"t":226,"appid":1,"orgid":2})", R"({"maxvalue":1023})",
+     "0: 1023", " 77"},
+    {callForKeys<&Zunt_RYN_Plugin_GetMaxiMumOtherKeys>, R"({"t":228,"appid":1,"orgid":2})",
      R"({"num":25,"k0":1,"k1":2,"k2":3,"k19":20,"k24":25})", "0: 20 1 2 3 20", " 77 77 77 77 77"},
-    {[] { return outcome(Zunt_RYN_Plugin_SetSupportsPointer(1, 2, true)); },
-     R"({"t":230,"appid":1,"orgid":2,"pointer":1})", kNoReply, "0:", ""},
-    {&askFlag<&Zunt_RYN_Plugin_GetSupportsPointer>, R"({"t":232,"appid":1,"orgid":2})", R"({"pointer":1})",
-     "0: 1", " f"},
-    {[] {
-       const int keys[] = {37, 38, -3};
-       return outcome(Zunt_RYN_Plugin_SetValue(1, 2, 31, keys, 3));
-     },
-     R"({"t":234,"appid":1,"orgid":2,"value":31,"keynum":3,"k0":37,"k1":38,"k2":-3})", kNoReply, "0:", ""},
-    {[] {
-       const int keys[] = {37};
-       return outcome(Zunt_RYN_Plugin_SetValue(1, 2, 31, keys, 0));
-     },
-     R"({"t":234,"appid":1,"orgid":2,"value":31,"keynum":0})", kNoReply, "0:", ""},
-    {&askString<&Zunt_RYN_Plugin_GetKeyIcon>, R"({"t":235,"appid":1,"orgid":2,"code":415})",
-     "{\"pointer\":\"i \\\"\\u00e9\"}", "0: i \"\u00e9", " old"},
-    {&askString<&Zunt_RYN_Plugin_GetKeyLabel>, R"({"t":237,"appid":1,"orgid":2,"code":415})",
-     R"({"label":"new"})", "0: new", " old"},
-    {[] {
-       bool allowed = g_old_flag;
-       const int result = Zunt_RYN_Plugin_Get_VB_Resouce_Allowed(4, &allowed);
-       return outcome(result, allowed);
-     },
-     R"({"t":256,"tabid":4})", R"({"allowed":1})", "0: 1", " f"},
-    {[] { return outcome(Zunt_RYN_Plugin_SetBRAppToBI(4)); }, R"({"t":258,"tabid":4})", kNoReply, "0:", ""},
-    {[] {
-       int type = kOld;
-       const int result = Zunt_RYN_Plugin_Get_APP_TYPE(4, &type);
-       return outcome(result, type);
-     },
-     R"({"t":265,"tabid":4})", R"({"appType":3})", "0: 3", " 77"},
-    {[] { return outcome(Zunt_RYN_Plugin_SetBIAppToBR(4)); }, R"({"t":267,"tabid":4})", kNoReply, "0:", ""},
-    {[] {
-       bool consumed = g_old_flag;
-       const int result = Zunt_RYN_Plugin_KeyConsumedByBrowser(4, 13, &consumed);
-       return outcome(result, consumed);
-     },
-     R"({"t":268,"tabid":4,"keyCode":13})", R"({"consumed":1})", "0: 1", " f"},
-    {[] {
-       bool flag = g_old_flag;
-       const int result = Zunt_RYN_Plugin_OpApp_Uninstall_Judge(&flag);
-       return outcome(result, flag);
-     },
-     R"({"t":278})", R"({"flag":true})", "0: 1", " f"},
-    {[] {
-       std::string status = "old";
-       const int result = Zunt_RYN_Plugin_OpApp_GetStatus(status);
-       return outcome(result, status);
-     },
-     R"({"t":279})", R"({"status":"running","ret":2})", "2: running", " old"},
-    {[] { return outcome(Zunt_RYN_Plugin_OpApp_SetStatus("a\"b")); }, R"({"t":280,"status":"a\"b"})",
-     R"({"ret":-4})", "-4:", ""},
-    {[] { return outcome(Zunt_RYN_Plugin_OpApp_RequestTransient()); }, R"({"t":281})", R"({"ret":4})",
-     "4:", ""},
-    {[] { return outcome(Zunt_RYN_Plugin_OpApp_RequestForeground()); }, R"({"t":282})", R"({"ret":2})",
-     "2:", ""},
-    {[] { return outcome(Zunt_RYN_Plugin_OpApp_RequestBackground()); }, R"({"t":283})", R"({"ret":0})",
+    {call<&Zunt_RYN_Plugin_SetSupportsPointer>, R"({"t":230,"appid":1,"orgid":2,"pointer":1})", kNoReply,
      "0:", ""},
-    {[] {
-       int status = kOld;
-       const int result = Zunt_RYN_Plugin_OpApp_GetUpdateStatus(&status);
-       return outcome(result, status);
-     },
-     R"({"t":284})", R"({"status":3,"ret":7})", "7: 3", " 77"},
-    {[] { return outcome(Zunt_RYN_Plugin_OpApp_RequestUpdate()); }, R"({"t":285})", R"({"ret":1})",
-     "1:", ""},
+    {call<&Zunt_RYN_Plugin_GetSupportsPointer>, R"({"t":232,"appid":1,"orgid":2})", R"({"pointer":1})",
+     "0: 1", " f"},
+    {callSetValue<3>, R"({"t":234,"appid":1,"orgid":2,"value":31,"keynum":3,"k0":37,"k1":38,"k2":-3})",
+     kNoReply, "0:", ""},
+    {callSetValue<0>, R"({"t":234,"appid":1,"orgid":2,"value":31,"keynum":0})", kNoReply, "0:", ""},
+    {call<&Zunt_RYN_Plugin_GetKeyIcon>, R"({"t":235,"appid":1,"orgid":2,"code":3})",
+     "{\"pointer\":\"i \\\"\\u00e9\"}", "0: i \"\u00e9", " old"},
+    {call<&Zunt_RYN_Plugin_GetKeyLabel>, R"({"t":237,"appid":1,"orgid":2,"code":3})", R"({"label":"new"})",
+     "0: new", " old"},
+    {call<&Zunt_RYN_Plugin_Get_VB_Resouce_Allowed>, R"({"t":256,"tabid":1})", R"({"allowed":1})", "0: 1",
+     " f"},
+    {call<&Zunt_RYN_Plugin_SetBRAppToBI>, R"({"t":258,"tabid":1})", kNoReply, "0:", ""},
+    {call<&Zunt_RYN_Plugin_Get_APP_TYPE>, R"({"t":265,"tabid":1})", R"({"appType":3})", "0: 3", " 77"},
+    {call<&Zunt_RYN_Plugin_SetBIAppToBR>, R"({"t":267,"tabid":1})", kNoReply, "0:", ""},
+    {call<&Zunt_RYN_Plugin_KeyConsumedByBrowser>, R"({"t":268,"tabid":1,"keyCode":2})", R"({"consumed":1})",
+     "0: 1", " f"},
+    {call<&Zunt_RYN_Plugin_OpApp_Uninstall_Judge>, R"({"t":278})", R"({"flag":true})", "0: 1", " f"},
+    {call<&Zunt_RYN_Plugin_OpApp_GetStatus>, R"({"t":279})", R"({"status":"running","ret":2})",
+     "2: running", " old"},
+    {call<&Zunt_RYN_Plugin_OpApp_SetStatus>, R"({"t":280,"status":"1a\"b\\\n\u00e9"})", R"({"ret":-4})",
+     "-4:", ""},
+    {call<&Zunt_RYN_Plugin_OpApp_RequestTransient>, R"({"t":281})", R"({"ret":4})", "4:", ""},
+    {call<&Zunt_RYN_Plugin_OpApp_RequestForeground>, R"({"t":282})", R"({"ret":2})", "2:", ""},
+    {call<&Zunt_RYN_Plugin_OpApp_RequestBackground>, R"({"t":283})", R"({"ret":0})", "0:", ""},
+    {call<&Zunt_RYN_Plugin_OpApp_GetUpdateStatus>, R"({"t":284})", R"({"status":3,"ret":7})", "7: 3",
+     " 77"},
+    {call<&Zunt_RYN_Plugin_OpApp_RequestUpdate>, R"({"t":285})", R"({"ret":1})", "1:", ""},
 };
 
 // The reply with each of the members that are read in turn given a type or a value that no reader takes.
@@ -294,7 +215,7 @@ TEST_F(PluginRequestsTest, BadArgumentsAreRefusedBeforeAnythingIsSent) {
   EXPECT_EQ(-3, Zunt_RYN_Plugin_CreateApp(1, 2, nullptr, false, false, &number, &number));
   EXPECT_EQ(-3, Zunt_RYN_Plugin_CreateApp(1, 2, "", false, false, nullptr, &number));
   EXPECT_EQ(-3, Zunt_RYN_Plugin_CreateApp(1, 2, "", false, false, &number, nullptr));
-  EXPECT_EQ("-3: 77 77 77 77 77 77 77", askChildren(-1, -1));
+  EXPECT_EQ("-3: 77 77 77 77 77 77 77", callForChildren(-1, -1));
   EXPECT_EQ(kOld, number);
   EXPECT_EQ(0U, m_browser.requests.depth());
 }
@@ -312,7 +233,7 @@ TEST_F(PluginRequestsTest, ARequestLongerThanTheChannelTakesIsRefused) {
 
 TEST_F(PluginRequestsTest, OfAChildListOnlyWholeFieldsAreRead) {
   const auto children = [&](const std::string& reply) {
-    return exchange([] { return askChildren(1, 2); }, nullptr, &reply);
+    return exchange([] { return callForChildren(1, 2); }, nullptr, &reply);
   };
   EXPECT_EQ("0: 0 77 77 77 77 77 77", children(R"({"appNum":0,"appidArray":"               1"})"));
   EXPECT_EQ("0: -2 77 77 77 77 77 77", children(R"({"appNum":-2,"appidArray":"               1"})"));
@@ -331,7 +252,7 @@ TEST_F(PluginRequestsTest, OfAChildListOnlyWholeFieldsAreRead) {
 
 TEST_F(PluginRequestsTest, KeyListsAreReadAsFarAsTheyGo) {
   const auto keys = [&](const std::string& reply) {
-    return exchange(&askKeys<&Zunt_RYN_Plugin_GetOtherKeys>, nullptr, &reply);
+    return exchange(&callForKeys<&Zunt_RYN_Plugin_GetOtherKeys>, nullptr, &reply);
   };
   EXPECT_EQ("0: -3 77 77 77 77", keys(R"({"num":-3,"k0":1})"));
   EXPECT_EQ("0: 2 5 0 77 77", keys(R"({"num":2,"k0":5})"));
