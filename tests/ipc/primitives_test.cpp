@@ -50,56 +50,48 @@ class PrimitivesTest : public testing::Test {
   int m_capacity = static_cast<int>(kRawPayload);
 };
 
-TEST_F(PrimitivesTest, ARecordIsByteForByteTheWireForm) {
-  RawRecord expected = rawRecord(kRawReply, "hello");
-  expected.type = 7;
-  ASSERT_EQ(0, send("hello", IPC_KIND_REPLY, 7));
-  RawRecord sent = m_queue.take();
-  EXPECT_EQ(0, std::memcmp(&expected, &sent, sizeof sent));
-
-  ASSERT_EQ(0, send("", IPC_KIND_STOP));
-  expected = rawRecord(kRawStop, "");
-  sent = m_queue.take();
-  EXPECT_EQ(0, std::memcmp(&expected, &sent, sizeof sent));
-}
-
-TEST_F(PrimitivesTest, LeavesNoRestOfAFullRecordBehindAShortOne) {
-  ASSERT_EQ(0, send(numbered(kRawPayload + 1)));
-  const auto expected = rawRecords(kRawOneWay, numbered(kRawPayload + 1));
-  for (const auto& record : expected) {
+TEST_F(PrimitivesTest, RecordsAreByteForByteTheWireForm) {
+  const auto expectSent = [&](RawRecord expected, long type) {
+    expected.type = type;
     const RawRecord sent = m_queue.take();
-    EXPECT_EQ(0, std::memcmp(&record, &sent, sizeof sent)) << "record " << record.sequence;
-  }
+    EXPECT_EQ(0, std::memcmp(&expected, &sent, sizeof sent)) << "record " << expected.sequence;
+  };
+  ASSERT_EQ(0, send("hello", IPC_KIND_REPLY, 7));
+  expectSent(rawRecord(kRawReply, "hello"), 7);
+  ASSERT_EQ(0, send("", IPC_KIND_STOP));
+  expectSent(rawRecord(kRawStop, ""), kChannel);
+  // Nothing of a full record is left in the short one behind it.
+  ASSERT_EQ(0, send(numbered(kRawPayload + 1)));
+  for (const auto& record : rawRecords(kRawOneWay, numbered(kRawPayload + 1))) expectSent(record, kChannel);
 }
 
-struct Size {
-  std::size_t length;
-  int capacity;  // of the receiver's buffer afterwards, from 1025 at the start
-};
-class MessageSizeTest : public PrimitivesTest, public testing::WithParamInterface<Size> {};
-
-TEST_P(MessageSizeTest, IsCutAndJoined) {
-  const auto [length, capacity] = GetParam();
-  const std::string text = numbered(length);
-  {
-    Concurrently sender([&] { return send(text); });
-    EXPECT_EQ(text, m_queue.takeMessage().text);
-    EXPECT_EQ(0, sender.result());
-    EXPECT_EQ(0U, m_queue.depth());
+TEST_F(PrimitivesTest, MessagesOfEveryEdgeSizeAreCutAndJoined) {
+  struct Size {
+    std::size_t length;
+    int capacity;  // of the receiver's buffer afterwards, from 1025 at the start
+  };
+  for (const auto& [length, capacity] :
+       {Size{0, 1025}, Size{1024, 1025}, Size{1025, 2049}, Size{1026, 2049}, Size{2048, 2049},
+        Size{2049, 4097}, Size{2050, 4097}, Size{16384, 16385}}) {
+    SCOPED_TRACE(length);
+    const std::string text = numbered(length);
+    {
+      Concurrently sender([&] { return send(text); });
+      EXPECT_EQ(text, m_queue.takeMessage().text);
+      EXPECT_EQ(0, sender.result());
+      EXPECT_EQ(0U, m_queue.depth());
+    }
+    m_capacity = static_cast<int>(kRawPayload);
+    m_text = static_cast<char*>(std::realloc(m_text, kRawPayload));
+    Concurrently sender([&] { m_queue.sendMessage(kRawReply, text); });
+    EXPECT_EQ(text, receiveText());
+    EXPECT_EQ(capacity, m_capacity);
+    EXPECT_EQ(kChannel, m_record.mtype);
+    EXPECT_EQ(IPC_KIND_REPLY, m_record.kind);
+    EXPECT_EQ(static_cast<int>(length), m_record.total_length);
+    EXPECT_EQ(1, m_record.last);
   }
-  Concurrently sender([&] { m_queue.sendMessage(kRawReply, text); });
-  EXPECT_EQ(text, receiveText());
-  EXPECT_EQ(capacity, m_capacity);
-  EXPECT_EQ(kChannel, m_record.mtype);
-  EXPECT_EQ(IPC_KIND_REPLY, m_record.kind);
-  EXPECT_EQ(static_cast<int>(length), m_record.total_length);
-  EXPECT_EQ(1, m_record.last);
 }
-INSTANTIATE_TEST_SUITE_P(Edges, MessageSizeTest,
-                         testing::Values(Size{0, 1025}, Size{1024, 1025}, Size{1025, 2049},
-                                         Size{1026, 2049}, Size{2048, 2049}, Size{2049, 4097},
-                                         Size{2050, 4097}, Size{16384, 16385}),
-                         [](const auto& size) { return "Bytes" + std::to_string(size.param.length); });
 
 TEST_F(PrimitivesTest, OtherChunkSizesAreCutAndJoinedToo) {
   const std::string text = numbered(20);
@@ -206,37 +198,28 @@ TEST_F(PrimitivesTest, AMessageLargerThanARecordIsTakenOffAndReported) {
   }
 }
 
-class ForeignRecordTest : public PrimitivesTest {
- protected:
-  // The record stands between the first and the last record of a message that is whole without it.
-  void expectTreatedAsDropped(const RawRecord& record, std::size_t bytes) {
-    const auto whole = rawRecords(kRawOneWay, numbered(kRawPayload + 5));
+// Each stands between the first and the last record of a message that is whole without it.
+TEST_F(PrimitivesTest, RecordsThatLieAboutTheirLengthCountAsDropped) {
+  const auto whole = rawRecords(kRawOneWay, numbered(kRawPayload + 5));
+  const auto expectDropped = [&](const RawRecord& record, std::size_t bytes) {
     m_queue.send(whole[0]);
     m_queue.send(record, bytes);
     m_queue.send(whole[1]);
     EXPECT_EQ(numbered(kRawPayload + 5), receiveText());
-  }
-};
-
-TEST_F(ForeignRecordTest, WithALyingChunkLengthCountsAsDropped) {
+  };
   for (const int length : {-1, 1026, 1029, 65536, INT_MAX, INT_MIN}) {
     for (const int last : {0, 1}) {
       RawRecord liar = rawRecord(kRawOneWay, "lie");
       liar.chunk_length = length;
       liar.last = last;
-      expectTreatedAsDropped(liar, kRawRecordBytes);
+      expectDropped(liar, kRawRecordBytes);
     }
   }
-}
-
-TEST_F(ForeignRecordTest, ShorterThanItsHeaderOrItsClaimCountsAsDropped) {
+  // Shorter than the header or than the length claims.
   const RawRecord record = rawRecord(kRawOneWay, std::string(100, 's'));
-  for (const std::size_t bytes : {0U, 3U, 27U, 28U, 127U}) expectTreatedAsDropped(record, bytes);
-}
-
-TEST_F(ForeignRecordTest, ShortButHonestIsJoined) {
-  m_queue.send(rawRecord(kRawOneWay, "short"), 28 + 5);
-  EXPECT_EQ("short", receiveText());
+  for (const std::size_t bytes : {0U, 3U, 27U, 28U, 127U}) expectDropped(record, bytes);
+  m_queue.send(rawRecord(kRawOneWay, "short but honest"), 28 + 16);
+  EXPECT_EQ("short but honest", receiveText());
 }
 
 TEST_F(PrimitivesTest, ASignalAndARemovedQueueEndTheWait) {
