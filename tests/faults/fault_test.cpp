@@ -122,12 +122,9 @@ class ChannelFaultTest : public FaultTest {
   int m_asked = 0;
 };
 
-TEST_F(ChannelFaultTest, CreatingAClient) {
+TEST_F(ChannelFaultTest, CreatingAClientOrAServer) {
   withEachCallFailing(
       {Fault::kMemory, {-4}}, [&] { return createClient(); }, [&] { destroyClient(); });
-}
-
-TEST_F(ChannelFaultTest, CreatingAServer) {
   ASSERT_EQ(0, createClient());
   // Without the sign of life it may serve; with one that says it is dead it must not.
   for (const Expectation& expected : {Expectation{Fault::kMemory, {-4}},
@@ -240,38 +237,28 @@ class EndpointFaultTest : public FaultTest {
   int m_appid = 1;
 };
 
-const Expectation kInitializing[] = {{Fault::kMemory, {-4}},
-                                     {Fault::kQueueOpen, {-3}},
-                                     {Fault::kThread, {-5}},
-                                     {Fault::kSemaphore, {0, -3}}};
-
-TEST_F(EndpointFaultTest, StartingTheBrowserSide) {
-  for (Expectation expected : kInitializing) {
-    // Its host is not told why.
-    expected.results = expected.fault == Fault::kSemaphore ? std::set<int>{0, -1} : std::set<int>{-1};
+TEST_F(EndpointFaultTest, Starting) {
+  for (const Expectation& expected : {Expectation{Fault::kMemory, {-4}},
+                                      {Fault::kQueueOpen, {-3}},
+                                      {Fault::kThread, {-5}},
+                                      {Fault::kSemaphore, {0, -3}}}) {
+    const auto next = [&] {
+      startBoth();
+      expectLabel(++m_appid);
+      expectBlocked(++m_appid);
+      stopBoth();
+    };
     withEachCallFailing(
-        expected, [] { return Zunt_RYN_Browser_Initialize(); },
-        [&] {
-          startBoth();
-          expectLabel(++m_appid);
-          stopBoth();
-        });
+        expected, [] { return Zunt_RYN_Plugin_Initialize(); }, next);
+    // The browser's host is not told why.
+    const std::set<int> untold =
+        expected.fault == Fault::kSemaphore ? std::set<int>{0, -1} : std::set<int>{-1};
+    withEachCallFailing(
+        {expected.fault, untold}, [] { return Zunt_RYN_Browser_Initialize(); }, next);
   }
 }
 
-TEST_F(EndpointFaultTest, StartingThePluginSide) {
-  for (const Expectation& expected : kInitializing) {
-    withEachCallFailing(
-        expected, [] { return Zunt_RYN_Plugin_Initialize(); },
-        [&] {
-          startBoth();
-          expectBlocked(++m_appid);
-          stopBoth();
-        });
-  }
-}
-
-TEST_F(EndpointFaultTest, ARequest) {
+TEST_F(EndpointFaultTest, RequestsAndQueries) {
   startBoth();
   for (const Expectation& expected : {Expectation{Fault::kMemory, {-4, -1}},
                                       {Fault::kSend, {0}},
@@ -289,49 +276,27 @@ TEST_F(EndpointFaultTest, ARequest) {
           EXPECT_EQ(result != 0, label.empty());
           expectLabel(++m_appid);
         });
-  }
-  stopBoth();
-}
-
-TEST_F(EndpointFaultTest, AQuery) {
-  startBoth();
-  for (const Expectation& expected : {Expectation{Fault::kMemory, {-4, -1}},
-                                      {Fault::kSend, {0}},
-                                      {Fault::kReceive, {-1}},
-                                      {Fault::kSemaphore, {0}}}) {
+    bool blocked = false;
     withEachCallFailing(
-        expected,
-        [&] {
-          bool blocked = false;
-          return Zunt_RYN_Browser_IsParentalRatingBlocked(++m_appid, 1, &blocked);
-        },
+        expected, [&] { return Zunt_RYN_Browser_IsParentalRatingBlocked(++m_appid, 1, &blocked); },
         [&] { expectBlocked(++m_appid); });
   }
   stopBoth();
 }
 
-TEST_F(EndpointFaultTest, ANotification) {
+TEST_F(EndpointFaultTest, NotificationsAndCommands) {
   startBoth();
-  for (const Expectation& expected : {Expectation{Fault::kMemory, {-4, -1}}, {Fault::kSend, {0}}}) {
-    withEachCallFailing(
-        expected, [] { return Zunt_RYN_Browser_OpApp_Update(1, 2, "u"); },
-        [] { EXPECT_EQ(0, Zunt_RYN_Browser_SendAppLoaded(1, 2)); });
-  }
-  stopBoth();
-}
-
-TEST_F(EndpointFaultTest, ACommand) {
-  startBoth();
+  withEachCallFailing(
+      {Fault::kMemory, {-4, -1}}, [] { return Zunt_RYN_Browser_OpApp_Update(1, 2, "u"); },
+      [] { EXPECT_EQ(0, Zunt_RYN_Browser_SendAppLoaded(1, 2)); });
   // The line that the command writes may lose its end, which hinders nobody.
-  for (const Expectation& expected : {Expectation{Fault::kMemory, {-4, -1, 0}}, {Fault::kSend, {0}}}) {
-    withEachCallFailing(
-        expected,
-        [] {
-          const int keys[] = {1, 2};
-          return Zunt_RYN_Plugin_SetValue(1, 2, 3, keys, 2);
-        },
-        [] { EXPECT_EQ(0, Zunt_RYN_Plugin_ShowApp(1, 2)); });
-  }
+  withEachCallFailing(
+      {Fault::kMemory, {-4, -1, 0}},
+      [] {
+        const int keys[] = {1, 2};
+        return Zunt_RYN_Plugin_SetValue(1, 2, 3, keys, 2);
+      },
+      [] { EXPECT_EQ(0, Zunt_RYN_Plugin_ShowApp(1, 2)); });
   stopBoth();
 }
 

@@ -60,51 +60,35 @@ Result failing(int error, Result result) {
 }  // namespace
 
 // The linker's names for the function itself and for what stands in front of it.
-// NOLINTBEGIN(bugprone-reserved-identifier, readability-identifier-naming)
+// NOLINTBEGIN(bugprone-macro-parentheses, bugprone-reserved-identifier, readability-identifier-naming)
+#define WRAP(fault, error, failed, result, name, parameters, arguments)                      \
+  result __real_##name parameters;                                                           \
+  result __wrap_##name parameters {                                                          \
+    return strikes(Fault::fault) ? failing<result>(error, failed) : __real_##name arguments; \
+  }
 extern "C" {
 
-void* __real_malloc(std::size_t bytes);
-void* __real_calloc(std::size_t count, std::size_t bytes);
-void* __real_realloc(void* memory, std::size_t bytes);
-char* __real_strdup(const char* text);
-int __real_msgget(key_t key, int flags);
-int __real_msgsnd(int queue, const void* message, std::size_t bytes, int flags);
-ssize_t __real_msgrcv(int queue, void* message, std::size_t bytes, long type, int flags);
-int __real_semget(key_t key, int count, int flags);
-int __real_semop(int set, sembuf* operations, std::size_t count);
-int __real_semctl(int set, int semaphore, int command, ...);
-int __real_semtimedop(int set, sembuf* operations, std::size_t count, const timespec* limit);
-int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*entry)(void*),
-                          void* argument);
+WRAP(kMemory, ENOMEM, nullptr, void*, malloc, (std::size_t bytes), (bytes))
+WRAP(kMemory, ENOMEM, nullptr, void*, calloc, (std::size_t count, std::size_t bytes), (count, bytes))
+WRAP(kMemory, ENOMEM, nullptr, void*, realloc, (void* memory, std::size_t bytes), (memory, bytes))
+WRAP(kMemory, ENOMEM, nullptr, char*, strdup, (const char* text), (text))
+WRAP(kQueueOpen, ENOSPC, -1, int, msgget, (key_t key, int flags), (key, flags))
+WRAP(kSend, EAGAIN, -1, int, msgsnd, (int queue, const void* message, std::size_t bytes, int flags),
+     (queue, message, bytes, flags))
+WRAP(kReceive, EINTR, -1, ssize_t, msgrcv,
+     (int queue, void* message, std::size_t bytes, long type, int flags),
+     (queue, message, bytes, type, flags))
+WRAP(kSemaphore, ENOSPC, -1, int, semget, (key_t key, int count, int flags), (key, count, flags))
+WRAP(kSemaphore, ENOMEM, -1, int, semop, (int set, sembuf* operations, std::size_t count),
+     (set, operations, count))
+WRAP(kSemaphore, EINTR, -1, int, semtimedop,
+     (int set, sembuf* operations, std::size_t count, const timespec* limit),
+     (set, operations, count, limit))
+WRAP(kThread, EAGAIN, EAGAIN, int, pthread_create,
+     (pthread_t * thread, const pthread_attr_t* attributes, void* (*entry)(void*), void* argument),
+     (thread, attributes, entry, argument))
 
-void* __wrap_malloc(std::size_t bytes) {
-  return strikes(Fault::kMemory) ? failing<void*>(ENOMEM, nullptr) : __real_malloc(bytes);
-}
-void* __wrap_calloc(std::size_t count, std::size_t bytes) {
-  return strikes(Fault::kMemory) ? failing<void*>(ENOMEM, nullptr) : __real_calloc(count, bytes);
-}
-void* __wrap_realloc(void* memory, std::size_t bytes) {
-  return strikes(Fault::kMemory) ? failing<void*>(ENOMEM, nullptr) : __real_realloc(memory, bytes);
-}
-char* __wrap_strdup(const char* text) {
-  return strikes(Fault::kMemory) ? failing<char*>(ENOMEM, nullptr) : __real_strdup(text);
-}
-int __wrap_msgget(key_t key, int flags) {
-  return strikes(Fault::kQueueOpen) ? failing(ENOSPC, -1) : __real_msgget(key, flags);
-}
-int __wrap_msgsnd(int queue, const void* message, std::size_t bytes, int flags) {
-  return strikes(Fault::kSend) ? failing(EAGAIN, -1) : __real_msgsnd(queue, message, bytes, flags);
-}
-ssize_t __wrap_msgrcv(int queue, void* message, std::size_t bytes, long type, int flags) {
-  return strikes(Fault::kReceive) ? failing<ssize_t>(EINTR, -1)
-                                  : __real_msgrcv(queue, message, bytes, type, flags);
-}
-int __wrap_semget(key_t key, int count, int flags) {
-  return strikes(Fault::kSemaphore) ? failing(ENOSPC, -1) : __real_semget(key, count, flags);
-}
-int __wrap_semop(int set, sembuf* operations, std::size_t count) {
-  return strikes(Fault::kSemaphore) ? failing(ENOMEM, -1) : __real_semop(set, operations, count);
-}
+int __real_semctl(int set, int semaphore, int command, ...);
 int __wrap_semctl(int set, int semaphore, int command, ...) {
   std::va_list arguments;
   va_start(arguments, command);
@@ -112,16 +96,9 @@ int __wrap_semctl(int set, int semaphore, int command, ...) {
   va_end(arguments);
   return strikes(Fault::kSemaphore) ? failing(EIDRM, -1) : __real_semctl(set, semaphore, command, argument);
 }
-int __wrap_semtimedop(int set, sembuf* operations, std::size_t count, const timespec* limit) {
-  return strikes(Fault::kSemaphore) ? failing(EINTR, -1) : __real_semtimedop(set, operations, count, limit);
-}
-int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*entry)(void*),
-                          void* argument) {
-  return strikes(Fault::kThread) ? EAGAIN : __real_pthread_create(thread, attributes, entry, argument);
-}
 
 }  // extern "C"
-// NOLINTEND(bugprone-reserved-identifier, readability-identifier-naming)
+// NOLINTEND(bugprone-macro-parentheses, bugprone-reserved-identifier, readability-identifier-naming)
 
 void* operator new(std::size_t bytes, const std::nothrow_t& /*tag*/) noexcept {
   return strikes(Fault::kMemory) ? nullptr : __real_malloc(bytes == 0 ? 1 : bytes);

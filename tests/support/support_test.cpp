@@ -1,13 +1,11 @@
 // The helpers themselves, above all that their checks can fail.
 #include <gtest/gtest.h>
 #include <sys/msg.h>
-#include <unistd.h>
 
 #include <csignal>
 
 #include "support/child_process.h"
 #include "support/isolation.h"
-#include "support/output_capture.h"
 #include "support/raw_peer.h"
 
 namespace hbbtv_ryn::test {
@@ -15,40 +13,32 @@ namespace {
 
 constexpr auto kKey = static_cast<key_t>(0x92101081);
 
-const ChildRole kEcho("echo", [](Parent& parent) {
+const ChildRole kSpeaker("speaker", [](Parent& parent) {
+  RawQueue(kKey).sendMessage(kRawOneWay, "from the child");
   parent.say(parent.argument(0) + parent.hear());
+  parent.say(parent.hear());
   return 7;
 });
-const ChildRole kSleeper("sleeper", [](Parent& parent) {
-  parent.say("asleep");
-  parent.say(parent.hear());
-  return 0;
-});
-const ChildRole kQueueUser("queue user", [](Parent&) {
-  RawQueue(kKey).sendMessage(kRawOneWay, "from the child");
-  return 0;
-});
 
-TEST(ChildProcessTest, TalksAndEndsWithItsExitCode) {
-  ChildProcess child(kEcho, {"he"});
+TEST(ChildProcessTest, SharesTheQueuesOfTheTestAndEndsWithItsExitCode) {
+  RawQueue queue(kKey);
+  ChildProcess child(kSpeaker, {"he"});
+  EXPECT_EQ("from the child", queue.takeMessage().text);
   child.say("llo");
   EXPECT_EQ("hello", child.hear());
+  child.say("end");
+  EXPECT_EQ("end", child.hear());
   EXPECT_EQ(7, child.wait());
 }
 
 TEST(ChildProcessTest, AHaltedOrKilledChildSaysNothing) {
-  ChildProcess child(kSleeper);
-  EXPECT_EQ("asleep", child.hear());
+  ChildProcess child(kSpeaker, {""});
+  child.say("up");
+  EXPECT_EQ("up", child.hear());
   child.halt();
   child.say("unheard");
-  child.kill();
+  EXPECT_EQ(-SIGKILL, child.kill());
   EXPECT_THROW(child.hear(), std::runtime_error);
-}
-
-TEST(ChildProcessTest, SharesTheQueuesOfTheTest) {
-  RawQueue queue(kKey);
-  EXPECT_EQ(0, ChildProcess(kQueueUser).wait());
-  EXPECT_EQ("from the child", queue.takeMessage().text);
 }
 
 // Two tests that leave the same queue behind: each must find none.
@@ -69,16 +59,6 @@ TEST(QueueCapacityTest, AppliesToQueuesMadeLater) {
   EXPECT_FALSE(queue.trySend({}));
 }
 
-TEST(RawQueueTest, JoinsWhatItCuts) {
-  RawQueue queue(kKey);
-  for (const std::size_t length : {0U, 1U, 1025U, 1026U, 2050U, 3000U}) {
-    const std::string text(length, 'x');
-    queue.sendMessage(kRawReply, text);
-    EXPECT_EQ((length + 1024) / 1025 + (length == 0 ? 1 : 0), queue.depth());
-    EXPECT_EQ(text, queue.takeMessage().text);
-  }
-}
-
 TEST(RawQueueTest, RefusesRecordsThatNoSenderWrites) {
   RawQueue queue(kKey);
   queue.send({}, 100);
@@ -87,17 +67,6 @@ TEST(RawQueueTest, RefusesRecordsThatNoSenderWrites) {
   liar.chunk_length = 4;
   queue.send(liar);
   EXPECT_THROW(queue.takeMessage(), std::runtime_error);
-}
-
-TEST(OutputCaptureTest, HoldsWhatWasWrittenAndRestoresTheStream) {
-  OutputCapture outer(stdout);
-  {
-    OutputCapture inner(stdout);
-    std::puts("inside");
-    EXPECT_EQ("inside\n", inner.text());
-  }
-  std::puts("outside");
-  EXPECT_EQ("outside\n", outer.text());
 }
 
 }  // namespace

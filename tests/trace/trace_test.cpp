@@ -116,22 +116,48 @@ TEST_F(TraceTest, ARequesterTracesItsRequestAndTheAnswer) {
   EXPECT_EQ(std::stoull(sent["seq"]) + 1, std::stoull(answered["seq"]));
 }
 
-TEST_F(TraceTest, AServerTracesTheRequestAndItsReply) {
+TEST_F(TraceTest, AServerTracesRequestsRepliesAndWhatItDrops) {
   ZuntRynBrowserEventCallback handlers{};
-  handlers.GetValue = [](int, int, int* value) { *value = 7; };
+  handlers.GetVisible = [](int, int, bool* visible) { *visible = true; };
+  handlers.GetValue = [](int, int, int*) { throw std::runtime_error("host"); };
+  handlers.GetKeyIcon = [](int, int, int, std::string& icon) { icon.assign(17000, 'i'); };
   Zunt_RYN_Browser_RegisterCallback(handlers, nullptr);
   ASSERT_EQ(0, Zunt_RYN_Browser_Initialize());
   RawPeer plugin(kRequests);
-  plugin.ask("{\"t\":222,\"appid\":1,\"orgid\":2}");
+  plugin.ask("{\"t\":216,\"appid\":1}");
   const Datagram received = reader.next();
-  EXPECT_EQ("in request 222", received.what());
-  EXPECT_EQ("{\"t\":222,\"appid\":1,\"orgid\":2}", received.text);
+  EXPECT_EQ("in request 216", received.what());
+  EXPECT_EQ("{\"t\":216,\"appid\":1}", received.text);
   const Datagram answered = reader.next();
-  EXPECT_EQ("out reply 222", answered.what());
+  EXPECT_EQ("out reply 216", answered.what());
   EXPECT_GE(std::stoll(answered["handling"]), 0);
-  EXPECT_NE(std::string::npos, answered.text.find("\"value\" : 7"));
+  EXPECT_NE(std::string::npos, answered.text.find("\"visible\" : 1"));
   EXPECT_EQ(received["tid"], answered["tid"]);
   EXPECT_NE(std::to_string(getpid()), answered["tid"]);
+
+  struct Drop {
+    const char* request;
+    int events;  // the drop is the last of them
+    const char* what;
+    const char* reason;
+  };
+  for (const Drop& expected :
+       {Drop{"not json", 1, "in unknown 0", "unparseable"},
+        {R"({"t":240})", 1, "in unknown 240", "unknown-code"},  // a notification's code
+        {R"({"t":{}})", 1, "in unknown 0", "threw"},
+        {R"({"t":222,"appid":1})", 2, "in request 222", "threw"},
+        {R"({"t":235,"code":403})", 2, "out reply 235", "reply-too-long"}}) {
+    SCOPED_TRACE(expected.request);
+    plugin.ask(expected.request);
+    for (int i = 1; i < expected.events; ++i) reader.next();
+    const Datagram drop = reader.next();
+    EXPECT_EQ(expected.what, drop.what());
+    EXPECT_EQ(expected.reason, drop["drop"]);
+    EXPECT_EQ("0x92101081", drop["queue"]);
+    if (expected.what[0] == 'i') {
+      EXPECT_EQ(expected.request, drop.text);
+    }
+  }
 }
 
 TEST_F(TraceTest, OneWayMessagesAreTracedAtBothEnds) {
@@ -142,41 +168,6 @@ TEST_F(TraceTest, OneWayMessagesAreTracedAtBothEnds) {
   const Datagram received = reader.next();
   EXPECT_EQ("in oneway 240", received.what());
   EXPECT_EQ("0x92101091", received["queue"]);
-}
-
-TEST_F(TraceTest, WhatAServerDropsIsTracedWithTheReason) {
-  ZuntRynBrowserEventCallback handlers{};
-  handlers.GetValue = [](int, int, int*) { throw std::runtime_error("host"); };
-  handlers.GetKeyIcon = [](int, int, int, std::string& icon) { icon.assign(17000, 'i'); };
-  Zunt_RYN_Browser_RegisterCallback(handlers, nullptr);
-  ASSERT_EQ(0, Zunt_RYN_Browser_Initialize());
-  RawPeer plugin(kRequests);
-  const auto dropped = [&](const std::string& request, int events) {
-    plugin.ask(request);
-    for (int i = 1; i < events; ++i) reader.next();
-    return reader.next();
-  };
-  Datagram drop = dropped("not json", 1);
-  EXPECT_EQ("in unknown 0", drop.what());
-  EXPECT_EQ("unparseable", drop["drop"]);
-  EXPECT_EQ("not json", drop.text);
-
-  drop = dropped("{\"t\":240}", 1);  // a notification's code
-  EXPECT_EQ("in unknown 240", drop.what());
-  EXPECT_EQ("unknown-code", drop["drop"]);
-  EXPECT_EQ("0x92101081", drop["queue"]);
-
-  drop = dropped("{\"t\":{}}", 1);
-  EXPECT_EQ("threw", drop["drop"]);
-
-  drop = dropped("{\"t\":222,\"appid\":1,\"orgid\":2}", 2);
-  EXPECT_EQ("in request 222", drop.what());
-  EXPECT_EQ("threw", drop["drop"]);
-  EXPECT_GE(std::stoll(drop["handling"]), 0);
-
-  drop = dropped("{\"t\":235,\"appid\":1,\"orgid\":2,\"code\":403}", 2);
-  EXPECT_EQ("out reply 235", drop.what());
-  EXPECT_EQ("reply-too-long", drop["drop"]);
 }
 
 TEST_F(TraceTest, WhatARequesterCannotUseIsTracedWithTheReason) {
