@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
@@ -67,13 +68,14 @@ class Header {
   explicit Header(const Event& event) {
     std::int64_t part = 0;
     const std::int64_t seconds = microseconds(CLOCK_REALTIME, &part);
-    add("%s pid=%d tid=%ld seq=%llu time=%lld.%06lld queue=0x%08x way=%s kind=%s code=%d length=%zu",
-        kMagic, static_cast<int>(getpid()), syscall(SYS_gettid),
-        static_cast<unsigned long long>(g_sequence.fetch_add(1, std::memory_order_relaxed) + 1),
-        static_cast<long long>(seconds), static_cast<long long>(part), static_cast<unsigned>(event.queue),
-        nameOf(event.way), nameOf(event.kind), event.code, event.text.size());
-    if (event.waited != kNotMeasured) add(" waited=%lld", static_cast<long long>(event.waited));
-    if (event.handling != kNotMeasured) add(" handling=%lld", static_cast<long long>(event.handling));
+    const std::uint64_t sequence = g_sequence.fetch_add(1, std::memory_order_relaxed) + 1;
+    add("%s pid=%d tid=%ld seq=%" PRIu64 " time=%" PRId64 ".%06" PRId64
+        " queue=0x%08x way=%s kind=%s code=%d length=%zu",
+        kMagic, static_cast<int>(getpid()), syscall(SYS_gettid), sequence, seconds, part,
+        static_cast<unsigned>(event.queue), nameOf(event.way), nameOf(event.kind), event.code,
+        event.text.size());
+    if (event.waited != kNotMeasured) add(" waited=%" PRId64, event.waited);
+    if (event.handling != kNotMeasured) add(" handling=%" PRId64, event.handling);
     if (event.drop != Drop::kNone) add(" drop=%s", nameOf(event.drop));
     if (event.result != 0) add(" result=%d", event.result);
     add("\n");
@@ -82,6 +84,7 @@ class Header {
   iovec bytes() { return {text_, used_}; }
 
  private:
+  // NOLINTNEXTLINE(cert-dcl50-cpp): vsnprintf() formats it
   __attribute__((format(printf, 2, 3))) void add(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);

@@ -94,6 +94,11 @@ TEST(RynctlListenTest, PrintsWhatTheBrowserTellsAndAnswersWhatItAsks) {
       deeds(result.out));
 }
 
+TEST(RynctlListenTest, WhatWaitedBeforeIsPrintedToo) {
+  RawQueue(static_cast<key_t>(0x92101091U)).sendMessage(kRawOneWay, R"({"t":270})");
+  EXPECT_EQ(std::vector<std::string>{"Get_Configuration"}, deeds(rynctl({"listen", "-n", "1"}).out));
+}
+
 TEST(RynctlListenTest, NamesChooseWhatIsPrinted) {
   ASSERT_EQ(0, Zunt_RYN_Browser_Initialize());
   Served listener({"listen", "SendAppLoaded", "-n", "1"});

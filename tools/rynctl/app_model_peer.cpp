@@ -36,6 +36,53 @@ Event topMost(AppId id, bool topmost) {
   return event;
 }
 
+void read(Code code, const App& app, Value* reply) {
+  switch (code) {
+    case Code::GetVisible:
+      return set(reply, key::kVisible, flag(app.visible));
+    case Code::GetActive:
+      return set(reply, key::kActive, flag(app.active));
+    case Code::GetPrimaryReceiver:
+      return set(reply, key::kPrimary, flag(app.focus));
+    case Code::GetValue:
+      return set(reply, key::kValue, app.key_set);
+    case Code::GetSupportsPointer:
+      return set(reply, key::kPointer, flag(app.pointer));
+    case Code::GetOtherKeys: {
+      const auto count = static_cast<int>(app.other_keys.size());
+      set(reply, key::kNum, count);
+      return setKeyCodes(reply, app.other_keys.data(), count);
+    }
+    default:
+      return;
+  }
+}
+
+void change(Code code, const Value& request, App* app) {
+  switch (code) {
+    case Code::ShowApp:
+    case Code::HideApp:
+      app->visible = code == Code::ShowApp;
+      return;
+    case Code::ActivateInput:
+    case Code::DeactivateInput:
+      app->active = code == Code::ActivateInput;
+      app->focus = app->active && boolean(request, key::kFocus);
+      return;
+    case Code::SetSupportsPointer:
+      app->pointer = boolean(request, key::kPointer);
+      return;
+    case Code::SetValue: {
+      const int count = std::min(std::max(integer(request, key::kKeynum), 0), kMaxKeyCodes);
+      app->key_set = integer(request, key::kValue);
+      app->other_keys.assign(static_cast<std::size_t>(count), 0);
+      return readKeyCodes(request, count, app->other_keys.data());
+    }
+    default:
+      return;
+  }
+}
+
 }  // namespace
 
 Response AppModelPeer::respond(const Message& message, const Value& request) {
@@ -109,53 +156,6 @@ void AppModelPeer::listChildren(AppId id, Value* reply) const {
   set(reply, key::kAppNum, count);
   set(reply, key::kAppidArray, idFields(appids.data(), count));
   set(reply, key::kOrgidArray, idFields(orgids.data(), count));
-}
-
-void AppModelPeer::read(Code code, const App& app, Value* reply) const {
-  switch (code) {
-    case Code::GetVisible:
-      return set(reply, key::kVisible, flag(app.visible));
-    case Code::GetActive:
-      return set(reply, key::kActive, flag(app.active));
-    case Code::GetPrimaryReceiver:
-      return set(reply, key::kPrimary, flag(app.focus));
-    case Code::GetValue:
-      return set(reply, key::kValue, app.key_set);
-    case Code::GetSupportsPointer:
-      return set(reply, key::kPointer, flag(app.pointer));
-    case Code::GetOtherKeys: {
-      const auto count = static_cast<int>(app.other_keys.size());
-      set(reply, key::kNum, count);
-      return setKeyCodes(reply, app.other_keys.data(), count);
-    }
-    default:
-      return;
-  }
-}
-
-void AppModelPeer::change(Code code, const Value& request, App* app) {
-  switch (code) {
-    case Code::ShowApp:
-    case Code::HideApp:
-      app->visible = code == Code::ShowApp;
-      return;
-    case Code::ActivateInput:
-    case Code::DeactivateInput:
-      app->active = code == Code::ActivateInput;
-      app->focus = app->active && boolean(request, key::kFocus);
-      return;
-    case Code::SetSupportsPointer:
-      app->pointer = boolean(request, key::kPointer);
-      return;
-    case Code::SetValue: {
-      const int count = std::min(std::max(integer(request, key::kKeynum), 0), kMaxKeyCodes);
-      app->key_set = integer(request, key::kValue);
-      app->other_keys.assign(static_cast<std::size_t>(count), 0);
-      return readKeyCodes(request, count, app->other_keys.data());
-    }
-    default:
-      return;
-  }
 }
 
 }  // namespace hbbtv_ryn::rynctl

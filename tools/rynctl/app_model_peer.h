@@ -17,8 +17,6 @@ class AppModelPeer {
  private:
   void create(const Json::Value& request, Response* response);
   void destroy(example::AppId id, Response* response);
-  void read(Code code, const example::App& app, Json::Value* reply) const;
-  void change(Code code, const Json::Value& request, example::App* app);
   void listChildren(example::AppId id, Json::Value* reply) const;
 
   example::AppModel apps_;

@@ -8,6 +8,7 @@
 #include "channel.h"
 #include "exit_code.h"
 #include "ipc/protocol/envelope.h"
+#include "ipc/server.h"
 #include "message_text.h"
 #include "tools/catalogue/catalogue_text.h"
 
@@ -31,14 +32,13 @@ struct SimulatedPeer::Server {
   key_t queue;
   IpcServer* handle = nullptr;
 
-  Server(SimulatedPeer* owner, const QueueName& name, bool with_reply) : peer(owner), queue(name.key) {
-    const int created = zunt_ipc_server_create(name.key, kChannel, with_reply ? kWithReply : kOneWayOnly,
-                                               IPC_CHUNK_SIZE, &handle);
-    if (created != 0) {
+  Server(SimulatedPeer* owner, const QueueName& name, int with_reply) : peer(owner), queue(name.key) {
+    // With its callback from the start: what waits on the queue is printed too.
+    if (createServer(name.key, kChannel, with_reply, IPC_CHUNK_SIZE, &SimulatedPeer::serve, this,
+                     &handle) != 0) {
       throw Failure(ExitCode::NoPeer, "the queue '" + std::string(name.name) +
                                           "' cannot be served; does it belong to another user?");
     }
-    zunt_ipc_server_register_callback(handle, &SimulatedPeer::serve, this);
   }
   ~Server() { zunt_ipc_server_destroy(handle); }
   Server(const Server&) = delete;
@@ -63,7 +63,8 @@ SimulatedPeer::SimulatedPeer(Side side, Responder responder, Printer printer)
   std::thread([schedule = schedule_] { runSchedule(schedule); }).detach();
   for (const QueueName& queue : kQueues) {
     if (queue.carriesReplies() || queue.reader != side) continue;
-    servers_.push_back(std::make_unique<Server>(this, queue, queue.key != kNotificationQueueKey));
+    servers_.push_back(std::make_unique<Server>(
+        this, queue, queue.key == kNotificationQueueKey ? kOneWayOnly : kWithReply));
   }
 }
 
@@ -168,8 +169,7 @@ namespace {
 std::string sendEvent(const Event& event) {
   const Message& message = *event.message;
   const std::string arguments = membersText(event.members, message.request);
-  const std::string line =
-      "sends " + std::string(message.name) + (arguments.empty() ? "" : " ") + arguments;
+  std::string line = "sends " + std::string(message.name) + (arguments.empty() ? "" : " ") + arguments;
   try {
     const Client client(message);
     if (message.delivery == Delivery::kOneWay) {
