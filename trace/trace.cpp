@@ -106,7 +106,7 @@ iovec bytesOf(std::string_view text) {
 }
 
 void send(const Event& event) {
-  int socket = g_socket.load(std::memory_order_relaxed);
+  int socket = g_socket.load(std::memory_order_acquire);
   if (socket == kNoSocket) socket = openSocket();
   if (socket == kNoSocket) return;
 
