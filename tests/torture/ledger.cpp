@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <system_error>
 
 namespace hbbtv_ryn::test {
@@ -17,6 +18,14 @@ Ledger* mapped(int descriptor) {
 }
 
 }  // namespace
+
+bool memoryIsTelling() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  return false;
+#else
+  return std::getenv("HBBTV_RYN_EMULATOR") == nullptr;
+#endif
+}
 
 SharedLedger::SharedLedger() {
   // Above the descriptors that a child begins with.

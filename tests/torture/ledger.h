@@ -57,11 +57,9 @@ struct Ledger {
 };
 static_assert(std::atomic<Nanoseconds>::is_always_lock_free && std::atomic<Phase>::is_always_lock_free);
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr bool kMemoryIsTelling = false;  // a sanitizer's own use drowns ours
-#else
-inline constexpr bool kMemoryIsTelling = true;
-#endif
+/// Whether a host's memory says anything about the library. A sanitizer's own use drowns ours, and so does
+/// that of an emulator.
+bool memoryIsTelling();
 
 /// A new ledger, all zero, whose descriptor children inherit.
 class SharedLedger {

@@ -94,7 +94,7 @@ class Pair {
                 last.threads, last.descriptors);
     return m_ended_in_order && ledger.wrong == 0 && ledger.exchanges > 0 && first.threads == last.threads &&
            first.descriptors == last.descriptors &&
-           (!kMemoryIsTelling || last.resident_kb - first.resident_kb <= kAllocatorSlackKb);
+           (!memoryIsTelling() || last.resident_kb - first.resident_kb <= kAllocatorSlackKb);
   }
 
  private:

@@ -163,7 +163,7 @@ class Torture {
     }
     if (m_ledger->wrong != 0) fail(std::string("wrong answer: ") + m_ledger->wrong_text);
     if (m_ledger->longest_dead_call > kDeadCallLimit) fail("a call waited too long for a dead peer");
-    if (kMemoryIsTelling && growthKb() > kMemoryLimitKb) fail("hostile records made a host grow");
+    if (memoryIsTelling() && growthKb() > kMemoryLimitKb) fail("hostile records made a host grow");
     if (m_ledger->exchanges == 0 || m_ledger->received == 0) fail("nothing was exchanged");
   }
 
