@@ -7,7 +7,7 @@ usage() {
   cat <<END
 Usage: fuzz/run.sh SECONDS [BUILD]
 Runs each fuzzer for SECONDS. BUILD is the build tree of the preset fuzz (default: build/fuzz).
-Exit codes: 0 nothing was found, 1 something was, 2 wrong usage or fuzzers not built.
+Exit codes: 0 nothing was found, 1 something was, or a fuzzer was broken off, 2 wrong usage or fuzzers not built.
 END
 }
 
@@ -39,9 +39,12 @@ run_one() {
     awk -v name="$name" '/cov: /{for (i = 1; i < NF; i++) if ($i == "cov:") cov = $(i + 1)}
       /number_of_executed_units/{runs = $2}
       END {printf "%-20s %10d runs, %5d edges, nothing found\n", name, runs, cov}' "$log"
-  else
-    echo "$name found something; the end of $log:"
+  elif compgen -G "$build/findings/$name-*" >/dev/null; then
+    echo "$name found something ($build/findings/$name-*); the end of $log:"
     tail -n 40 "$log"
+    return 1
+  else
+    echo "$name was broken off; see $log"
     return 1
   fi
 }
