@@ -6,6 +6,9 @@
 
 ifneq ($(shell command -v ccache),)
 export CMAKE_CXX_COMPILER_LAUNCHER ?= ccache
+# What one clone has compiled, another need not.
+export CCACHE_BASEDIR = $(CURDIR)
+export CCACHE_NOHASHDIR = 1
 endif
 
 install = @cmake/install-dependencies.sh
