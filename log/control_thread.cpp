@@ -13,9 +13,7 @@
 #include "log/control_command.h"
 #include "log/control_protocol.h"
 
-using hbbtv_ryn::kLogClearCommand;
 using hbbtv_ryn::kLogCommandBytes;
-using hbbtv_ryn::kLogCommandTextBytes;
 
 char g_modules_info[kLogCommandBytes];
 

@@ -36,8 +36,8 @@ void readIdFields(const std::string& fields, int count, int* ids) {
   for (int i = 0; i < std::min(count, whole); ++i) {
     char field[kIdFieldChars + 1] = {};
     fields.copy(field, kIdFieldChars, static_cast<std::size_t>(i) * kIdFieldChars);
-    // NOLINTNEXTLINE(cert-err34-c): a field without a number leaves its entry alone, which strtol() would
-    // not
+    // A field without a number leaves its entry alone, which strtol() would not.
+    // NOLINTNEXTLINE(cert-err34-c)
     std::sscanf(field, "%16d", &ids[i]);
   }
 }
