@@ -77,7 +77,7 @@ TEST(RynctlMonitorTest, TrafficOfBothProcessesIsShownOncePerMessage) {
   EXPECT_EQ(1,
             occurrences(result.out, "-> plug-in  GetVisible answer               visible=1  (in flight "))
       << result.out;
-  EXPECT_EQ(1, occurrences(result.out, " us, in the handler ")) << result.out;
+  EXPECT_EQ(1, occurrences(result.out, ", in the handler ")) << result.out;
   EXPECT_EQ(1, occurrences(result.out, "-> browser  ShowApp                         appid=1 orgid=10\n"))
       << result.out;
   EXPECT_TRUE(holds(result.out, "DROPPED: threw by rynctl_test (" + std::to_string(browser.pid()) + ")"))
