@@ -12,10 +12,10 @@ bool returnsNormally(Call&& call) {
   try {
     call();
     return true;
+  } catch (abi::__forced_unwind&) {
+    // Thread cancellation unwinds as an exception of this type and aborts the process when it is swallowed.
+    throw;
   } catch (...) {
-    // Thread cancellation unwinds as an exception without a type, and aborts the process when it is
-    // swallowed.
-    if (abi::__cxa_current_exception_type() == nullptr) throw;
     return false;
   }
 }

@@ -100,6 +100,7 @@ Words completed(const std::vector<std::string>& words) {
 }
 
 TEST(RynctlDocumentationTest, BashCompletesCommandsOptionsNamesAndKeys) {
+  if (isEmulated()) GTEST_SKIP() << "the kernel knows programs by the name of their emulator";
   Words first = subcommands();
   for (const char* option : {"--help", "--version", "-h"}) first.insert(option);
   EXPECT_EQ(first, completed({""}));

@@ -232,6 +232,7 @@ TEST(RynctlSendTest, AFullQueueEndsWithFiveAndNoLineOfTheChannelOnStandardOutput
 }
 
 TEST(RynctlPlaceTest, ALivingProcessKeepsItsPlaceUnlessForced) {
+  if (isEmulated()) GTEST_SKIP() << "the kernel knows programs by the name of their emulator";
   const Browser browser;
   {
     const Host plugin("plugin");
@@ -247,6 +248,7 @@ TEST(RynctlPlaceTest, ALivingProcessKeepsItsPlaceUnlessForced) {
 }
 
 TEST(RynctlPlaceTest, WhoHasSentLastHoldsTheClientsPlaceWhileItLives) {
+  if (isEmulated()) GTEST_SKIP() << "the kernel knows programs by the name of their emulator";
   const Host browser("browser");
   RawQueue(kRequests).sendMessage(kRawOneWay, R"({"t":212,"appid":1,"orgid":2})");  // this process
   expectRefusal({{"call", "GetVisible", "appid=1", "orgid=10"},
@@ -255,6 +257,7 @@ TEST(RynctlPlaceTest, WhoHasSentLastHoldsTheClientsPlaceWhileItLives) {
 }
 
 TEST(RynctlPlaceTest, OneListensWhileAnotherCalls) {
+  if (isEmulated()) GTEST_SKIP() << "the kernel knows programs by the name of their emulator";
   const Browser browser;
   Tool listener({"listen"});
   waitUntil("it listens", [&] { return holds(listener.err(), "listening"); });

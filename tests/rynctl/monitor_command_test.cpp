@@ -51,6 +51,7 @@ void awaitLevel(ChildProcess& host, int level) {
 }
 
 TEST(RynctlMonitorTest, TrafficOfBothProcessesIsShownOncePerMessage) {
+  if (isEmulated()) GTEST_SKIP() << "the kernel knows programs by the name of their emulator";
   ChildProcess browser(kTracedBrowser);
   browser.hear();
   const std::string file = "rynctl_monitor_" + std::to_string(getpid()) + ".json";
@@ -185,6 +186,7 @@ TEST_F(ForgedTest, AnAnswerWhoseArrivalIsNotTracedIsShownAlone) {
 }
 
 TEST(RynctlMonitorRefusalTest, OneMonitorAtATime) {
+  if (isEmulated()) GTEST_SKIP() << "the kernel knows programs by the name of their emulator";
   const Tool first({"monitor"});
   waitUntil("it listens", &isListening);
   const ToolResult second = rynctl({"monitor"});

@@ -5,6 +5,7 @@
 
 #include <sys/types.h>
 
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -47,6 +48,11 @@ class Tool {
 /// Runs the tool to its end.
 ToolResult rynctl(const std::vector<std::string>& arguments,
                   const std::vector<std::string>& environment = {});
+
+/// Whether the tool runs under an emulator, whose name is then all that the kernel knows of it.
+inline bool isEmulated() {
+  return std::getenv("HBBTV_RYN_EMULATOR") != nullptr;
+}
 
 }  // namespace hbbtv_ryn::test
 

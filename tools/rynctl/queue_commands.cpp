@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 #include <cerrno>
 #include <iostream>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -143,7 +144,7 @@ ExitCode peek(const Options& options) {
   std::vector<Row> rows;
   for (const WaitingMessage& message : messages) {
     std::string text = decoded(message, name);
-    if (!message.fault.empty()) text = '(' + message.fault + ')' + (text.empty() ? "" : " ") + text;
+    if (!message.fault.empty()) text.insert(0, '(' + message.fault + (text.empty() ? ")" : ") "));
     if (options.json) {
       Json::Value value(Json::objectValue);
       value["kind"] = kindName(message.kind);
@@ -227,6 +228,7 @@ ExitCode reset(const Options& options) {
 void addQueueCommands(CLI::App& app, Action& action) {
   const auto options = std::make_shared<Options>();
   std::vector<std::string> names;
+  names.reserve(std::size(kQueues));
   for (const QueueName& queue : kQueues) names.emplace_back(queue.name);
 
   CLI::App* const queues_command =
