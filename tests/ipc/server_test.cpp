@@ -76,7 +76,8 @@ TEST_F(ServerTest, SendsTheFailureRecordWhereThereIsNoAnswer) {
   const RawRecord failure = rawRecord(kRawFailure, std::string("a\0", 2));
   OutputCapture errors(stderr);
   for (const char* text : {"no answer", "long 16385", "throw", "throw a number"}) {
-    m_client.notify(text);
+    // What a callback returns for a one-way message is its own, and this one would lose it.
+    if (std::string(text).rfind("long ", 0) != 0) m_client.notify(text);
     m_client.requests.sendMessage(kRawRequest, text);
     const RawRecord reply = m_client.replies.take();
     EXPECT_EQ(0, std::memcmp(&failure, &reply, sizeof reply)) << text;
