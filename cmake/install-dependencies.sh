@@ -6,7 +6,7 @@ set -euo pipefail
 usage() {
   cat <<END
 Usage: install-dependencies.sh GROUP...
-Groups: build check armhf package lint fuzz bench abi
+Groups: build check armhf package lint fuzz bench
 END
 }
 
@@ -18,8 +18,7 @@ packages_of() {
     package) echo debootstrap dpkg-dev file ;;
     lint) echo clang-format clang-tidy ;;
     fuzz) echo clang libclang-rt-dev ;;
-    bench) echo libbenchmark-dev libzmq3-dev libnng-dev libsystemd-dev dbus gnuplot-nox valgrind ;;
-    abi) ;;
+    bench) echo libzmq3-dev libnng-dev libsystemd-dev dbus gnuplot-nox valgrind ;;
     *) usage >&2; exit 2 ;;
   esac
 }

@@ -6,6 +6,8 @@ set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
 
 set(CMAKE_C_COMPILER ${CMAKE_LIBRARY_ARCHITECTURE}-gcc)
 set(CMAKE_CXX_COMPILER ${CMAKE_LIBRARY_ARCHITECTURE}-g++)
+# g++ notes at each use of a standard template that its version 7 passed certain arguments otherwise.
+set(CMAKE_CXX_FLAGS_INIT -Wno-psabi)
 
 # The libraries are those of the running system's other architecture: only their names tell them apart.
 set(ENV{PKG_CONFIG_LIBDIR} /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/pkgconfig:/usr/share/pkgconfig)
