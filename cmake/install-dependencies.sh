@@ -12,7 +12,7 @@ END
 
 packages_of() {
   case $1 in
-    build) echo cmake ninja-build g++ pkg-config libjsoncpp-dev libcli11-dev ;;
+    build) echo cmake ninja-build ccache g++ pkg-config libjsoncpp-dev libcli11-dev ;;
     check) echo libgtest-dev ;;
     armhf) echo g++-arm-linux-gnueabihf libjsoncpp-dev:armhf libgtest-dev:armhf libstdc++6:armhf qemu-user ;;
     package) echo debootstrap dpkg-dev file ;;

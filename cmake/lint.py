@@ -2,7 +2,8 @@
 """Runs clang-tidy over the project's sources in a build tree's compile_commands.json.
 
 A source that passed is looked at again only when it, a header of the project that it includes, its compile
-command or a .clang-tidy file has changed. Exit code: 0 all pass, 1 findings, 2 usage.
+command or a .clang-tidy file has changed. Like ccache, it remembers that for every clone of the project, in
+$XDG_CACHE_HOME/hbbtv_ryn-lint (~/.cache without that variable). Exit code: 0 all pass, 1 findings, 2 usage.
 
 Usage: cmake/lint.py BUILD [FOLDER]   (FOLDER: only the sources below it)
 """
@@ -33,25 +34,25 @@ def project_files_read_by(entry):
                   if path.is_relative_to(PROJECT))
 
 
-def fingerprint(entry, configurations):
-    digest = hashlib.sha256(entry["command"].encode())
-    for path in project_files_read_by(entry) + configurations:
+def fingerprint(entry, tool):
+    """Names all that the findings in a source depend on, alike in every clone."""
+    digest = hashlib.sha256(tool)
+    digest.update(entry["command"].replace(str(PROJECT), "").encode())
+    for path in project_files_read_by(entry):
         digest.update(path.read_bytes())
     return digest.hexdigest()
 
 
-def lint(entry, build, configurations):
+def lint(entry, build, passed, tool):
     """The findings in a source; empty when it passes."""
-    source = pathlib.Path(entry["file"])
-    stamp = build / "lint" / source.relative_to(PROJECT)
-    current = fingerprint(entry, configurations)
-    if stamp.exists() and stamp.read_text() == current:
+    stamp = passed / fingerprint(entry, tool)
+    if stamp.exists():
         return ""
-    result = subprocess.run(["clang-tidy", "-quiet", f"-p={build}", source], capture_output=True, text=True)
+    result = subprocess.run(["clang-tidy", "-quiet", f"-p={build}", entry["file"]],
+                            capture_output=True, text=True)
     if result.returncode != 0:
         return result.stdout + re.sub(r"^\d+ warnings? .*\n", "", result.stderr, flags=re.MULTILINE)
-    stamp.parent.mkdir(parents=True, exist_ok=True)
-    stamp.write_text(current)
+    stamp.touch()
     return ""
 
 
@@ -66,10 +67,13 @@ def main():
     entries = {entry["file"]: entry for entry in json.loads((build / "compile_commands.json").read_text())
                if pathlib.Path(entry["file"]).is_relative_to(folder)
                and not pathlib.Path(entry["file"]).is_relative_to(build)}
-    configurations = sorted(path for path in PROJECT.glob("**/.clang-tidy") if "build" not in path.parts)
+    tool = subprocess.run(["clang-tidy", "--version"], capture_output=True, check=True).stdout
+    for path in sorted(path for path in PROJECT.glob("**/.clang-tidy") if "build" not in path.parts):
+        tool += path.read_bytes()
+    passed = pathlib.Path(os.environ.get("XDG_CACHE_HOME") or pathlib.Path.home() / ".cache", "hbbtv_ryn-lint")
+    passed.mkdir(parents=True, exist_ok=True)
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        findings = list(filter(None, pool.map(lambda entry: lint(entry, build, configurations),
-                                              entries.values())))
+        findings = list(filter(None, pool.map(lambda entry: lint(entry, build, passed, tool), entries.values())))
     print("".join(findings), end="")
     print(f"clang-tidy: {len(entries)} sources, {len(findings)} with findings")
     return 1 if findings else 0
