@@ -1,14 +1,16 @@
 /// @file
-/// What the hosts, the hostile writer and their supervisor know of each other: a piece of memory that all
-/// of these processes share, so that what a killed process has counted stays counted.
-#ifndef HBBTV_RYN_TESTS_TORTURE_LEDGER_H
-#define HBBTV_RYN_TESTS_TORTURE_LEDGER_H
+/// The processes of a stress run, and what they and their supervisor know of each other: a piece of memory
+/// that all of them share, so that what a killed process has counted stays counted.
+#ifndef HBBTV_RYN_TESTS_TORTURE_PROCESSES_H
+#define HBBTV_RYN_TESTS_TORTURE_PROCESSES_H
 
 #include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <string>
+
+#include "support/child_process.h"
 
 namespace hbbtv_ryn::test {
 
@@ -51,32 +53,32 @@ struct Ledger {
   std::atomic<uint64_t> hostile;
   std::atomic<bool> hostile_writing;
   std::atomic<Nanoseconds> longest_dead_call;
-  // The first wrong answer in words.
-  std::atomic<bool> wrong_told;
-  char wrong_text[256];
+  char first_wrong[256];  // in words
 };
 static_assert(std::atomic<Nanoseconds>::is_always_lock_free && std::atomic<Phase>::is_always_lock_free);
 
-/// Whether a host's memory says anything about the library. A sanitizer's own use drowns ours, and so does
-/// that of an emulator.
-bool memoryIsTelling();
-
-/// A new ledger, all zero, whose descriptor children inherit.
-class SharedLedger {
- public:
-  SharedLedger();
-  Ledger* operator->() const { return m_ledger; }
-  Ledger& operator*() const { return *m_ledger; }
-  /// For the command line of a child, which finds the ledger with openLedger().
-  std::string argument() const { return std::to_string(m_descriptor); }
-
- private:
-  int m_descriptor;
-  Ledger* m_ledger;
-};
+/// Makes a ledger, all zero, that children inherit. @return what openLedger() finds it by.
+std::string createLedger();
 
 Ledger& openLedger(const std::string& argument);
 
+// Each process is started with the ledger's argument and a seed.
+
+/// A browser host and a plug-in host that call each other without end and check every answer. What a
+/// handler answers is computed from the question alone, so the asker knows the only right answer.
+///
+/// A third argument is the pause between two calls of a thread in microseconds. Told "restart", a host
+/// stops and starts its endpoint; told "trim", it gives the memory back that it does not use; either time
+/// it says "done". Told "finish", it stops everything in an orderly way and ends with exit code 0.
+extern const ChildRole kBrowserHost;
+extern const ChildRole kPluginHost;
+
+/// Writes to the three request queues what no peer would: as long as the ledger's phase is kMalformed
+/// records that nobody can answer, in phase kAnything also such as the peer itself might have sent. Two
+/// things it leaves out, since the format gives everyone the right to them: the stop record and the
+/// one-way message "exit".
+extern const ChildRole kHostileWriter;
+
 }  // namespace hbbtv_ryn::test
 
-#endif  // HBBTV_RYN_TESTS_TORTURE_LEDGER_H
+#endif  // HBBTV_RYN_TESTS_TORTURE_PROCESSES_H

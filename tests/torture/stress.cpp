@@ -1,0 +1,82 @@
+#include "torture/stress.h"
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <fstream>
+#include <stdexcept>
+
+#include "support/isolation.h"
+
+namespace hbbtv_ryn::test {
+namespace {
+
+void require(int code, int expected, Side side, const char* what) {
+  if (code == expected) return;
+  throw std::runtime_error(std::string("the ") + kSideNames[side] + " host " + what + ", code " +
+                           std::to_string(code));
+}
+
+}  // namespace
+
+HostPair::HostPair(uint64_t seed, const char* pause) : m_seeds(seed), m_pause(pause) {
+  isolateTest();
+  start(kBrowserSide);
+  start(kPluginSide);
+}
+
+std::vector<std::string> HostPair::arguments() {
+  return {m_ledger_argument, std::to_string(m_seeds() >> 1)};
+}
+
+void HostPair::start(Side side) {
+  auto with_pause = arguments();
+  with_pause.push_back(m_pause);
+  m_hosts[side].emplace(side == kBrowserSide ? kBrowserHost : kPluginHost, with_pause);
+}
+
+void HostPair::kill(Side side) {
+  m_ledger.killed_at[side] = now();
+  require(m_hosts[side]->kill(), -SIGKILL, side, "ended by itself");
+  for (auto& call : m_ledger.calls[side]) call = 0;
+}
+
+void HostPair::finish() {
+  for (auto& host : m_hosts) host->say("finish");
+  for (const Side side : {kPluginSide, kBrowserSide}) {
+    require(m_hosts[side]->wait(), 0, side, "did not end in order");
+  }
+}
+
+int statusOf(pid_t pid, const std::string& field) {
+  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+  for (std::string word; status >> word;) {
+    int value = 0;
+    if (word == field && status >> value) return value;
+  }
+  return 0;
+}
+
+bool memoryIsTelling() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  return false;
+#else
+  return std::getenv("HBBTV_RYN_EMULATOR") == nullptr;
+#endif
+}
+
+int runStress(int argc, char** argv, CLI::App& app, const std::function<bool()>& run) {
+  if (const auto exit_code = runAsChild(argc, argv)) return *exit_code;
+  CLI11_PARSE(app, argc, argv);
+  std::setvbuf(stdout, nullptr, _IOLBF, 0);
+  try {
+    isolateProcess();
+    return run() ? 0 : 1;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "%s\n", error.what());
+    return 1;
+  }
+}
+
+}  // namespace hbbtv_ryn::test

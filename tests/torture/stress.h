@@ -1,0 +1,54 @@
+/// @file
+/// What the two stress programs share: their main(), and the pair of hosts that they put under load.
+#ifndef HBBTV_RYN_TESTS_TORTURE_STRESS_H
+#define HBBTV_RYN_TESTS_TORTURE_STRESS_H
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "torture/processes.h"
+
+namespace hbbtv_ryn::test {
+
+/// Two hosts on queues of their own, started with it, and the ledger that they share.
+class HostPair {
+ public:
+  /// @param pause  of each of their threads between two calls, in microseconds.
+  HostPair(uint64_t seed, const char* pause);
+  ChildProcess& operator[](Side side) { return *m_hosts[side]; }
+  Ledger& ledger() const { return m_ledger; }
+  /// What the next process is started with: the ledger and a seed.
+  std::vector<std::string> arguments();
+
+  void start(Side side);
+  /// Throws when the host had ended by itself.
+  void kill(Side side);
+  /// Has both end in order, and throws when one does not.
+  void finish();
+
+ private:
+  const std::string m_ledger_argument = createLedger();
+  Ledger& m_ledger = openLedger(m_ledger_argument);
+  std::mt19937_64 m_seeds;
+  const std::string m_pause;
+  std::optional<ChildProcess> m_hosts[kSideCount];
+};
+
+/// A number from the kernel's status file of a process, such as "VmHWM:"; 0 when it is not there.
+int statusOf(pid_t pid, const std::string& field);
+
+/// Whether a host's memory says anything about the library. A sanitizer's own use drowns ours, and so does
+/// that of an emulator.
+bool memoryIsTelling();
+
+/// main() of both: the command line, the namespaces, then the run.
+/// @return 0 when `run` says that everything held, 1 when not, or when it throws.
+int runStress(int argc, char** argv, CLI::App& app, const std::function<bool()>& run);
+
+}  // namespace hbbtv_ryn::test
+
+#endif  // HBBTV_RYN_TESTS_TORTURE_STRESS_H
