@@ -2,10 +2,12 @@
 
 #include <json/value.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <memory>
 #include <numeric>
 
 #include "ipc/malloc_ptr.h"
@@ -27,22 +29,19 @@ void silenceLibrary() {
   stderr = nowhere;
 }
 
-Request::Request(const uint8_t* data, std::size_t size)
-    : m_text(new char[size + 1]), m_message{static_cast<int32_t>(size), m_text.get()} {
-  if (size > 0) std::memcpy(m_text.get(), data, size);
-  m_text[size] = '\0';
-}
-
-void serveAndCheck(IpcServerCallback callback, const Request& request) {
+void serveAndCheck(IpcServerCallback callback, const uint8_t* data, std::size_t size) {
+  const std::unique_ptr<char[]> text(new char[size + 1]());
+  std::copy(data, data + size, text.get());
+  const IpcMessage request{static_cast<int32_t>(size), text.get()};
   IpcMessage* answer = nullptr;
   try {
-    answer = callback(request.message(), nullptr);
+    answer = callback(&request, nullptr);
   } catch (const std::exception&) {
     return;  // the server answers with its failure reply
   }
   if (answer == nullptr) return;
   const std::unique_ptr<IpcMessage> owner(answer);
-  const MallocPtr<char> text(answer->text);
+  const MallocPtr<char> answer_text(answer->text);
   require(answer->length == static_cast<int32_t>(std::strlen(answer->text)), "the answer's length");
   Json::Value members;
   require(parse(answer->text, &members), "the answer is a JSON object");

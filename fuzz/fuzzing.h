@@ -5,7 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <string>
 
 #include "hbbtv_ryn/ipc.h"
 
@@ -17,24 +17,15 @@ void require(bool holds, const char* what);
 /// Takes the library's own diagnostics away, which a fuzzer would write by the million.
 void silenceLibrary();
 
-/// The input as the server hands it to a callback: NUL-terminated in a block of just that size, so that a
-/// byte read too far is seen.
-class Request {
- public:
-  Request(const uint8_t* data, std::size_t size);
-  const IpcMessage* message() const { return &m_message; }
-
- private:
-  std::unique_ptr<char[]> m_text;
-  IpcMessage m_message;
-};
-
-/// Calls a server callback as the server does. What it answers must be a text of a JSON object with its
-/// true length.
-void serveAndCheck(IpcServerCallback callback, const Request& request);
+/// Calls a server callback as the server does: with the input in a block of just its size and a NUL, so
+/// that a byte read too far is seen. What it answers must be a text of a JSON object with its true length.
+void serveAndCheck(IpcServerCallback callback, const uint8_t* data, std::size_t size);
 
 /// Makes the compiler believe that a handler uses what it is given, every byte of it.
 void use(const void* memory, std::size_t bytes);
+inline void use(const std::string& text) {
+  use(text.data(), text.size());
+}
 
 }  // namespace hbbtv_ryn::fuzz
 

@@ -1,6 +1,7 @@
 // Any datagrams as log commands: the input is cut into them, 1025 bytes each, the last one shorter.
 #include <algorithm>
 #include <cstring>
+#include <sstream>
 #include <string>
 
 #include "fuzzing.h"
@@ -18,19 +19,14 @@ void checkList() {
   fuzz::require(count >= 0 && count <= static_cast<int>(kMaxModules), "the number of modules");
   if (count == 0) return;
   fuzz::require(std::memchr(names, '\0', sizeof names) != nullptr, "the list ends");
-  const std::string list(names);
-  fuzz::require(std::count(list.begin(), list.end(), kModuleSeparator) == count - 1,
-                "as many names as told");
-  std::string before;
-  for (std::size_t at = 0; at <= list.size();) {
-    const std::size_t end = std::min(list.find(kModuleSeparator, at), list.size());
-    const std::string name = list.substr(at, end - at);
+  int listed = 0;
+  std::istringstream list(names);
+  for (std::string name, before; std::getline(list, name, kModuleSeparator); before = name, ++listed) {
     fuzz::require(!name.empty() && name.size() <= kMaxModuleName, "the length of a name");
     fuzz::require(before < name, "the order of the names");
     zunt_log_getLevel(name.c_str());
-    before = name;
-    at = end + 1;
   }
+  fuzz::require(listed == count, "as many names as told");
 }
 
 }  // namespace

@@ -6,10 +6,6 @@ using namespace hbbtv_ryn;  // NOLINT(google-build-using-namespace)
 
 namespace {
 
-void useText(const std::string& text) {
-  fuzz::use(text.data(), text.size());
-}
-
 template <typename Member, typename Function>
 void add(int event, Member member, Function function) {
   ZuntRynEventCallback callback;
@@ -31,25 +27,20 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
       [](int appid, int, bool* blocked) { *blocked = appid > 0; });
   add(ZUNT_RYN_EVENT_OBJECT_SUPPORTED_QUERY, &Callback::onObjectSupported,
       [](const std::string& mtype, bool* supported) {
-        useText(mtype);
+        fuzz::use(mtype);
         *supported = true;
       });
-  add(ZUNT_RYN_EVENT_GET_CONFIGURATION, &Callback::onNotify, [] {});
-  for (const int event : {ZUNT_RYN_EVENT_BROADCAST_SERVICE, ZUNT_RYN_EVENT_BROADCAST_FULLSCREEN}) {
-    add(event, &Callback::onFlag, [](bool) {});
-  }
   for (const int event : {ZUNT_RYN_EVENT_OPAPP_STATE_CHANGE, ZUNT_RYN_EVENT_OPAPP_CONTEXT_CHANGE}) {
     add(event, &Callback::onOpAppChange,
-        [](int, int, std::string a, std::string b, std::string reason) { useText(a + b + reason); });
+        [](int, int, std::string a, std::string b, std::string reason) { fuzz::use(a + b + reason); });
   }
   add(ZUNT_RYN_EVENT_OPAPP_UPDATE, &Callback::onOpAppUpdate,
-      [](int, int, std::string event) { useText(event); });
+      [](int, int, std::string event) { fuzz::use(event); });
   return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-  const fuzz::Request request(data, size);
-  fuzz::serveAndCheck(&notificationEntry, request);
-  fuzz::serveAndCheck(&queryEntry, request);
+  fuzz::serveAndCheck(&notificationEntry, data, size);
+  fuzz::serveAndCheck(&queryEntry, data, size);
   return 0;
 }

@@ -16,36 +16,24 @@ using namespace hbbtv_ryn;  // NOLINT(google-build-using-namespace)
 namespace {
 
 constexpr long kChannel = 1;
-constexpr std::size_t kLargestMessage = 8192;  // the kernel's, unless told otherwise
 constexpr int kQueueBytes = 1 << 20;
 constexpr int kChunkSizes[] = {1, 16, 1024, 4000};
 
 int g_queue = -1;
 
-struct Datagram {
-  long type = kChannel;
-  char body[kLargestMessage];
-};
-
 void fillQueue(const uint8_t* data, std::size_t size) {
-  Datagram datagram;
+  struct {
+    long type = kChannel;
+    char body[8192];  // the largest message that the kernel takes, unless told otherwise
+  } datagram;
   while (size >= 2) {
-    const std::size_t wanted = data[0] + 256U * data[1];
-    data += 2;
-    size -= 2;
-    const std::size_t bytes = std::min({wanted, size, kLargestMessage});
-    std::memcpy(datagram.body, data, bytes);
+    const std::size_t bytes =
+        std::min({std::size_t{data[0]} + 256U * data[1], size - 2, sizeof datagram.body});
+    std::memcpy(datagram.body, data + 2, bytes);
     if (msgsnd(g_queue, &datagram, bytes, IPC_NOWAIT) != 0) return;
-    data += bytes;
-    size -= bytes;
+    data += 2 + bytes;
+    size -= 2 + bytes;
   }
-}
-
-// A whole message, so that the last receive ends as well.
-void sendEnd(int chunk_size) {
-  char text[] = "e";
-  const IpcMessage end{1, text};
-  ipc_snd_internal(g_queue, kChannel, chunk_size, &end, IPC_KIND_ONEWAY);
 }
 
 void receiveBounded(int chunk_size, IpcRecord* record, JoinedText* text) {
@@ -62,11 +50,11 @@ void receiveBounded(int chunk_size, IpcRecord* record, JoinedText* text) {
   readFence(*record, &token);
 }
 
-void receivePublic(int chunk_size, IpcRecord* record, MallocPtr<char>* text, int* capacity) {
-  char* bytes = text->release();
-  const int result = ipc_rcv_internal(g_queue, kChannel, chunk_size, record, &bytes, capacity);
-  text->reset(bytes);
-  fuzz::require(bytes != nullptr && *capacity >= 1, "the buffer is kept");
+void receivePublic(int chunk_size, IpcRecord* record, JoinedText* text) {
+  char* bytes = text->bytes.release();
+  const int result = ipc_rcv_internal(g_queue, kChannel, chunk_size, record, &bytes, &text->capacity);
+  text->bytes.reset(bytes);
+  fuzz::require(bytes != nullptr && text->capacity >= 1, "the buffer is kept");
   if (result == 0) fuzz::use(bytes, std::strlen(bytes));
 }
 
@@ -84,20 +72,15 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
   const int chunk_size = kChunkSizes[data[0] % std::size(kChunkSizes)];
-  const bool bounded = data[0] < 128;
   fillQueue(data + 1, size - 1);
-  sendEnd(chunk_size);
+  // A whole message, so that the last receive ends as well.
+  char letter[] = "e";
+  const IpcMessage end{1, letter};
+  ipc_snd_internal(g_queue, kChannel, chunk_size, &end, IPC_KIND_ONEWAY);
   const auto record = newRecord(chunk_size);
   JoinedText text;
   fuzz::require(record && text.allocate(chunk_size), "memory");
-  MallocPtr<char> public_text(static_cast<char*>(std::malloc(static_cast<std::size_t>(chunk_size) + 1)));
-  int capacity = chunk_size + 1;
-  while (!isEmpty(g_queue)) {
-    if (bounded) {
-      receiveBounded(chunk_size, record.get(), &text);
-    } else {
-      receivePublic(chunk_size, record.get(), &public_text, &capacity);
-    }
-  }
+  const auto receive = data[0] < 128 ? &receiveBounded : &receivePublic;
+  while (!isEmpty(g_queue)) receive(chunk_size, record.get(), &text);
   return 0;
 }

@@ -1,14 +1,12 @@
 // Writes what the fuzzers begin with: every message of the catalogue as each of them takes it, and a
 // dictionary of the words of the language.
-#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <string>
-#include <vector>
 
 #include "ipc/protocol/catalogue.h"
-#include "ipc/protocol/lists.h"
 #include "log/control_protocol.h"
 #include "support/raw_peer.h"
 
@@ -24,30 +22,15 @@ void write(const fs::path& file, const std::string& content) {
   std::ofstream(file, std::ios::binary) << content;
 }
 
-std::string memberText(const Member& member) {
-  const std::string name = '"' + std::string(member.key) + "\":";
-  switch (member.type) {
-    case Type::kInt:
-      return name + "2";
-    case Type::kFlag:
-      return name + "1";
-    case Type::kBoolean:
-      return name + "true";
-    case Type::kString:
-      return name + R"("text")";
-    case Type::kKeyCount:
-      return name + R"(2,"k0":37,"k1":38)";
-    case Type::kIdFields: {
-      const int ids[] = {1, 22};
-      return name + '"' + idFields(ids, 2) + '"';
-    }
-  }
-  return {};
-}
+// A value of each type, by the type's number, with the members that go with it.
+constexpr const char* kValues[] = {
+    "2", "1", "true", R"("text")", R"(2,"k0":37,"k1":38)", R"("               1              22")"};
 
 std::string messageText(int code, const Members& members) {
   std::string text = "{\"t\":" + std::to_string(code);
-  for (const Member& member : members) text += ',' + memberText(member);
+  for (const Member& member : members) {
+    text += ",\"" + std::string(member.key) + "\":" + kValues[static_cast<std::size_t>(member.type)];
+  }
   return text + '}';
 }
 
@@ -63,9 +46,9 @@ std::string asRecords(int kind, const std::string& text) {
   return input;
 }
 
-std::string logCommand(std::string names, char value) {
+std::string logCommand(std::string names, int value) {
   names.resize(kLogCommandTextBytes);
-  return names + value;
+  return names + static_cast<char>(value);
 }
 
 void writeMessages(const fs::path& folder) {
@@ -88,26 +71,16 @@ void writeMessages(const fs::path& folder) {
   }
 }
 
-void writeLogCommands(const fs::path& folder) {
-  write(folder / "add", logCommand("player|tuner", static_cast<char>(kModuleFull)));
-  write(folder / "remove", logCommand("player", static_cast<char>(kModuleFull)) +
-                               logCommand("player|", static_cast<char>(kModuleRemoved)));
-  write(folder / "clear", logCommand(kLogClearCommand, 0));
-}
-
 void writeDictionary(const fs::path& file) {
-  std::vector<std::string> words{"\"{\"", "\"}\"", "\"[\"",    "\"]\"",
-                                 "\":\"", "\",\"", "\"null\"", "\"true\""};
+  std::set<std::string> words{"{", "}", "[", "]", ":", ",", "null", "true"};
   for (const Message& message : kMessages) {
-    words.push_back("\"\\\"t\\\":" + std::to_string(static_cast<int>(message.code)) + '"');
+    words.insert(R"(\"t\":)" + std::to_string(static_cast<int>(message.code)));
     for (const Members* members : {&message.request, &message.reply}) {
-      for (const Member& member : *members) words.push_back("\"\\\"" + std::string(member.key) + "\\\":\"");
+      for (const Member& member : *members) words.insert(R"(\")" + std::string(member.key) + R"(\":)");
     }
   }
-  std::sort(words.begin(), words.end());
-  words.erase(std::unique(words.begin(), words.end()), words.end());
   std::string content;
-  for (const std::string& word : words) content += word + '\n';
+  for (const std::string& word : words) content += '"' + word + "\"\n";
   write(file, content);
 }
 
@@ -120,7 +93,10 @@ int main(int argc, char** argv) {
   }
   const fs::path folder = argv[1];
   writeMessages(folder);
-  writeLogCommands(folder / "log_command");
+  write(folder / "log_command" / "add", logCommand("player|tuner", kModuleFull));
+  write(folder / "log_command" / "remove",
+        logCommand("player", kModuleFull) + logCommand("player|", kModuleRemoved));
+  write(folder / "log_command" / "clear", logCommand(kLogClearCommand, 0));
   writeDictionary(folder / "words.dict");
   return 0;
 }
