@@ -1,11 +1,7 @@
 // The record primitives against a peer that has its own idea of the record.
 #include <gtest/gtest.h>
-#include <pthread.h>
-#include <sys/msg.h>
 
-#include <atomic>
 #include <climits>
-#include <csignal>
 #include <cstring>
 
 #include "ipc/channel_handles.h"
@@ -41,8 +37,6 @@ class PrimitivesTest : public testing::Test {
     EXPECT_EQ(0, receive());
     return m_text;
   }
-  // Room for that many records.
-  void limitQueue(std::size_t records) { m_queue.setCapacity(records * kRawRecordBytes); }
 
   RawQueue m_queue{kKey};
   IpcRecord m_record{};
@@ -66,136 +60,84 @@ TEST_F(PrimitivesTest, RecordsAreByteForByteTheWireForm) {
 }
 
 TEST_F(PrimitivesTest, MessagesOfEveryEdgeSizeAreCutAndJoined) {
-  struct Size {
+  const struct {
     std::size_t length;
     int capacity;  // of the receiver's buffer afterwards, from 1025 at the start
-  };
-  for (const auto& [length, capacity] :
-       {Size{0, 1025}, Size{1024, 1025}, Size{1025, 2049}, Size{1026, 2049}, Size{2048, 2049},
-        Size{2049, 4097}, Size{2050, 4097}, Size{16384, 16385}}) {
-    SCOPED_TRACE(length);
-    const std::string text = numbered(length);
+  } sizes[] = {{0, 1025},    {1024, 1025}, {1025, 2049}, {1026, 2049},
+               {2048, 2049}, {2049, 4097}, {2050, 4097}, {16384, 16385}};
+  for (const auto& size : sizes) {
+    SCOPED_TRACE(size.length);
+    const std::string text = numbered(size.length);
     {
       Concurrently sender([&] { return send(text); });
       EXPECT_EQ(text, m_queue.takeMessage().text);
       EXPECT_EQ(0, sender.result());
-      EXPECT_EQ(0U, m_queue.depth());
     }
     m_capacity = static_cast<int>(kRawPayload);
     m_text = static_cast<char*>(std::realloc(m_text, kRawPayload));
     Concurrently sender([&] { m_queue.sendMessage(kRawReply, text); });
     EXPECT_EQ(text, receiveText());
-    EXPECT_EQ(capacity, m_capacity);
-    EXPECT_EQ(kChannel, m_record.mtype);
+    EXPECT_EQ(size.capacity, m_capacity);
     EXPECT_EQ(IPC_KIND_REPLY, m_record.kind);
-    EXPECT_EQ(static_cast<int>(length), m_record.total_length);
-    EXPECT_EQ(1, m_record.last);
+    EXPECT_EQ(static_cast<int>(size.length), m_record.total_length);
   }
 }
 
-TEST_F(PrimitivesTest, OtherChunkSizesAreCutAndJoinedToo) {
-  const std::string text = numbered(20);
-  const IpcMessage message = messageOf(text);
-  alignas(IpcRecord) char record[ipc_record_bytes(4)];
-  int capacity = 5;
-  ASSERT_EQ(0, ipc_snd_internal(m_queue.id(), kChannel, 4, &message, IPC_KIND_ONEWAY));
-  EXPECT_EQ(4U, m_queue.depth());
-  ASSERT_EQ(0, ipc_rcv_internal(m_queue.id(), kChannel, 4, reinterpret_cast<IpcRecord*>(record), &m_text,
-                                &capacity));
-  EXPECT_EQ(text, m_text);
-}
-
-TEST_F(PrimitivesTest, TakesOnlyTheRecordsOfItsChannel) {
-  RawRecord other = rawRecord(kRawOneWay, "other");
-  other.type = 2;
-  m_queue.send(other);
-  m_queue.send(rawRecord(kRawOneWay, "mine"));
-  EXPECT_EQ("mine", receiveText());
-  EXPECT_EQ(1U, m_queue.depth());
-}
-
 TEST_F(PrimitivesTest, RefusesBadArgumentsAndLeavesTheQueueAlone) {
-  const std::string good_text = "text";
-  const IpcMessage good = messageOf(good_text);
-  const IpcMessage negative{-1, good.text};
+  char text[] = "text";
+  const IpcMessage good{4, text};
+  const IpcMessage negative{-1, text};
   const IpcMessage textless{4, nullptr};
   const int id = m_queue.id();
-  EXPECT_EQ(-3, ipc_snd_internal(id, kChannel, IPC_CHUNK_SIZE, nullptr, IPC_KIND_ONEWAY));
+  for (const IpcMessage* bad : {static_cast<const IpcMessage*>(nullptr), &negative, &textless}) {
+    EXPECT_EQ(-3, ipc_snd_internal(id, kChannel, IPC_CHUNK_SIZE, bad, IPC_KIND_ONEWAY));
+  }
   EXPECT_EQ(-3, ipc_snd_internal(id, kChannel, 0, &good, IPC_KIND_ONEWAY));
-  EXPECT_EQ(-3, ipc_snd_internal(id, kChannel, -1, &good, IPC_KIND_ONEWAY));
   EXPECT_EQ(-3, ipc_snd_internal(id, -1, IPC_CHUNK_SIZE, &good, IPC_KIND_ONEWAY));
-  EXPECT_EQ(-3, ipc_snd_internal(id, kChannel, IPC_CHUNK_SIZE, &negative, IPC_KIND_ONEWAY));
-  EXPECT_EQ(-3, ipc_snd_internal(id, kChannel, IPC_CHUNK_SIZE, &textless, IPC_KIND_ONEWAY));
   EXPECT_EQ(0U, m_queue.depth());
 
-  m_queue.send(rawRecord(kRawOneWay, "waiting"));
+  m_queue.send(rawRecord(kRawOneWay, std::string(kRawPayload, 'x')));
   int zero = 0;
   EXPECT_EQ(-3, ipc_rcv_internal(id, kChannel, IPC_CHUNK_SIZE, nullptr, &m_text, &m_capacity));
   EXPECT_EQ(-3, ipc_rcv_internal(id, kChannel, IPC_CHUNK_SIZE, &m_record, nullptr, &m_capacity));
-  EXPECT_EQ(-3, ipc_rcv_internal(id, kChannel, IPC_CHUNK_SIZE, &m_record, &m_text, nullptr));
   EXPECT_EQ(-3, ipc_rcv_internal(id, kChannel, IPC_CHUNK_SIZE, &m_record, &m_text, &zero));
-  EXPECT_EQ(-3, ipc_rcv_internal(id, kChannel, 0, &m_record, &m_text, &m_capacity));
-  EXPECT_EQ("waiting", receiveText());
-}
-
-TEST_F(PrimitivesTest, ATextBufferThatIsMissingWhenItMustGrowIsOutOfMemory) {
-  m_queue.send(rawRecord(kRawOneWay, std::string(kRawPayload, 'x')));
+  EXPECT_EQ(1U, m_queue.depth());
+  // A buffer that has to grow, and is not there.
   char* none = nullptr;
-  int capacity = static_cast<int>(kRawPayload);
-  EXPECT_EQ(-4, ipc_rcv_internal(m_queue.id(), kChannel, IPC_CHUNK_SIZE, &m_record, &none, &capacity));
+  EXPECT_EQ(-4, ipc_rcv_internal(id, kChannel, IPC_CHUNK_SIZE, &m_record, &none, &m_capacity));
 }
 
-TEST_F(PrimitivesTest, AFullQueueCostsSixAttemptsAndTheRecord) {
-  limitQueue(1);
-  m_queue.send(rawRecord(kRawOneWay, "in the way"));
-  const auto begin = std::chrono::steady_clock::now();
-  OutputCapture output(stdout);
-  EXPECT_EQ(0, send("dropped"));
-  EXPECT_LE(std::chrono::milliseconds(300), std::chrono::steady_clock::now() - begin);
-  std::string expected = kFullLine;
-  for (int i = 0; i < IPC_RETRY_COUNT; ++i) expected += kResendLine;
-  EXPECT_EQ(expected, output.text());
-  EXPECT_EQ("in the way", m_queue.takeMessage().text);
-  EXPECT_EQ(0U, m_queue.depth());
-}
-
-TEST_F(PrimitivesTest, EachRecordHasItsOwnAttempts) {
-  limitQueue(1);
+TEST_F(PrimitivesTest, AFullQueueCostsEachRecordSixAttemptsThenTheRecord) {
+  m_queue.setCapacity(kRawRecordBytes);
   m_queue.send(rawRecord(kRawOneWay, "in the way"));
   OutputCapture output(stdout);
   Concurrently sender([this] { return send(numbered(kRawPayload + 1)); });
   waitUntil("two attempts failed", [&] { return occurrences(output.text(), kResendLine) >= 2; });
   m_queue.take();
+  const auto begin = std::chrono::steady_clock::now();
   EXPECT_EQ(0, sender.result());
-  EXPECT_EQ(2, occurrences(output.text(), kFullLine));
-  EXPECT_LE(2 + IPC_RETRY_COUNT, occurrences(output.text(), kResendLine));
+  EXPECT_LE(std::chrono::milliseconds(300), std::chrono::steady_clock::now() - begin);
+  std::string second = kFullLine;
+  for (int i = 0; i < IPC_RETRY_COUNT; ++i) second += kResendLine;
+  EXPECT_EQ(second, output.text().substr(output.text().rfind(kFullLine)));
   EXPECT_EQ(1, m_queue.take().sequence);
   EXPECT_EQ(0U, m_queue.depth());
 }
 
-TEST_F(PrimitivesTest, ARemovedQueueIsRetriedSilently) {
-  m_queue.remove();
-  OutputCapture output(stdout);
-  EXPECT_EQ(0, send("nowhere"));
-  EXPECT_EQ("", output.text());
-}
-
-TEST_F(PrimitivesTest, AMessageThatLostItsEndIsJoinedWithTheNext) {
-  auto records = rawRecords(kRawOneWay, numbered(3000));
-  m_queue.send(records[0]);
-  m_queue.sendMessage(kRawOneWay, "next");
-  EXPECT_EQ(numbered(3000).substr(0, kRawPayload) + "next", receiveText());
-}
-
-TEST_F(PrimitivesTest, AMessageLargerThanARecordIsTakenOffAndReported) {
+TEST_F(PrimitivesTest, ForeignRecordsAreTakenOffAndReportedOrLeftAlone) {
+  RawRecord other = rawRecord(kRawOneWay, "for another channel");
+  other.type = 2;
+  m_queue.send(other);
   for (const std::size_t bytes : {kRawRecordBytes + 1, std::size_t{8000}}) {
     m_queue.sendBytes(std::string(bytes, 'x'));
+    m_queue.send(rawRecords(kRawOneWay, numbered(3000))[0]);  // has lost its end
     m_queue.send(rawRecord(kRawOneWay, "next"));
     OutputCapture errors(stderr);
     EXPECT_EQ(-1, receive());
     EXPECT_EQ("SERVER msgrcv res:-1, errno:7, strerror:Argument list too long\n", errors.text());
-    EXPECT_EQ("next", receiveText());
+    EXPECT_EQ(numbered(kRawPayload) + "next", receiveText());
   }
+  EXPECT_EQ(1U, m_queue.depth());
 }
 
 // Each stands between the first and the last record of a message that is whole without it.
@@ -222,28 +164,13 @@ TEST_F(PrimitivesTest, RecordsThatLieAboutTheirLengthCountAsDropped) {
   EXPECT_EQ("short but honest", receiveText());
 }
 
-TEST_F(PrimitivesTest, ASignalAndARemovedQueueEndTheWait) {
-  struct sigaction quiet {};
-  quiet.sa_handler = [](int) {};
-  sigaction(SIGUSR1, &quiet, nullptr);
-  OutputCapture errors(stderr);
-  std::atomic<pthread_t> thread{};
-  {
-    Concurrently receiver([&] {
-      thread = pthread_self();
-      return receive();
-    });
-    waitUntil("the wait ended", [&] {
-      if (thread.load() != pthread_t{}) pthread_kill(thread, SIGUSR1);
-      return receiver.returned();
-    });
-    EXPECT_EQ(-1, receiver.result());
-  }
-  EXPECT_EQ("SERVER msgrcv res:-1, errno:4, strerror:Interrupted system call\n", errors.text());
-
-  Concurrently receiver([&] { return receive(); });
+TEST_F(PrimitivesTest, ARemovedQueueEndsTheWaitAndIsSentToInSilence) {
+  Concurrently call([this] { return receive(); });
   m_queue.remove();
-  EXPECT_EQ(-1, receiver.result());
+  EXPECT_EQ(-1, call.result());
+  OutputCapture output(stdout);
+  EXPECT_EQ(0, send("nowhere"));
+  EXPECT_EQ("", output.text());
 }
 
 }  // namespace

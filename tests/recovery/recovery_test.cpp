@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <atomic>
 #include <string>
 
 #include "hbbtv_ryn/browser.h"
@@ -69,7 +68,6 @@ TEST(StrayAnswerTest, TheFailureReplyToAStrangersJunkShiftsNoLaterAnswer) {
   ASSERT_EQ("up", browser.hear());
   PluginEndpoint plugin;
   ASSERT_TRUE(plugin.isAnswered(1));
-  ASSERT_TRUE(plugin.isAnswered(2));
   browser.halt();
   RawQueue requests(kRequestKey);
   requests.sendMessage(kRawRequest, "junk");
@@ -80,45 +78,28 @@ TEST(StrayAnswerTest, TheFailureReplyToAStrangersJunkShiftsNoLaterAnswer) {
   for (int appid = 4; appid < 50; ++appid) EXPECT_TRUE(plugin.isAnswered(appid));
 }
 
-// A server that shows life, but loses what it is sent.
-class ForgetfulServer {
- public:
-  ForgetfulServer() : m_peer(kRequestKey), m_life(semget(kRequestKey, 2, IPC_CREAT | 0666)) {
-    semctl(m_life, 0, SETVAL, 1);
-    semctl(m_life, 1, SETVAL, 1);
-  }
-  void forget() { static_cast<void>(next()); }
-  void sendBack() {
-    const std::string record = next();
-    m_peer.replies.sendBytes(record);
-  }
-
- private:
-  std::string next() {
+TEST(LostAnswerTest, AServerThatLosesARequestAndWhatWasSentAfterItEndsTheWaitAllTheSame) {
+  RawPeer server(kRequestKey);
+  const int life = semget(kRequestKey, 2, IPC_CREAT | 0666);
+  for (const int semaphore : {0, 1}) semctl(life, semaphore, SETVAL, 1);
+  const auto nextRecord = [&] {
     struct {
       long type;
       char body[kRawRecordBytes];
     } record{};
     ssize_t bytes = -1;
     waitUntil("a record arrived", [&] {
-      bytes = msgrcv(m_peer.requests.id(), &record, sizeof record.body, 0, IPC_NOWAIT);
+      bytes = msgrcv(server.requests.id(), &record, sizeof record.body, 0, IPC_NOWAIT);
       return bytes >= 0;
     });
-    return {record.body, static_cast<std::size_t>(bytes)};
-  }
-
-  RawPeer m_peer;
-  int m_life;
-};
-
-TEST(LostAnswerTest, AServerThatLosesARequestAndWhatWasSentAfterItEndsTheWaitAllTheSame) {
-  ForgetfulServer server;
+    return std::string(record.body, static_cast<std::size_t>(bytes));
+  };
   PluginEndpoint plugin;
   Concurrently call([&] { return plugin.isAnswered(1); });
-  server.sendBack();  // what a first request finds out whether the order is right with
-  server.forget();    // the request
-  server.forget();    // what a request that waits for long is followed by
-  server.sendBack();
+  server.replies.sendBytes(nextRecord());  // what a first request finds out whether the order is right with
+  nextRecord();                            // the request
+  nextRecord();                            // what a request that waits for long is followed by
+  server.replies.sendBytes(nextRecord());
   EXPECT_FALSE(call.result());
 }
 
@@ -140,41 +121,20 @@ TEST(DeadServerTest, ALongRequestIsNotPressedUponAFullQueueWhoseServerDies) {
 }
 
 TEST(ChildAppsTest, NoMoreAreStoredThanCallersMakeRoomFor) {
-  ForgetfulServer server;
+  RawPeer browser(kRequestKey);
   PluginEndpoint plugin;
   std::array<int, ZUNT_RYN_MAX_CHILD_APPS + 1> ids{};
   int count = 0;
   Concurrently call([&] { return Zunt_RYN_Plugin_GetChildApps(1, 2, ids.data(), ids.data(), &count); });
-  server.sendBack();
-  server.forget();
+  browser.nextRequest();
   std::string fields;
   for (int i = 0; i < 1000; ++i) fields += "               7";
-  RawQueue(kRequestKey + 1)
-      .sendMessage(kRawReply, R"({"appNum":1000,"orgidArray":"","appidArray":")" + fields + "\"}");
+  browser.replies.sendMessage(kRawReply,
+                              R"({"appNum":1000,"orgidArray":"","appidArray":")" + fields + "\"}");
   EXPECT_EQ(0, call.result());
   EXPECT_EQ(1000, count);
   EXPECT_EQ(7, ids[ZUNT_RYN_MAX_CHILD_APPS - 1]);
   EXPECT_EQ(0, ids[ZUNT_RYN_MAX_CHILD_APPS]);
-}
-
-std::atomic<bool> g_in_callback{false};
-
-TEST(FinalizeTest, ACallbackThatMakesRequestsDoesNotHangIt) {
-  startBrowser();
-  ZuntRynEventCallback callback;
-  callback.onNotify = [] {
-    int value = 0;
-    do {
-      g_in_callback = true;
-    } while (Zunt_RYN_Plugin_GetValue(1, 2, &value) != -3);  // until the plug-in side is stopped
-  };
-  Zunt_RYN_Plugin_RegisterRynEventCallback(ZUNT_RYN_EVENT_GET_CONFIGURATION, callback);
-  ASSERT_EQ(0, Zunt_RYN_Plugin_Initialize());
-  ASSERT_EQ(0, Zunt_RYN_Browser_Get_Configuration());
-  waitUntil("the callback ran", [] { return g_in_callback.load(); });
-  Concurrently finalize([] { return Zunt_RYN_Plugin_Finalize(); });
-  EXPECT_EQ(0, finalize.result());
-  EXPECT_EQ(0, Zunt_RYN_Browser_Finalize());
 }
 
 }  // namespace
