@@ -7,7 +7,6 @@
 #include <climits>
 #include <csignal>
 #include <cstring>
-#include <fstream>
 #include <mutex>
 #include <stdexcept>
 #include <thread>
@@ -140,29 +139,11 @@ TEST_F(ServerTest, ForeignRecordsDoNotKeepTheNextRequestFromItsAnswer) {
   }
 }
 
-// In kilobytes; 0 under a sanitizer, which keeps freed memory for a while.
-long residentSize() {
-  long size = 0;
-#ifndef __SANITIZE_ADDRESS__
-  std::ifstream status("/proc/self/status");
-  for (std::string word; word != "VmRSS:" && status >> word;) continue;
-  status >> size;
-#endif
-  return size;
-}
-
-TEST_F(ServerTest, AnEndlessMessageDoesNotGrowTheProcess) {
+TEST_F(ServerTest, AMessageWithoutAnEndIsDroppedAtItsBoundAndJoiningStartsAfresh) {
   RawRecord endless = rawRecord(kRawRequest, std::string(kRawPayload, 'e'));
   endless.last = 0;
-  const auto flood = [&](int megabytes) {
-    for (int i = 0; i < megabytes * 1024; ++i) m_client.requests.send(endless);
-    m_client.requests.waitUntilEmpty();
-  };
-  flood(1);
-  const long before = residentSize();
-  flood(16);
-  EXPECT_GT(before + 4 * 1024, residentSize());
-  m_client.notify("one way, to end it");
+  // The last of them does not fit into 65537 bytes any more.
+  for (int i = 0; i < 64; ++i) m_client.requests.send(endless);
   expectServes("next");
 }
 
