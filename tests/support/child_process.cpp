@@ -1,7 +1,6 @@
 #include "support/child_process.h"
 
 #include <poll.h>
-#include <spawn.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -63,14 +62,7 @@ std::vector<std::string> commandFor(const ChildRole& role, const std::vector<std
   return command;
 }
 
-int exitCodeOf(int status) {
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-}
-
 }  // namespace
-
-Parent::Parent(int socket, std::vector<std::string> arguments)
-    : m_socket(socket), m_arguments(std::move(arguments)) {}
 
 void Parent::say(const std::string& text) {
   sendText(m_socket, text);
@@ -93,17 +85,14 @@ ChildProcess::ChildProcess(const ChildRole& role, const std::vector<std::string>
   std::vector<char*> argv;
   for (auto& word : command) argv.push_back(word.data());
   argv.push_back(nullptr);
-
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, ends[1], kChildSocket);
-  const int error = posix_spawnp(&m_pid, argv[0], &actions, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  close(ends[1]);
-  if (error != 0) {
-    close(m_socket);
-    throw std::system_error(error, std::generic_category(), "cannot start a child");
+  m_pid = fork();
+  if (m_pid == 0) {
+    dup2(ends[1], kChildSocket);
+    execvp(argv[0], argv.data());
+    _exit(127);
   }
+  close(ends[1]);
+  if (m_pid < 0) fail("fork");
 }
 
 ChildProcess::~ChildProcess() {
@@ -131,12 +120,7 @@ int ChildProcess::wait() {
   int status = 0;
   waitUntil("the child ended", [&] { return waitpid(m_pid, &status, WNOHANG) == m_pid; });
   m_pid = -1;
-  return exitCodeOf(status);
-}
-
-int ChildProcess::kill(int signal) {
-  this->signal(signal);
-  return wait();
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
 void ChildProcess::halt() const {
@@ -144,10 +128,6 @@ void ChildProcess::halt() const {
   int status = 0;
   waitUntil("the child stood still",
             [&] { return waitpid(m_pid, &status, WNOHANG | WUNTRACED) == m_pid && WIFSTOPPED(status); });
-}
-
-void ChildProcess::goOn() const {
-  signal(SIGCONT);
 }
 
 void ChildProcess::signal(int signal) const {

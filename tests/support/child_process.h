@@ -23,7 +23,8 @@ namespace hbbtv_ryn::test {
 /// What a child sees of the test that started it.
 class Parent {
  public:
-  Parent(int socket, std::vector<std::string> arguments);
+  Parent(int socket, std::vector<std::string> arguments)
+      : m_socket(socket), m_arguments(std::move(arguments)) {}
   const std::string& argument(std::size_t index) const { return m_arguments.at(index); }
   std::size_t argumentCount() const { return m_arguments.size(); }
   void say(const std::string& text);
@@ -62,10 +63,13 @@ class ChildProcess {
   /// deadline.
   int wait();
   /// Sends a signal that ends the child, and returns when the child is gone: what wait() returns.
-  int kill(int signal = SIGKILL);
+  int kill(int signal = SIGKILL) {
+    this->signal(signal);
+    return wait();
+  }
   /// Halts every thread of the child, and returns when they stand still; goOn() lets them run again.
   void halt() const;
-  void goOn() const;
+  void goOn() const { signal(SIGCONT); }
   /// Sends a signal and returns at once.
   void signal(int signal) const;
   pid_t pid() const { return m_pid; }

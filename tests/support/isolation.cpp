@@ -13,7 +13,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <stdexcept>
 #include <string>
@@ -24,19 +23,15 @@ namespace {
 
 bool g_isolated = false;
 
-// Without an identity mapping every file of the caller would belong to nobody.
-void mapUserToRoot(uid_t uid, gid_t gid) {
-  std::ofstream("/proc/self/setgroups") << "deny";
-  std::ofstream("/proc/self/uid_map") << "0 " << uid << " 1";
-  std::ofstream("/proc/self/gid_map") << "0 " << gid << " 1";
-}
-
 bool enterNamespaces() {
   const uid_t uid = getuid();
   const gid_t gid = getgid();
   if (unshare(CLONE_NEWIPC | CLONE_NEWNET) == 0) return true;
   if (unshare(CLONE_NEWUSER | CLONE_NEWIPC | CLONE_NEWNET) != 0) return false;
-  mapUserToRoot(uid, gid);
+  // Without an identity mapping every file of the caller would belong to nobody.
+  std::ofstream("/proc/self/setgroups") << "deny";
+  std::ofstream("/proc/self/uid_map") << "0 " << uid << " 1";
+  std::ofstream("/proc/self/gid_map") << "0 " << gid << " 1";
   return true;
 }
 
@@ -46,20 +41,17 @@ void bringLoopbackUp() {
   ifreq request{};
   std::strcpy(request.ifr_name, "lo");
   request.ifr_flags = IFF_UP | IFF_RUNNING;
-  const int result = ioctl(fd, SIOCSIFFLAGS, &request);
-  const int error = errno;
+  const bool up = ioctl(fd, SIOCSIFFLAGS, &request) == 0;
   close(fd);
-  if (result != 0) throw std::system_error(error, std::generic_category(), "cannot bring lo up");
+  if (!up) throw std::runtime_error("cannot bring lo up");
 }
 
-// The descriptor stays open on purpose: the lock lasts as long as the process.
+// The lock is the kernel's own list of the queues. The descriptor stays open: it lasts as long as the
+// process.
 void waitForTurn() {
-  const auto path = std::filesystem::temp_directory_path() / "hbbtv_ryn_tests.lock";
-  // O_CREAT on another user's file in a sticky directory may be refused even when the file is readable.
-  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) fd = open(path.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, 0644);
+  const int fd = open("/proc/sysvipc/msg", O_RDONLY | O_CLOEXEC);
   if (fd < 0 || flock(fd, LOCK_EX) != 0) {
-    throw std::system_error(errno, std::generic_category(), "cannot lock " + path.string());
+    throw std::system_error(errno, std::generic_category(), "cannot lock /proc/sysvipc/msg");
   }
 }
 

@@ -23,6 +23,12 @@ static_assert(sizeof(RawRecord) == sizeof(long) + kRawRecordBytes);
   throw std::system_error(errno, std::generic_category(), what);
 }
 
+msqid_ds statusOf(int queue) {
+  msqid_ds status{};
+  if (msgctl(queue, IPC_STAT, &status) != 0) fail("msgctl");
+  return status;
+}
+
 bool putNow(int queue, const void* record, std::size_t bytes) {
   if (msgsnd(queue, record, bytes, IPC_NOWAIT) == 0) return true;
   if (errno != EAGAIN) fail("msgsnd");
@@ -81,39 +87,32 @@ void RawQueue::sendMessage(int kind, const std::string& text) {
   for (const auto& record : rawRecords(kind, text)) send(record);
 }
 
-std::optional<RawRecord> RawQueue::tryTake() {
+RawRecord RawQueue::take() {
   RawRecord record;
-  const ssize_t bytes = msgrcv(m_id, &record, kRawRecordBytes, 0, IPC_NOWAIT);
-  if (bytes < 0 && errno == ENOMSG) return std::nullopt;
-  if (bytes < 0) fail("msgrcv");
+  ssize_t bytes = -1;
+  waitUntil("a record arrived", [&] {
+    bytes = msgrcv(m_id, &record, kRawRecordBytes, 0, IPC_NOWAIT);
+    if (bytes < 0 && errno != ENOMSG) fail("msgrcv");
+    return bytes >= 0;
+  });
   require(bytes == kRawRecordBytes, "its size");
   return record;
-}
-
-RawRecord RawQueue::take() {
-  std::optional<RawRecord> record;
-  waitUntil("a record arrived", [&] { return (record = tryTake()).has_value(); });
-  return *record;
 }
 
 RawMessage RawQueue::takeMessage() {
   RawRecord record = take();
   RawMessage message{record.kind, record.total_length, {}};
   for (int sequence = 1;; ++sequence, record = take()) {
-    require(record.sequence == sequence, "sequence");
-    require(record.kind == message.kind, "kind");
-    require(record.total_length == message.total_length, "total_length");
-    require(record.marker == 1 && record.reserved == 0, "marker or reserved");
-    require(record.chunk_length >= 0 && record.chunk_length <= static_cast<int>(kRawPayload),
-            "chunk_length");
-    const char* begin = record.data;
-    const char* end = begin + record.chunk_length;
-    require(std::all_of(end, begin + sizeof record.data, [](char c) { return c == 0; }), "padding");
-    message.text.append(begin, end);
-    require(sequence == 1 || record.chunk_length > 0, "an empty record behind others");
+    const auto length = static_cast<std::size_t>(record.chunk_length);
+    require(length <= kRawPayload && (length > 0 || sequence == 1), "chunk_length");
+    require(length == kRawPayload || record.last == 1, "a record that is not full");
+    require(record.sequence == sequence && record.marker == 1 && record.reserved == 0, "its header");
+    require(record.kind == message.kind && record.total_length == message.total_length, "its likeness");
+    const char* end = record.data + length;
+    require(std::all_of(end, std::cend(record.data), [](char c) { return c == 0; }), "its padding");
+    message.text.append(record.data, length);
     if (record.last == 1) break;
     require(record.last == 0, "last");
-    require(record.chunk_length == static_cast<int>(kRawPayload), "a record that is not full");
   }
   require(message.text.size() == static_cast<std::size_t>(message.total_length), "the joined length");
   return message;
@@ -125,20 +124,17 @@ void RawQueue::discardAll() {
 }
 
 std::size_t RawQueue::depth() const {
-  msqid_ds status{};
-  if (msgctl(m_id, IPC_STAT, &status) != 0) fail("msgctl");
-  return status.msg_qnum;
+  return statusOf(m_id).msg_qnum;
+}
+
+void RawQueue::setCapacity(std::size_t bytes) const {
+  msqid_ds status = statusOf(m_id);
+  status.msg_qbytes = bytes;
+  if (msgctl(m_id, IPC_SET, &status) != 0) fail("msgctl");
 }
 
 void RawQueue::waitUntilEmpty() const {
   waitUntil("the queue was empty", [this] { return depth() == 0; });
-}
-
-void RawQueue::setCapacity(std::size_t bytes) const {
-  msqid_ds status{};
-  if (msgctl(m_id, IPC_STAT, &status) != 0) fail("msgctl");
-  status.msg_qbytes = bytes;
-  if (msgctl(m_id, IPC_SET, &status) != 0) fail("msgctl");
 }
 
 void RawQueue::remove() const {

@@ -10,7 +10,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -66,7 +65,6 @@ class RawQueue {
 
   /// The next record of any type; it must have the size of a record.
   RawRecord take();
-  std::optional<RawRecord> tryTake();
   /// The next message, joined; its records must agree with each other as a sender's do.
   RawMessage takeMessage();
 

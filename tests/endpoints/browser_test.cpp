@@ -1,0 +1,124 @@
+// What the browser endpoint alone does, before a raw plug-in process.
+#include "hbbtv_ryn/browser.h"
+
+#include <gtest/gtest.h>
+
+#include "endpoints/any_function.h"
+#include "endpoints/messages.h"
+#include "support/raw_peer.h"
+
+namespace hbbtv_ryn::test {
+namespace {
+
+class BrowserTest : public testing::Test {
+ protected:
+  BrowserTest() {
+    EXPECT_EQ(0, kBrowser.start());
+    g_calls.take();
+  }
+  ~BrowserTest() override {
+    kBrowser.forget();
+    EXPECT_EQ(0, kBrowser.stop());
+  }
+  static std::string ask(const std::string& request) { return test::ask(kRequestKey, request); }
+};
+
+TEST_F(BrowserTest, WithoutAHandlerADefaultIsAnsweredByteForByte) {
+  EXPECT_EQ("{\n   \"t\" : 217,\n   \"visible\" : 0\n}\n", ask(R"({"t":216})"));
+  EXPECT_EQ("{\n   \"flag\" : true\n}\n", ask(R"({"t":278})"));
+  EXPECT_EQ("{\n   \"ret\" : 0,\n   \"status\" : -2\n}\n", ask(R"({"t":284})"));
+  EXPECT_EQ("{\n   \"appid\" : 9,\n   \"orgid\" : 0,\n   \"t\" : 202\n}\n", ask(R"({"t":201,"appid":9})"));
+  EXPECT_TRUE(sameJson(R"({"t":208,"appNum":0,"appidArray":"","orgidArray":""})", ask(R"({"t":207})")));
+}
+
+TEST_F(BrowserTest, RequestsAreReadLeniently) {
+  for (const int code : {209, 216, 280}) messageOf(code).receive();
+  // Missing members read as zero, numbers convert, and a text ends at its NUL.
+  ask(R"({"t":209})");
+  ask(R"({"t":280})");
+  ask(R"(  /* a comment */ {"orgid" : true, "extra":[{}], "appid":5.9, "t":216.0})");
+  ask(std::string("{\"t\":216}\0 and more", 19));
+  EXPECT_EQ((Calls{"209 0 0 '' 0 0 0 0", "280 ''", "216 5 1 0", "216 0 0 0"}), g_calls.take());
+  // Invalid UTF-8 may come out as anything.
+  ask("{\"t\":280,\"status\":\"\xff\xfe\xc3\"}");
+  ask(R"({"t":280,"status":"\ud800"})");
+  g_calls.take();
+  EXPECT_NE("", ask(R"({"t":280})"));
+}
+
+TEST_F(BrowserTest, WhatAsksForNoAnswerGetsNone) {
+  messageOf(212).receive();
+  EXPECT_EQ("", ask(R"({"t":212})"));
+  EXPECT_EQ(Calls{"212 0 0"}, g_calls.take());
+  RawPeer plugin(kRequestKey);
+  RawRecord empty = rawRecord(kRawRequest, R"({"t":216})");
+  empty.total_length = 0;
+  plugin.requests.send(empty);
+  EXPECT_EQ(kRawFailure, plugin.replies.takeMessage().kind);
+}
+
+// What the handlers below report.
+int g_count = 0;
+
+TEST_F(BrowserTest, ListsAndTextsAreBoundedByTheirArraysAndByTheMessage) {
+  ZuntRynBrowserEventCallback handlers{};
+  handlers.GetOtherKeys = [](int, int, int* keys, int* count) {
+    for (int i = 0; i < ZUNT_RYN_MAX_OTHER_KEYS; ++i) keys[i] = i;
+    *count = g_count;
+  };
+  handlers.GetChildApps = [](int, int, int* appids, int* orgids, int* count) {
+    for (int i = 0; i < ZUNT_RYN_MAX_CHILD_APPS; ++i) appids[i] = orgids[i] = -2147483647 + i;
+    *count = g_count;
+  };
+  handlers.GetKeyLabel = [](int, int, int code, std::string& label) {
+    label.assign(static_cast<std::size_t>(code), 'x');
+  };
+  handlers.SetValue = [](int, int, int, const int* keys, int count) {
+    std::ostringstream list;
+    for (int i = 0; i < ZUNT_RYN_MAX_OTHER_KEYS; ++i) list << ' ' << keys[i];
+    g_calls.note(count, list.str());
+  };
+  Zunt_RYN_Browser_RegisterCallback(handlers, nullptr);
+
+  g_count = -5;
+  EXPECT_TRUE(sameJson(R"({"t":225,"num":-5})", ask(R"({"t":224})")));
+  EXPECT_TRUE(sameJson(R"({"t":208,"appNum":-5,"appidArray":"","orgidArray":""})", ask(R"({"t":207})")));
+  g_count = 500;
+  const Json::Value keys = parsed(ask(R"({"t":224})"));
+  EXPECT_EQ(20, keys["num"].asInt());
+  EXPECT_EQ(19, keys["k19"].asInt());
+  EXPECT_FALSE(keys.isMember("k20"));
+  const Json::Value children = parsed(ask(R"({"t":207})"));
+  EXPECT_EQ(500U * 16, children["appidArray"].asString().size());
+  EXPECT_EQ("     -2147483148", children["orgidArray"].asString().substr(499 * 16));
+  for (const int beyond_a_message : {512, 513, 2147483647}) {
+    g_count = beyond_a_message;
+    EXPECT_EQ("", ask(R"({"t":207})"));
+  }
+  EXPECT_EQ("", ask(R"({"t":237,"code":17000})"));
+  EXPECT_EQ(15000U, parsed(ask(R"({"t":237,"code":15000})"))["label"].asString().size());
+
+  std::string thirty;
+  for (int i = 0; i < 30; ++i) thirty += ",\"k" + std::to_string(i) + "\":1";
+  for (const char* count : {"30", "2147483647", "-2"}) {
+    ask(std::string(R"({"t":234,"keynum":)") + count + thirty + "}");
+  }
+  const std::string twenty = "20 " + repeated(20, " 1");
+  EXPECT_EQ((Calls{twenty, twenty, "-2 " + repeated(20, " 0")}), g_calls.take());
+}
+
+TEST_F(BrowserTest, BadArgumentsAreRefusedAndInvalidTextHarmsNothing) {
+  const RawPeer queries(kQueryKey);
+  RawQueue notifications(kNotificationKey);
+  EXPECT_EQ(-3, Zunt_RYN_Browser_IsParentalRatingBlocked(1, 2, nullptr));
+  EXPECT_EQ(-3, Zunt_RYN_Browser_IsObjectSupported("x", nullptr));
+  EXPECT_EQ(0U, queries.requests.depth());
+  // Invalid UTF-8 is either refused or sent as something that parses.
+  if (Zunt_RYN_Browser_OpApp_Update(1, 2, "\xff\xc3(\xed\xa0\x80") == 0) {
+    parsed(notifications.takeMessage().text);
+  }
+  EXPECT_EQ("0:", exchange(messageOf(270)));
+}
+
+}  // namespace
+}  // namespace hbbtv_ryn::test

@@ -1,0 +1,143 @@
+// What the plug-in endpoint alone does, before a raw browser process.
+#include "hbbtv_ryn/plugin.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+
+#include "endpoints/any_function.h"
+#include "endpoints/messages.h"
+#include "support/deadline.h"
+#include "support/output_capture.h"
+#include "support/raw_peer.h"
+
+namespace hbbtv_ryn::test {
+namespace {
+
+class PluginTest : public testing::Test {
+ protected:
+  PluginTest() { EXPECT_EQ(0, kPlugin.start()); }
+  ~PluginTest() override {
+    EXPECT_EQ(0, kPlugin.stop());
+    kPlugin.forget();
+  }
+  // The calls for a notification, with the marker behind it.
+  Calls callsFor(const std::string& notification) {
+    m_notifications.sendMessage(kRawOneWay, notification);
+    m_notifications.sendMessage(kRawOneWay, kPlugin.marker.text);
+    return g_calls.takeUntil(kPlugin.marker.noted);
+  }
+
+  OutputCapture m_output{stdout};
+  RawPeer m_browser{kRequestKey};
+  RawQueue m_notifications{kNotificationKey};
+};
+
+TEST_F(PluginTest, BadArgumentsAreRefusedBeforeAnythingIsSent) {
+  int number = kOld;
+  EXPECT_EQ(-3, Zunt_RYN_Plugin_GetOwnerApp(nullptr, &number));
+  EXPECT_EQ(-3, Zunt_RYN_Plugin_GetOwnerApp(&number, nullptr));
+  EXPECT_EQ(-3, Zunt_RYN_Plugin_GetCurrentApp(nullptr, &number));
+  EXPECT_EQ(-3, Zunt_RYN_Plugin_GetCurrentApp(&number, nullptr));
+  EXPECT_EQ(-3, Zunt_RYN_Plugin_CreateApp(1, 2, nullptr, false, false, &number, &number));
+  EXPECT_EQ(-3, Zunt_RYN_Plugin_CreateApp(1, 2, "", false, false, nullptr, &number));
+  EXPECT_EQ(-3, Zunt_RYN_Plugin_CreateApp(1, 2, "", false, false, &number, nullptr));
+  EXPECT_EQ(-3, Zunt_RYN_Plugin_GetChildApps(-1, -1, &number, &number, &number));
+  const std::vector<int> too_many_keys(2000, -2147483647);
+  EXPECT_EQ(-1, Zunt_RYN_Plugin_SetValue(1, 2, 3, too_many_keys.data(), 2000));
+  EXPECT_EQ(kOld, number);
+  EXPECT_EQ(0U, m_browser.requests.depth());
+}
+
+TEST_F(PluginTest, OfAListOnlyWholeEntriesAreRead) {
+  struct {
+    int code;
+    const char* reply;
+    std::string outcome;
+  } const rows[] = {
+      {207, R"({"appNum":0,"appidArray":"               1"})", "0: 0"},
+      {207, R"({"appNum":-2,"appidArray":"               1"})", "0: -2"},
+      // A count without fields, fields cut off, fields that hold no number, and two numbers in one field.
+      {207, R"({"appNum":2147483647})", "0: 2147483647"},
+      {207, R"({"appNum":3,"appidArray":"               1               2      3","orgidArray":"1"})",
+       "0: 1 2 3"},
+      {207, R"({"appNum":1,"orgidArray":"             abc"})", "0: 1"},
+      {207, R"({"appNum":2,"appidArray":"               12               ","orgidArray":""})", "0: 1 2 2"},
+      {224, R"({"num":2147483647})", "0: 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 20"},
+      {224, R"({"num":-3,"k0":1})", "0: -3"},
+      {224, R"({"num":2,"k0":5})", "0: 5 0 2"},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(row.outcome, exchange(messageOf(row.code), row.reply)) << row.reply;
+  }
+
+  int count = kOld;
+  Concurrently call([&] { return Zunt_RYN_Plugin_GetOtherKeys(1, 2, nullptr, &count); });
+  m_browser.nextRequest();
+  m_browser.reply(R"({"num":25})");
+  EXPECT_EQ(-1, call.result());
+  EXPECT_EQ(25, count);
+}
+
+TEST_F(PluginTest, SetValueWritesItsRequestToStandardOutput) {
+  EXPECT_EQ(0, Zunt_RYN_Plugin_SetValue(1, 2, 3, nullptr, 2));
+  const std::string sent = m_browser.nextRequest().text;
+  EXPECT_TRUE(sameJson(R"({"t":234,"appid":1,"orgid":2,"value":3,"keynum":2})", sent));
+  const std::string heading = "otherKeys is null ptr\nZunt_RYN_Plugin_SetValue: ";
+  const std::string written = m_output.text();
+  ASSERT_EQ(heading, written.substr(0, heading.size()));
+  EXPECT_EQ('\n', written.back());
+  EXPECT_TRUE(sameJson(sent, written.substr(heading.size())));
+}
+
+TEST_F(PluginTest, StateAndContextChangesAreTracedWhenSomebodyListens) {
+  kPlugin.marker.receive();
+  for (const bool listening : {false, true}) {
+    for (const int code : {275, 276}) {
+      const Message& change = messageOf(code);
+      if (listening) change.receive();
+      EXPECT_EQ(listening ? Calls{change.noted} : Calls{}, callsFor(change.text));
+    }
+  }
+  const std::string line =
+      "\033[0;32;31m @mervo,ipc/ryn_plugin/ryn_plugin,Zunt_RYN_Plugin_Server_Callback,";
+  EXPECT_EQ(line + "283\n" + line + "298\n", m_output.text());
+}
+
+TEST_F(PluginTest, TheFirstRegistrationStaysUntilItIsRemoved) {
+  ZuntRynEventCallback second;
+  noteCalls<99>(second.onApp);
+  messageOf(240).receive();
+  EXPECT_EQ(0, Zunt_RYN_Plugin_RegisterRynEventCallback(ZUNT_RYN_EVENT_APP_LOADED, second));
+  EXPECT_EQ(Calls{"2 1 2 null"}, callsFor(messageOf(240).text));
+  EXPECT_EQ(0, Zunt_RYN_Plugin_UnRegisterRynEventCallback(ZUNT_RYN_EVENT_APP_LOADED));
+  EXPECT_EQ(0, Zunt_RYN_Plugin_RegisterRynEventCallback(ZUNT_RYN_EVENT_APP_LOADED, second));
+  m_notifications.sendMessage(kRawOneWay, messageOf(240).text);
+  EXPECT_EQ(Calls{}, g_calls.takeUntil("99 1 2 null"));
+}
+
+TEST_F(PluginTest, QueriesThatNobodyAnswersAreDenied) {
+  EXPECT_EQ("{\n   \"blocked\" : 0,\n   \"t\" : 246\n}\n", ask(kQueryKey, R"({"t":245})"));
+  EXPECT_TRUE(sameJson(R"({"t":246,"supported":0})", ask(kQueryKey, R"({"t":247})")));
+  // Byte for byte, as it leaves.
+  EXPECT_EQ(0, Zunt_RYN_Plugin_ActivateInput(1, -2, false));
+  EXPECT_EQ("{\n   \"appid\" : 1,\n   \"focus\" : false,\n   \"orgid\" : -2,\n   \"t\" : 214\n}\n",
+            m_browser.nextRequest().text);
+}
+
+TEST_F(PluginTest, StoppingDuringACallbackThatMakesRequestsEndsBoth) {
+  static std::atomic<bool> entered{false};
+  ZuntRynEventCallback callback;
+  callback.onNotify = [] {
+    entered = true;
+    while (Zunt_RYN_Plugin_ShowApp(1, 2) != -3) RawQueue(kRequestKey).discardAll();
+  };
+  Zunt_RYN_Plugin_RegisterRynEventCallback(ZUNT_RYN_EVENT_GET_CONFIGURATION, callback);
+  m_notifications.sendMessage(kRawOneWay, R"({"t":270})");
+  waitUntil("the callback ran", [] { return entered.load(); });
+  Concurrently stop(&Zunt_RYN_Plugin_Finalize);
+  EXPECT_EQ(0, stop.result());
+}
+
+}  // namespace
+}  // namespace hbbtv_ryn::test
