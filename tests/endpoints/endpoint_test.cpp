@@ -75,12 +75,11 @@ TEST_P(EndpointTest, AnUnusableAnswerStoresNothingAndTheNextOneIsTaken) {
     if (!message.isSynchronous()) continue;
     std::vector<std::string> unusable = malformed(message.reply);
     unusable.push_back("");
-    for (const bool old_flag : {true, false}) {
-      g_old_flag = old_flag;
-      for (const auto& reply : unusable) {
-        EXPECT_EQ("-1:", exchange(message, reply)) << message.text << reply.substr(0, 60);
-      }
+    for (const auto& reply : unusable) {
+      g_old_flag = !g_old_flag;
+      EXPECT_EQ("-1:", exchange(message, reply)) << message.text << reply.substr(0, 60);
     }
+    g_old_flag = false;
     EXPECT_EQ(message.outcome, exchange(message));
   }
 }
