@@ -1,79 +1,62 @@
 #include "tool.h"
 
 #include <fcntl.h>
-#include <pty.h>
+#include <gtest/gtest.h>
+#include <json/reader.h>
 #include <spawn.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
-#include <cerrno>
-#include <csignal>
 #include <cstdlib>
 #include <sstream>
 #include <system_error>
 
+#include "hbbtv_ryn/browser.h"
+#include "hbbtv_ryn/log.h"
+#include "hbbtv_ryn/plugin.h"
 #include "support/deadline.h"
 
 namespace hbbtv_ryn::test {
 namespace {
 
-void check(bool good, const char* what) {
-  if (!good) throw std::system_error(errno, std::generic_category(), what);
-}
-
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-  std::vector<char*> result;
-  for (auto& text : texts) result.push_back(text.data());
-  result.push_back(nullptr);
-  return result;
-}
-
-std::vector<std::string> commandFor(const std::vector<std::string>& arguments) {
-  std::vector<std::string> command;
-  if (const char* emulator = std::getenv("HBBTV_RYN_EMULATOR")) {
-    std::istringstream words(emulator);
-    for (std::string word; words >> word;) command.push_back(word);
-  }
-  command.emplace_back(RYNCTL);
-  command.insert(command.end(), arguments.begin(), arguments.end());
-  return command;
-}
-
-std::vector<std::string> environmentWith(const std::vector<std::string>& added) {
-  std::vector<std::string> result = added;
-  for (char** variable = environ; *variable != nullptr; ++variable) {
-    const std::string text = *variable;
-    if (text.rfind("NO_COLOR=", 0) != 0 && text.rfind("TERM=", 0) != 0) result.push_back(text);
-  }
-  return result;
-}
+const ChildRole kHost("host", [](Parent& parent) {
+  ZuntRynBrowserEventCallback handlers{};
+  handlers.GetVisible = [](int appid, int orgid, bool* visible) { *visible = appid == 1 && orgid == 10; };
+  handlers.GetValue = [](int, int, int*) { pause(); };
+  handlers.GetKeyLabel = [](int, int, int, std::string&) { throw 1; };
+  Zunt_RYN_Browser_RegisterCallback(handlers, nullptr);
+  insert_modules_list(parent.argument(1).c_str(), 1);
+  zunt_log_initialize(1);
+  const bool browser = parent.argument(0) == "browser";
+  const int result = browser ? Zunt_RYN_Browser_Initialize() : Zunt_RYN_Plugin_Initialize();
+  parent.say(std::to_string(result));
+  for (;;) parent.say(std::to_string(zunt_log_getLevel(parent.hear().c_str())));
+  return 0;
+});
 
 }  // namespace
 
-Tool::Tool(const std::vector<std::string>& arguments, const std::vector<std::string>& environment,
-           Output output)
-    : m_err(memfd_create("standard error", MFD_CLOEXEC)) {
-  std::array<int, 2> ends{};
-  check(output == Output::Terminal ? openpty(ends.data(), ends.data() + 1, nullptr, nullptr, nullptr) == 0
-                                   : pipe2(ends.data(), O_CLOEXEC) == 0,
-        "cannot take the tool's output");
-  m_out = ends[0];
-  fcntl(m_out, F_SETFD, FD_CLOEXEC);
-  fcntl(m_out, F_SETFL, O_NONBLOCK);
+Tool::Tool(const Words& arguments)
+    : m_out(memfd_create("standard output", MFD_CLOEXEC)),
+      m_err(memfd_create("standard error", MFD_CLOEXEC)) {
+  const char* const emulator = std::getenv("HBBTV_RYN_EMULATOR");
+  std::istringstream prefix(emulator == nullptr ? "" : emulator);
+  Words words;
+  for (std::string word; prefix >> word;) words.push_back(word);
+  words.emplace_back(RYNCTL);
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  std::vector<char*> pointers;
+  for (auto& word : words) pointers.push_back(word.data());
+  pointers.push_back(nullptr);
 
-  auto command = commandFor(arguments);
-  auto variables = environmentWith(environment);
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, m_out, STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(&actions, m_err, STDERR_FILENO);
-  errno = posix_spawnp(&m_pid, command.front().c_str(), &actions, nullptr, pointers(command).data(),
-                       pointers(variables).data());
+  const int error = posix_spawnp(&m_pid, pointers[0], &actions, nullptr, pointers.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
-  close(ends[1]);
-  check(errno == 0 || m_pid > 0, "cannot start rynctl");
+  if (error != 0) throw std::system_error(error, std::generic_category(), "cannot start rynctl");
 }
 
 Tool::~Tool() {
@@ -85,38 +68,43 @@ Tool::~Tool() {
   close(m_err);
 }
 
-void Tool::signal(int number) const {
-  check(kill(m_pid, number) == 0, "cannot signal rynctl");
-}
-
-const std::string& Tool::out() {
-  std::array<char, 4096> piece{};
-  for (ssize_t length = 0; (length = read(m_out, piece.data(), piece.size())) > 0;) {
-    m_text.append(piece.data(), static_cast<std::size_t>(length));
-  }
-  return m_text;
-}
-
-std::string Tool::err() const {
-  std::string text(static_cast<std::size_t>(lseek(m_err, 0, SEEK_END)), '\0');
-  check(pread(m_err, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()),
-        "cannot read the errors");
+std::string Tool::contentOf(int file) {
+  std::string text(static_cast<std::size_t>(lseek(file, 0, SEEK_END)), '\0');
+  text.resize(static_cast<std::size_t>(pread(file, text.data(), text.size(), 0)));
   return text;
 }
 
 ToolResult Tool::result() {
   int status = 0;
-  waitUntil("rynctl ends", [&] {
-    out();
-    return waitpid(m_pid, &status, WNOHANG) == m_pid;
-  });
+  waitUntil("rynctl ends", [&] { return waitpid(m_pid, &status, WNOHANG) == m_pid; });
   m_pid = -1;
-  out();
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), m_text, err()};
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), out(), err()};
 }
 
-ToolResult rynctl(const std::vector<std::string>& arguments, const std::vector<std::string>& environment) {
-  return Tool(arguments, environment).result();
+void expectRefusal(const Words& arguments, int exit_code, const std::string& reason) {
+  const ToolResult result = rynctl(arguments);
+  EXPECT_EQ(exit_code, result.exit_code) << result.err;
+  EXPECT_TRUE(holds(result.err, reason)) << result.err;
+  EXPECT_EQ("", result.out);
+}
+
+Host::Host(const std::string& side, const std::string& modules) : ChildProcess(kHost, {side, modules}) {
+  EXPECT_EQ("0", hear());
+}
+
+int Host::levelOf(const std::string& module) {
+  say(module);
+  return std::stoi(hear());
+}
+
+Json::Value parsed(const std::string& json) {
+  Json::Value value;
+  EXPECT_TRUE(Json::Reader().parse(json, value)) << json;
+  return value;
+}
+
+bool isEmulated() {
+  return std::getenv("HBBTV_RYN_EMULATOR") != nullptr;
 }
 
 }  // namespace hbbtv_ryn::test

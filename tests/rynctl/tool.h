@@ -1,15 +1,24 @@
 /// @file
-/// Runs rynctl as a shell would.
+/// Runs rynctl as a shell would, and the processes that it looks at.
 #ifndef HBBTV_RYN_TESTS_RYNCTL_TOOL_H
 #define HBBTV_RYN_TESTS_RYNCTL_TOOL_H
 
+#include <json/value.h>
 #include <sys/types.h>
 
-#include <cstdlib>
+#include <csignal>
 #include <string>
 #include <vector>
 
+#include "support/child_process.h"
+
 namespace hbbtv_ryn::test {
+
+constexpr key_t kRequests = static_cast<key_t>(0x92101081U);
+constexpr key_t kNotifications = static_cast<key_t>(0x92101091U);
+constexpr key_t kQueries = static_cast<key_t>(0x92101093U);
+
+using Words = std::vector<std::string>;
 
 struct ToolResult {
   int exit_code;
@@ -19,40 +28,53 @@ struct ToolResult {
 
 class Tool {
  public:
-  enum class Output { Files, Terminal };
-
-  /// @param environment  "NAME=value" each, in addition to the test's.
-  /// @param output       Terminal: standard output is a pseudo-terminal.
-  explicit Tool(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {},
-                Output output = Output::Files);
+  explicit Tool(const Words& arguments);
   /// SIGKILL, unless it has ended.
   ~Tool();
   Tool(const Tool&) = delete;
   Tool& operator=(const Tool&) = delete;
 
-  void signal(int number) const;
-  /// Standard output so far.
-  const std::string& out();
-  /// Standard error so far.
-  std::string err() const;
+  /// What it has written so far.
+  std::string out() const { return contentOf(m_out); }
+  std::string err() const { return contentOf(m_err); }
+  void signal(int number) const { kill(m_pid, number); }
   /// Waits for the end.
   ToolResult result();
 
  private:
+  static std::string contentOf(int file);
+
   pid_t m_pid = -1;
-  int m_out;  // to be read without waiting
-  int m_err;  // a file
-  std::string m_text;
+  int m_out;
+  int m_err;
 };
 
 /// Runs the tool to its end.
-ToolResult rynctl(const std::vector<std::string>& arguments,
-                  const std::vector<std::string>& environment = {});
-
-/// Whether the tool runs under an emulator, whose name is then all that the kernel knows of it.
-inline bool isEmulated() {
-  return std::getenv("HBBTV_RYN_EMULATOR") != nullptr;
+inline ToolResult rynctl(const Words& arguments) {
+  return Tool(arguments).result();
 }
+
+/// Runs the tool, which is to end with this code and to say why on standard error alone.
+void expectRefusal(const Words& arguments, int exit_code, const std::string& reason);
+
+/// A process of either side that reports its logging. A browser's GetValue hangs, its GetKeyLabel throws.
+struct Host : ChildProcess {
+  /// @param side     "browser" or "plugin"
+  /// @param modules  listed for full output
+  explicit Host(const std::string& side, const std::string& modules = "");
+  int levelOf(const std::string& module);
+  /// As the tool names it.
+  std::string text() const { return "rynctl_test (" + std::to_string(pid()) + ")"; }
+};
+
+Json::Value parsed(const std::string& json);
+
+inline bool holds(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+/// Under an emulator its name is all that the kernel knows of a process.
+bool isEmulated();
 
 }  // namespace hbbtv_ryn::test
 

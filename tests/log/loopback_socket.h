@@ -1,0 +1,84 @@
+/// @file
+/// The tool's end of the log control channel and of the trace, with no code of the library in it.
+#ifndef HBBTV_RYN_TESTS_LOG_LOOPBACK_SOCKET_H
+#define HBBTV_RYN_TESTS_LOG_LOOPBACK_SOCKET_H
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <string>
+#include <system_error>
+
+#include "support/deadline.h"
+
+namespace hbbtv_ryn::test {
+
+constexpr std::uint16_t kReportPort = 54321;
+constexpr std::uint16_t kTracePort = 54322;
+
+/// A UDP socket of 127.0.0.1.
+class LoopbackSocket {
+ public:
+  struct Datagram {
+    std::uint16_t port;  // of the sender
+    std::string bytes;
+  };
+
+  /// @param port  0: any.
+  explicit LoopbackSocket(std::uint16_t port = 0)
+      : m_socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+    const sockaddr_in own = address(port);
+    check(bind(m_socket, reinterpret_cast<const sockaddr*>(&own), sizeof own), "cannot take the port");
+  }
+  ~LoopbackSocket() { close(m_socket); }
+  LoopbackSocket(const LoopbackSocket&) = delete;
+  LoopbackSocket& operator=(const LoopbackSocket&) = delete;
+
+  void send(std::uint16_t port, const std::string& bytes) {
+    const sockaddr_in peer = address(port);
+    check(sendto(m_socket, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&peer),
+                 sizeof peer),
+          "cannot send a datagram");
+  }
+
+  Datagram next() {
+    std::string bytes(65536, '\0');
+    sockaddr_in sender{};
+    socklen_t length = sizeof sender;
+    ssize_t size = -1;
+    waitUntil("a datagram comes", [&] {
+      size = recvfrom(m_socket, bytes.data(), bytes.size(), MSG_DONTWAIT,
+                      reinterpret_cast<sockaddr*>(&sender), &length);
+      return size >= 0;
+    });
+    return {ntohs(sender.sin_port), bytes.substr(0, static_cast<std::size_t>(size))};
+  }
+
+  /// @return how many waited.
+  int discardWaiting() {
+    int count = 0;
+    for (char byte = 0; recv(m_socket, &byte, 1, MSG_DONTWAIT) > 0;) ++count;
+    return count;
+  }
+
+ private:
+  static sockaddr_in address(std::uint16_t port) {
+    sockaddr_in result{};
+    result.sin_family = AF_INET;
+    result.sin_port = htons(port);
+    result.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return result;
+  }
+  static void check(ssize_t result, const char* what) {
+    if (result < 0) throw std::system_error(errno, std::generic_category(), what);
+  }
+
+  int m_socket;
+};
+
+}  // namespace hbbtv_ryn::test
+
+#endif  // HBBTV_RYN_TESTS_LOG_LOOPBACK_SOCKET_H
