@@ -7,10 +7,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdint>
 #include <string>
-#include <system_error>
 
 #include "support/deadline.h"
 
@@ -31,7 +29,8 @@ class LoopbackSocket {
   explicit LoopbackSocket(std::uint16_t port = 0)
       : m_socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
     const sockaddr_in own = address(port);
-    check(bind(m_socket, reinterpret_cast<const sockaddr*>(&own), sizeof own), "cannot take the port");
+    waitUntil("the port is free",
+              [&] { return bind(m_socket, reinterpret_cast<const sockaddr*>(&own), sizeof own) == 0; });
   }
   ~LoopbackSocket() { close(m_socket); }
   LoopbackSocket(const LoopbackSocket&) = delete;
@@ -39,9 +38,10 @@ class LoopbackSocket {
 
   void send(std::uint16_t port, const std::string& bytes) {
     const sockaddr_in peer = address(port);
-    check(sendto(m_socket, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&peer),
-                 sizeof peer),
-          "cannot send a datagram");
+    waitUntil("the datagram is sent", [&] {
+      return sendto(m_socket, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&peer),
+                    sizeof peer) >= 0;
+    });
   }
 
   Datagram next() {
@@ -71,9 +71,6 @@ class LoopbackSocket {
     result.sin_port = htons(port);
     result.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     return result;
-  }
-  static void check(ssize_t result, const char* what) {
-    if (result < 0) throw std::system_error(errno, std::generic_category(), what);
   }
 
   int m_socket;

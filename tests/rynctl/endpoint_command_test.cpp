@@ -58,21 +58,18 @@ TEST(RynctlTest, WhatIsWrongWithTheCommandLineIsSaidAndNothingIsSent) {
       {{"log", "--port", "65536"}, 2, "--port"},
       {modules, 2, "20 modules"},
   };
-  for (const auto& refusal : refusals) expectRefusal(refusal.arguments, refusal.exit_code, refusal.reason);
+  for (const auto& refusal : refusals) expectEnd(refusal.arguments, refusal.exit_code, refusal.reason);
   EXPECT_EQ(0U, browser.requests.depth());
 }
 
 TEST(RynctlCallTest, TheAnswerIsPrintedOnOneLineAndTheTimeBesideIt) {
   const Host browser("browser");
-  for (const Words& command :
-       {Words{"call", "216", "--json", R"({"t":216,"appid":1,"orgid":10})"},
-        Words{"call", "getvisible", "--json", R"({"appid":9,"orgid":10})", "appid=0x1"}}) {
-    const ToolResult result = rynctl(command);
-    EXPECT_EQ("{ \"t\" : 217, \"visible\" : 1 }\n", result.out);
-    EXPECT_EQ(0, result.err.find("answered in ")) << result.err;
-    EXPECT_EQ(0, result.exit_code);
-  }
-  expectRefusal({"call", "GetKeyLabel", "appid=1", "orgid=2", "code=3"}, 1, "has no answer to GetKeyLabel");
+  const ToolResult result =
+      rynctl({"call", "getvisible", "--json", R"({"t":216,"appid":9,"orgid":10})", "appid=0x1"});
+  EXPECT_EQ("{ \"t\" : 217, \"visible\" : 1 }\n", result.out);
+  EXPECT_EQ(0, result.err.find("answered in ")) << result.err;
+  EXPECT_EQ(0, result.exit_code);
+  expectEnd({"call", "GetKeyLabel", "appid=1", "orgid=2", "code=3"}, 1, "has no answer to GetKeyLabel");
 }
 
 TEST(RynctlCallTest, ThePluginIsAskedAsByTheBrowser) {
@@ -84,63 +81,57 @@ TEST(RynctlCallTest, ThePluginIsAskedAsByTheBrowser) {
     return tool.result();
   };
   EXPECT_EQ("{ \"supported\" : 1 }\n", answered("{\"supported\":1}").out);
-  const ToolResult malformed = answered("oo\033ps");
-  EXPECT_EQ(6, malformed.exit_code);
-  EXPECT_TRUE(holds(malformed.err, "no JSON object: oo\\x1bps")) << malformed.err;
+  expectEnd(answered("oo\033ps"), 6, "no JSON object: oo\\x1bps");
 }
 
 TEST(RynctlCallTest, PeersThatAreMissingDieOrHangAreToldApart) {
   const Words hanging = {"call", "GetValue", "appid=1", "orgid=2", "--timeout"};
-  expectRefusal(kGetVisible, 3, "no browser process: none has run");
-  expectRefusal({"send", "Get_Configuration"}, 3, "'rynctl serve plugin'");
+  expectEnd(kGetVisible, 3, "no browser process: none has run");
+  expectEnd({"send", "Get_Configuration"}, 3, "'rynctl serve plugin'");
   {
     const Host browser("browser");
     Tool tool(with(hanging, {"0"}));
     // The client looks after its request before it can notice a death.
     waitUntil("the request is taken and looked after", [] { return RawQueue(kRequests).depth() > 0; });
     browser.signal(SIGKILL);
-    const ToolResult result = tool.result();
-    EXPECT_EQ(3, result.exit_code);
-    EXPECT_TRUE(holds(result.err, "went away before it answered")) << result.err;
+    expectEnd(tool.result(), 3, "went away before it answered");
   }
-  expectRefusal(kGetVisible, 3, "the last one is gone");
-  expectRefusal(kShowApp, 3, "the last one is gone");
+  expectEnd(kGetVisible, 3, "the last one is gone");
+  expectEnd(kShowApp, 3, "the last one is gone");
   const Host next("browser");
-  expectRefusal(with(hanging, {"0.1"}), 4, "lives, but has not answered");
+  expectEnd(with(hanging, {"0.1"}), 4, "lives, but has not answered");
 }
 
 TEST(RynctlSendTest, MessagesWaitForALaterPeerUntilTheQueueIsFull) {
   RawQueue requests(kRequests);
-  const ToolResult result = rynctl({"send", "SetValue", "appid=1", "orgid=2", "value=16", "k0=403",
-                                    "k1=404", "--repeat", "3", "--force"});
-  EXPECT_EQ(0, result.exit_code) << result.err;
-  EXPECT_EQ("sent 3 messages\n", result.err);
+  const Words set_value = {"send", "SetValue", "appid=1", "orgid=2", "value=16", "k0=403", "k1=404"};
+  expectEnd(with(set_value, {"--repeat", "3", "--force"}), 0, "sent 3 messages\n");
   EXPECT_EQ(3U, requests.depth());
   const Json::Value sent = parsed(requests.takeMessage().text);
   EXPECT_EQ(2, sent["keynum"].asInt());
   EXPECT_EQ(404, sent["k1"].asInt());
   while (requests.trySend(rawRecord(kRawOneWay, "x"))) continue;
-  expectRefusal(with(kShowApp, {"--force"}), 5, "the queue 'requests' is full: ");
+  expectEnd(with(kShowApp, {"--force"}), 5, "the queue 'requests' is full: ");
 }
 
 TEST(RynctlPlaceTest, ALivingProcessKeepsItsPlaceUnlessForced) {
-  if (isEmulated()) GTEST_SKIP() << "the kernel knows programs by the name of their emulator";
+  if (kEmulated) GTEST_SKIP() << "the kernel knows programs by the name of their emulator";
   const Host browser("browser");
   {
     const Host plugin("plugin");
     for (const Words& command : {kGetVisible, kShowApp, Words{"listen"}, Words{"serve", "plugin"}}) {
-      expectRefusal(command, 3, "is held by " + plugin.text());
+      expectEnd(command, 3, "is held by " + plugin.text());
     }
     EXPECT_EQ(0, rynctl(with(kGetVisible, {"--force"})).exit_code);
   }
-  expectRefusal({"serve", "browser"}, 3, "is held by " + browser.text());
+  expectEnd({"serve", "browser"}, 3, "is held by " + browser.text());
   const Tool listener({"listen"});
   waitUntil("it listens", [&] { return holds(listener.err(), "listening"); });
   EXPECT_EQ(0, rynctl(kGetVisible).exit_code);
-  expectRefusal({"listen"}, 3, "is held by rynctl (");
+  expectEnd({"listen"}, 3, "is held by rynctl (");
   // Who has sent last holds the client's place while it lives: now this process.
   RawQueue(kRequests).sendMessage(kRawOneWay, R"({"t":212,"appid":1,"orgid":2})");
-  expectRefusal(kGetVisible, 3, "the plug-in's place on the queue 'requests' is held by rynctl_test");
+  expectEnd(kGetVisible, 3, "the plug-in's place on the queue 'requests' is held by rynctl_test");
 }
 
 /// The tool is one side, the test process is the other.
@@ -270,9 +261,9 @@ TEST_F(RynctlServeTest, AWrongScriptIsRefusedWithThePlaceAndTheExampleIsNot) {
       {R"({"events": [{"send": "Get_Configuration", "times": 2}]})", "times needs every_ms"},
   };
   for (const auto& each : scripts) {
-    expectRefusal({"serve", "browser", "--script", script(each.text)}, 6, each.reason);
+    expectEnd({"serve", "browser", "--script", script(each.text)}, 6, each.reason);
   }
-  expectRefusal({"serve", "plugin", "--script", "no such file"}, 3, "cannot be read");
+  expectEnd({"serve", "plugin", "--script", "no such file"}, 3, "cannot be read");
   start({"serve", "browser", "--script", EXAMPLE_SCRIPT});
 }
 

@@ -25,7 +25,7 @@ void awaitState(const char* state) {
 }
 
 TEST(RynctlQueuesTest, StatesFollowTheReaderAndTheDoctorKnowsWhatMendsThem) {
-  if (isEmulated()) GTEST_SKIP() << "the kernel knows programs by the name of their emulator";
+  if (kEmulated) GTEST_SKIP() << "the kernel knows programs by the name of their emulator";
   const Words show_app = {"send", "ShowApp", "appid=1", "orgid=2"};
   EXPECT_TRUE(holds(rynctl({"queues"}).out, "no queue exists"));
   auto browser = std::make_unique<Host>("browser");
@@ -54,7 +54,7 @@ TEST(RynctlQueuesTest, StatesFollowTheReaderAndTheDoctorKnowsWhatMendsThem) {
 }
 
 TEST(RynctlPeekTest, MessagesAreDecodedAndStayWhereTheyAre) {
-  expectRefusal({"peek", "requests"}, 3, "does not exist");
+  expectEnd({"peek", "requests"}, 3, "does not exist");
   RawQueue requests(kRequests);
   EXPECT_TRUE(holds(rynctl({"peek", "0x92101081"}).out, "nothing waits"));
   const std::string url(2500, 'u');
@@ -90,7 +90,7 @@ TEST(RynctlResetTest, OnlyWhatDeadProcessesLeftIsTakenOff) {
   EXPECT_TRUE(holds(result.err, "1 on 'requests', 1 on 'request-replies'")) << result.err;
 
   EXPECT_EQ(0, rynctl({"send", "ShowApp", "appid=1", "orgid=2", "--force"}).exit_code);
-  expectRefusal({"reset"}, 2, "add --yes");
+  expectEnd({"reset"}, 2, "add --yes");
   EXPECT_EQ(2U, queues.requests.depth());
   EXPECT_EQ("took 2 off 'requests'\n", rynctl({"reset", "--stale", "--yes"}).out);
   EXPECT_EQ(0U, queues.requests.depth());

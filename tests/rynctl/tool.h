@@ -7,6 +7,7 @@
 #include <sys/types.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -54,8 +55,11 @@ inline ToolResult rynctl(const Words& arguments) {
   return Tool(arguments).result();
 }
 
-/// Runs the tool, which is to end with this code and to say why on standard error alone.
-void expectRefusal(const Words& arguments, int exit_code, const std::string& reason);
+/// Whether the tool has ended with this code, and has said why on standard error alone.
+void expectEnd(const ToolResult& result, int exit_code, const std::string& reason);
+inline void expectEnd(const Words& arguments, int exit_code, const std::string& reason) {
+  expectEnd(rynctl(arguments), exit_code, reason);
+}
 
 /// A process of either side that reports its logging. A browser's GetValue hangs, its GetKeyLabel throws.
 struct Host : ChildProcess {
@@ -74,7 +78,7 @@ inline bool holds(const std::string& text, const std::string& part) {
 }
 
 /// Under an emulator its name is all that the kernel knows of a process.
-bool isEmulated();
+inline const bool kEmulated = std::getenv("HBBTV_RYN_EMULATOR") != nullptr;
 
 }  // namespace hbbtv_ryn::test
 

@@ -2,13 +2,10 @@
 
 #include <cerrno>
 #include <ctime>
-#include <map>
 #include <optional>
 #include <regex>
-#include <sstream>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 #include "hbbtv_ryn/browser.h"
 #include "hbbtv_ryn/log.h"
@@ -23,28 +20,15 @@ namespace {
 constexpr key_t kRequests = static_cast<key_t>(0x92101081U);
 constexpr key_t kNotifications = static_cast<key_t>(0x92101091U);
 
-/// A datagram, taken apart.
-struct Trace {
-  explicit Trace(const std::string& datagram)
-      : bytes(datagram), text(datagram.substr(datagram.find('\n') + 1)) {
-    std::istringstream words(datagram.substr(0, datagram.find('\n')));
-    for (std::string word; words >> word;) {
-      fields[word.substr(0, word.find('='))] = word.substr(word.find('=') + 1);
-    }
-    what = fields["way"] + ' ' + fields["kind"] + ' ' + fields["code"];
-    if (fields.count("drop") != 0) what += ' ' + fields["drop"];
-    if (fields.count("result") != 0) what += ' ' + fields["result"];
-  }
-  long long number(const char* field) const { return std::stoll(fields.at(field)); }
-
-  std::string bytes;
-  std::string text;
-  std::map<std::string, std::string> fields;
-  std::string what;  // way, kind, code, and what went wrong
-};
-
 class TraceTest : public testing::Test {
  protected:
+  struct Trace {
+    long long sequence;
+    std::string thread;
+    std::string what;  // queue, way, kind, code, whether a time was measured, and what went wrong
+    std::string text;
+  };
+
   TraceTest() { insert_modules_list("ryn_trace", 1); }
   ~TraceTest() override {
     clear_modules_list();
@@ -53,7 +37,25 @@ class TraceTest : public testing::Test {
     Zunt_RYN_Browser_UnregisterCallback();
   }
 
-  Trace next() { return Trace(reader->next().bytes); }
+  Trace next() {
+    const std::string bytes = reader->next().bytes;
+    const std::string header = bytes.substr(0, bytes.find('\n'));
+    const std::string text = bytes.substr(header.size() + 1);
+    const std::regex form("ryn-trace 1 pid=" + std::to_string(getpid()) +
+                          " tid=([0-9]+) seq=([0-9]+) time=([0-9]+)[.][0-9]{6} queue=(0x[0-9a-f]{8})"
+                          " way=(in|out) kind=([a-z]+) code=([0-9]+) length=([0-9]+)"
+                          "( (waited|handling)=[0-9]+)?(.*)");
+    std::smatch part;
+    EXPECT_TRUE(std::regex_match(header, part, form)) << header;
+    EXPECT_LE(std::time(nullptr) - std::stoll(part[3]), kDeadline.count());
+    std::string what = part.format("$4 $5 $6 $7") + (part[9].matched ? " timed" : "") + part.str(11);
+    if (part[8] != std::to_string(text.size())) {
+      EXPECT_EQ(4096U, bytes.size());
+      EXPECT_EQ("[cut]", bytes.substr(bytes.size() - 5));
+      what += " cut";
+    }
+    return {std::stoll(part[2]), part[1], what, text};
+  }
 
   std::optional<LoopbackSocket> reader{std::in_place, kTracePort};
 };
@@ -62,44 +64,33 @@ TEST_F(TraceTest, ARequesterTracesItsRequestTheAnswerAndWhatItCannotUse) {
   bool visible = false;
   ASSERT_EQ(0, Zunt_RYN_Plugin_Initialize());
   EXPECT_EQ(-3, Zunt_RYN_Plugin_OpApp_SetStatus(std::string(5000, 's')));
-  const Trace cut = next();
-  EXPECT_EQ(4096U, cut.bytes.size());
-  EXPECT_EQ("sss[cut]", cut.bytes.substr(4096 - 8));
-  EXPECT_GT(cut.number("length"), 5000);
-  EXPECT_EQ("out request 280 not-sent -3", next().what);
+  EXPECT_EQ("0x92101081 out request 280 cut", next().what);
+  EXPECT_EQ("0x92101081 out request 280 timed drop=not-sent result=-3 cut", next().what);
 
   RawPeer browser(kRequests);
   const auto answerTo = [&](const char* reply, int result) {
     Concurrently asking([&] { return Zunt_RYN_Plugin_GetVisible(1, 10, &visible); });
     const std::string request = browser.nextRequest().text;
     const Trace sent = next();
-    const std::regex wire("ryn-trace 1 pid=" + std::to_string(getpid()) +
-                          " tid=[0-9]+ seq=[0-9]+ time=[0-9]+[.][0-9]{6} queue=0x92101081 way=out"
-                          " kind=request code=216 length=" +
-                          std::to_string(request.size()) + "\n[^]*");
-    EXPECT_TRUE(std::regex_match(sent.bytes, wire)) << sent.bytes;
+    EXPECT_EQ("0x92101081 out request 216", sent.what);
     EXPECT_EQ(request, sent.text);
-    EXPECT_LE(std::time(nullptr) - sent.number("time"), kDeadline.count());
     reply == nullptr ? browser.fail() : browser.reply(reply);
     EXPECT_EQ(result, asking.result());
     const Trace answered = next();
-    EXPECT_EQ(sent.number("seq") + 1, answered.number("seq"));
-    EXPECT_GE(answered.number("waited"), 0);
-    return answered;
+    EXPECT_EQ(sent.sequence + 1, answered.sequence);
+    EXPECT_EQ(reply == nullptr ? "" : reply, answered.text);
+    return answered.what;
   };
-  const Trace answered = answerTo("{\"visible\":1}", 0);
-  EXPECT_EQ("in reply 216", answered.what);
-  EXPECT_EQ("{\"visible\":1}", answered.text);
-  EXPECT_EQ("in failure 216 -1", answerTo(nullptr, -1).what);
+  EXPECT_EQ("0x92101081 in reply 216 timed", answerTo("{\"visible\":1}", 0));
+  EXPECT_EQ("0x92101081 in failure 216 timed result=-1", answerTo(nullptr, -1));
   for (const char* unusable : {"{\"visible\":", "{\"visible\":[]}"}) {
-    EXPECT_EQ("in reply 216", answerTo(unusable, -1).what);
-    EXPECT_EQ("in reply 216 unparseable -1", next().what) << unusable;
+    EXPECT_EQ("0x92101081 in reply 216 timed", answerTo(unusable, -1));
+    EXPECT_EQ("0x92101081 in reply 216 drop=unparseable result=-1", next().what);
   }
 }
 
 TEST_F(TraceTest, AServerTracesRequestsRepliesAndWhatItDrops) {
   ZuntRynBrowserEventCallback handlers{};
-  handlers.GetVisible = [](int, int, bool* visible) { *visible = true; };
   handlers.GetValue = [](int, int, int*) { throw std::runtime_error("host"); };
   handlers.GetKeyIcon = [](int, int, int, std::string& icon) { icon.assign(17000, 'i'); };
   Zunt_RYN_Browser_RegisterCallback(handlers, nullptr);
@@ -107,30 +98,30 @@ TEST_F(TraceTest, AServerTracesRequestsRepliesAndWhatItDrops) {
   RawPeer plugin(kRequests);
   const struct {
     const char* request;
-    std::vector<std::string> traced;
+    const char* received;
+    const char* then;
   } exchanges[] = {
-      {"not json", {"in unknown 0 unparseable"}},
-      {R"({"t":240})", {"in unknown 240 unknown-code"}},  // a notification's code
-      {R"({"t":{}})", {"in unknown 0 threw"}},
-      {R"({"t":222,"appid":1})", {"in request 222", "in request 222 threw"}},
-      {R"({"t":235,"code":403})", {"in request 235", "out reply 235 reply-too-long"}},
+      {R"({"t":216,"appid":1})", "in request 216", "out reply 216 timed"},
+      {"not json", "in unknown 0 drop=unparseable", nullptr},
+      {R"({"t":240})", "in unknown 240 drop=unknown-code", nullptr},  // a notification's code
+      {R"({"t":{}})", "in unknown 0 drop=threw", nullptr},
+      {R"({"t":222,"appid":1})", "in request 222", "in request 222 timed drop=threw"},
+      {R"({"t":235,"code":403})", "in request 235", "out reply 235 timed drop=reply-too-long cut"},
   };
   for (const auto& exchange : exchanges) {
-    plugin.ask(exchange.request);
-    for (const std::string& what : exchange.traced) {
-      const Trace trace = next();
-      EXPECT_EQ(what, trace.what);
-      EXPECT_TRUE(what[0] == 'o' || trace.text == exchange.request) << trace.bytes;
+    const std::string answer = plugin.ask(exchange.request).text;
+    const Trace received = next();
+    EXPECT_EQ(std::string("0x92101081 ") + exchange.received, received.what);
+    EXPECT_EQ(exchange.request, received.text);
+    EXPECT_NE(std::to_string(getpid()), received.thread);
+    if (exchange.then == nullptr) continue;
+    const Trace then = next();
+    EXPECT_EQ(std::string("0x92101081 ") + exchange.then, then.what);
+    EXPECT_EQ(received.thread, then.thread);
+    if (then.what.find("drop") == std::string::npos) {
+      EXPECT_EQ(answer, then.text);
     }
   }
-  const std::string answer = plugin.ask("{\"t\":216,\"appid\":1}").text;
-  const Trace received = next();
-  const Trace answered = next();
-  EXPECT_EQ("out reply 216", answered.what);
-  EXPECT_EQ(answer, answered.text);
-  EXPECT_GE(answered.number("handling"), 0);
-  EXPECT_EQ(received.number("tid"), answered.number("tid"));
-  EXPECT_NE(getpid(), answered.number("tid"));
 }
 
 TEST_F(TraceTest, OneWayMessagesAreTracedAtBothEndsAndNobodyIsDelayedByAReader) {
@@ -155,16 +146,14 @@ TEST_F(TraceTest, OneWayMessagesAreTracedAtBothEndsAndNobodyIsDelayedByAReader) 
   notify(10);
   reader.emplace(kTracePort);
   notify(3000);
-  const auto first = next().number("seq");
+  const auto first = next().sequence;
   EXPECT_LT(reader->discardWaiting(), 3000 - 1);
   ASSERT_EQ(0, Zunt_RYN_Plugin_Initialize());
   Zunt_RYN_Browser_SendAppUnloaded(3, 4);
   const Trace sent = next();
-  const Trace received = next();
-  EXPECT_EQ("out oneway 241", sent.what);
-  EXPECT_EQ(first + 3000, sent.number("seq"));  // the gap shows what was lost
-  EXPECT_EQ("in oneway 241", received.what);
-  EXPECT_EQ("0x92101091", received.fields.at("queue"));
+  EXPECT_EQ("0x92101091 out oneway 241", sent.what);
+  EXPECT_EQ(first + 3000, sent.sequence);  // the gap shows what was lost
+  EXPECT_EQ("0x92101091 in oneway 241", next().what);
 }
 
 }  // namespace
