@@ -104,42 +104,55 @@ TEST_F(LogRecordTest, OtherModulesWriteOnlyTheirErrorsInLocalTime) {
 
 TEST_F(LogRecordTest, NeitherLinesNorEditsOfManyThreadsMix) {
   constexpr int kLines = 200;
-  const OutputCapture output(stdout);
-  const char letters[] = {'a', 'b', 'c', 'd'};
-  std::vector<std::thread> threads;
+  constexpr int kEdits = 20000;
+  const std::string letters = "abcd";
+  const auto onThreads = [&](auto body) {
+    std::vector<std::thread> threads;
+    for (const char letter : letters) threads.emplace_back(body, std::string(3000, letter));
+    for (auto& thread : threads) thread.join();
+  };
   insert_modules_list("net", 1);
-  for (const char letter : letters) {
-    threads.emplace_back([text = std::string(3000, letter)] {
+  std::string text;
+  {
+    const OutputCapture output(stdout);
+    onThreads([](const std::string& value) {
       for (int i = 0; i < kLines; ++i) {
-        insert_modules_list("a|b|z", i % 2);
-        zunt_log_print(LOG_TYPE_STRING, "net", "f", "g", 1, "k", text.c_str());
-        char names[1025];
-        get_modules_list(names);
-        const std::string listed = names;
-        EXPECT_TRUE(listed == "net" || listed == "a|b|net|z") << listed;
+        zunt_log_print(LOG_TYPE_STRING, "net", "f", "g", 1, "k", value.c_str());
       }
     });
+    text = output.text();
   }
-  for (auto& thread : threads) thread.join();
   for (const char letter : letters) {
     const std::string whole =
         " File:f Function: g(), line: 1, k:" + std::string(3000, letter) + "\n\033[0m";
-    EXPECT_EQ(kLines, occurrences(output.text(), whole)) << letter;
+    EXPECT_EQ(kLines, occurrences(text, whole)) << letter;
   }
+  onThreads([](const std::string&) {
+    for (int i = 0; i < kEdits; ++i) {
+      insert_modules_list("a|b|z", i % 2);
+      char names[1025];
+      get_modules_list(names);
+      const std::string listed = names;
+      ASSERT_TRUE(listed == "net" || listed == "a|b|net|z") << listed;
+    }
+  });
 }
 
 TEST_F(LogRecordTest, AnOutputThatFailsIsNotTheCallersConcern) {
   insert_modules_list("net", 1);
   const std::string text(20000, 'x');
-  const OutputCapture output(stdout);  // puts the descriptor back
-  const int full = open("/dev/full", O_WRONLY);
-  dup2(full, STDOUT_FILENO);
-  close(full);
-  errno = EDOM;
-  zunt_log("net", "f", "g", 1, "%s", text.c_str());
-  EXPECT_EQ(EDOM, errno);
-  zunt_log_print(LOG_TYPE_STRING, "net", "f", "g", 1, "k", text.c_str());
-  EXPECT_EQ(EDOM, errno);
+  int left = 0;
+  {
+    const OutputCapture output(stdout);  // puts the descriptor back
+    const int full = open("/dev/full", O_WRONLY);
+    dup2(full, STDOUT_FILENO);
+    close(full);
+    errno = EDOM;
+    zunt_log("net", "f", "g", 1, "%s", text.c_str());
+    zunt_log_print(LOG_TYPE_STRING, "net", "f", "g", 1, "k", text.c_str());
+    left = errno;
+  }
+  EXPECT_EQ(EDOM, left);
 }
 
 }  // namespace

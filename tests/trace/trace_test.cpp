@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <cerrno>
 #include <ctime>
@@ -142,8 +143,14 @@ TEST_F(TraceTest, OneWayMessagesAreTracedAtBothEndsAndNobodyIsDelayedByAReader) 
   EXPECT_EQ(0, reader->discardWaiting());
 
   insert_modules_list("ryn_trace", 1);
+  rlimit files{};
+  getrlimit(RLIMIT_NOFILE, &files);
+  const rlimit none{0, files.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);  // so that the trace has no socket
+  notify(1);
+  setrlimit(RLIMIT_NOFILE, &files);
   reader.reset();
-  notify(10);
+  notify(1);
   reader.emplace(kTracePort);
   notify(3000);
   const auto first = next().sequence;
