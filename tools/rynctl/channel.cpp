@@ -41,11 +41,14 @@ OwnOutput::OwnOutput() {
   dup2(STDERR_FILENO, STDOUT_FILENO);
   buffer_ = std::make_unique<__gnu_cxx::stdio_filebuf<char>>(output_, std::ios::out);
   former_ = std::cout.rdbuf(buffer_.get());
+  // It would flush std::cout while another thread writes a line, and this buffer has no lock.
+  former_tie_ = std::cerr.tie(nullptr);
 }
 
 OwnOutput::~OwnOutput() {
   std::cout.flush();
   std::fflush(stdout);
+  std::cerr.tie(former_tie_);
   std::cout.rdbuf(former_);
   dup2(output_, STDOUT_FILENO);
 }

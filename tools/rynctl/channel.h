@@ -26,6 +26,7 @@ class OwnOutput {
   int output_;
   std::unique_ptr<std::streambuf> buffer_;
   std::streambuf* former_ = nullptr;
+  std::ostream* former_tie_ = nullptr;
 };
 
 struct Reply {
