@@ -4,12 +4,9 @@
 .PHONY: help demo check check-asan check-tsan check-armhf package check-package check-abi accept-abi \
         footprint bench check-instructions fuzz torture soak docs format check-format lint clean
 
-ifneq ($(shell command -v ccache),)
-export CMAKE_CXX_COMPILER_LAUNCHER ?= ccache
 # What one clone has compiled, another need not.
 export CCACHE_BASEDIR = $(CURDIR)
 export CCACHE_NOHASHDIR = 1
-endif
 
 install = @cmake/install-dependencies.sh
 sources = git ls-files '*.h' '*.cpp'
