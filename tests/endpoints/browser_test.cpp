@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+
 #include "endpoints/any_function.h"
 #include "endpoints/messages.h"
 #include "support/raw_peer.h"
@@ -58,7 +60,7 @@ TEST_F(BrowserTest, WhatAsksForNoAnswerGetsNone) {
 }
 
 // What the handlers below report.
-int g_count = 0;
+std::atomic<int> g_count{0};
 
 TEST_F(BrowserTest, ListsAndTextsAreBoundedByTheirArraysAndByTheMessage) {
   ZuntRynBrowserEventCallback handlers{};
