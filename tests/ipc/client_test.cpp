@@ -1,6 +1,9 @@
 // Clients, with the peer as their server.
 #include <gtest/gtest.h>
 
+#include <thread>
+#include <vector>
+
 #include "ipc/channel_handles.h"
 #include "support/deadline.h"
 #include "support/raw_peer.h"
@@ -121,6 +124,22 @@ TEST(ClientTest, TakesNoAnswerFromBeforeItsFirstRequestAndWaitsForNoneOnAQueueTh
   server.nextRequest();
   server.replies.remove();
   EXPECT_TRUE(second.result().isBrokenOff());
+}
+
+TEST(ClientTest, ThreadsThatShareAHandleGetTheAnswersToTheirOwnRequests) {
+  const Server server(&echo);
+  Client client;
+  const auto work = [&client](char name) {
+    for (std::size_t i = 0; i < 100; ++i) {
+      // Of one to three records, which those of another thread must not come between.
+      const std::string text(1 + i % 3 * kRawPayload, name);
+      EXPECT_TRUE(client.ask(text).isProper(text));
+      EXPECT_EQ(0, client.send(text));
+    }
+  };
+  std::vector<std::thread> threads;
+  for (const char name : {'a', 'b', 'c'}) threads.emplace_back(work, name);
+  for (auto& thread : threads) thread.join();
 }
 
 }  // namespace
