@@ -33,10 +33,6 @@ inline std::string textOf(const IpcMessage* request) {
   return {request->text, static_cast<std::size_t>(request->length)};
 }
 
-inline IpcMessage* echo(const IpcMessage* request, void*) {
-  return newReply(textOf(request));
-}
-
 inline constexpr int kUntouched = -77;
 
 struct Answer {

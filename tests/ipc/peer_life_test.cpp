@@ -43,6 +43,10 @@ const ChildRole kClient("client", [](Parent& parent) {
   return 0;
 });
 
+IpcMessage* echo(const IpcMessage* request, void*) {
+  return newReply(textOf(request));
+}
+
 class ServerProcess : public ChildProcess {
  public:
   ServerProcess() : ChildProcess(kServer) { EXPECT_EQ("up", hear()); }
