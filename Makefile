@@ -120,7 +120,7 @@ check-format: ## Fail when a source is not in shape
 lint: ## Run clang-tidy over every source of the product
 	$(install) build check lint
 	$(call configure,dev)
-	@for folder in ipc log trace tools examples; do cmake/lint.py build/dev $$folder || exit 1; done
+	@for folder in base ipc log trace tools examples; do cmake/lint.py build/dev $$folder || exit 1; done
 
 clean: ## Remove every build tree
 	@rm -rf build

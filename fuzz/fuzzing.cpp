@@ -10,7 +10,7 @@
 #include <memory>
 #include <numeric>
 
-#include "ipc/malloc_ptr.h"
+#include "base/malloc_ptr.h"
 #include "ipc/protocol/envelope.h"
 
 namespace hbbtv_ryn::fuzz {
@@ -29,13 +29,13 @@ void silenceLibrary() {
   stderr = nowhere;
 }
 
-void serveAndCheck(IpcServerCallback callback, const uint8_t* data, std::size_t size) {
+void serveAndCheck(ServeCallback callback, const uint8_t* data, std::size_t size) {
   const std::unique_ptr<char[]> text(new char[size + 1]());
   std::copy(data, data + size, text.get());
   const IpcMessage request{static_cast<int32_t>(size), text.get()};
   IpcMessage* answer = nullptr;
   try {
-    answer = callback(&request, nullptr);
+    answer = callback(&request, IPC_KIND_REQUEST, nullptr);
   } catch (const std::exception&) {
     return;  // the server answers with its failure reply
   }

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <string>
 
-#include "hbbtv_ryn/ipc.h"
+#include "ipc/server.h"
 
 namespace hbbtv_ryn::fuzz {
 
@@ -19,7 +19,7 @@ void silenceLibrary();
 
 /// Calls a server callback as the server does: with the input in a block of just its size and a NUL, so
 /// that a byte read too far is seen. What it answers must be a text of a JSON object with its true length.
-void serveAndCheck(IpcServerCallback callback, const uint8_t* data, std::size_t size);
+void serveAndCheck(ServeCallback callback, const uint8_t* data, std::size_t size);
 
 /// Makes the compiler believe that a handler uses what it is given, every byte of it.
 void use(const void* memory, std::size_t bytes);

@@ -6,8 +6,8 @@
 #include <climits>
 #include <cstdint>
 
+#include "base/malloc_ptr.h"
 #include "hbbtv_ryn/ipc.h"
-#include "ipc/malloc_ptr.h"
 
 namespace hbbtv_ryn {
 

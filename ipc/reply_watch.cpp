@@ -5,7 +5,7 @@
 #include <chrono>
 #include <ctime>
 
-#include "ipc/signal_free_thread.h"
+#include "base/signal_free_thread.h"
 
 namespace hbbtv_ryn {
 namespace {

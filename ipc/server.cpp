@@ -11,11 +11,10 @@
 #include <mutex>
 #include <new>
 
+#include "base/signal_free_thread.h"
 #include "ipc/host_call.h"
 #include "ipc/peer_life.h"
 #include "ipc/record.h"
-#include "ipc/serving.h"
-#include "ipc/signal_free_thread.h"
 
 using hbbtv_ryn::JoinedText;
 
@@ -28,8 +27,6 @@ constexpr std::chrono::seconds kStopPatience{1};
 char kFailureText[] = "a";
 constexpr IpcMessage kFailureReply{sizeof kFailureText, kFailureText};
 
-thread_local bool t_serves_one_way = false;
-
 struct ReplyDeleter {
   void operator()(IpcMessage* reply) const {
     std::free(reply->text);
@@ -39,20 +36,6 @@ struct ReplyDeleter {
 using ReplyPtr = std::unique_ptr<IpcMessage, ReplyDeleter>;
 
 }  // namespace
-
-namespace hbbtv_ryn {
-
-bool servesOneWay() {
-  return t_serves_one_way;
-}
-OneWayScope::OneWayScope() {
-  t_serves_one_way = true;
-}
-OneWayScope::~OneWayScope() {
-  t_serves_one_way = false;
-}
-
-}  // namespace hbbtv_ryn
 
 struct IpcServer {
   IpcServer(key_t request_key, long message_channel, bool replies, int record_chunk)
@@ -74,8 +57,10 @@ struct IpcServer {
   std::condition_variable ended;
   bool running = true;
 
-  // Guards the callback pair. Held during every call and the sending of its reply.
+  // Guards the callback, of either form, and its user data. Held during every call and the sending of its
+  // reply.
   std::mutex lock;
+  hbbtv_ryn::ServeCallback kind_callback = nullptr;
   IpcServerCallback callback = nullptr;
   void* user_data = nullptr;
 
@@ -88,7 +73,7 @@ struct IpcServer {
   Next serve(IpcRecord* record, JoinedText* text);
   Next serveOneWay(const IpcMessage& message);
   void serveRequest(const IpcMessage& request, IpcRecord* record);
-  ReplyPtr call(const IpcMessage& message) const;
+  ReplyPtr call(const IpcMessage& message, int32_t kind) const;
   void leave();
 };
 
@@ -134,10 +119,9 @@ IpcServer::Next IpcServer::serve(IpcRecord* record, JoinedText* text) {
 
 IpcServer::Next IpcServer::serveOneWay(const IpcMessage& message) {
   {
-    const hbbtv_ryn::OneWayScope one_way;
     const std::lock_guard<std::mutex> guard(lock);
     // A callback cannot know that its answer is not wanted; what it returns stays its own.
-    static_cast<void>(call(message).release());
+    static_cast<void>(call(message, IPC_KIND_ONEWAY).release());
   }
   constexpr char kExit[] = "exit";
   return std::strncmp(message.text, kExit, sizeof kExit - 1) == 0 ? Next::kStop : Next::kReceive;
@@ -150,17 +134,18 @@ void IpcServer::serveRequest(const IpcMessage& request, IpcRecord* record) {
            0;
   };
   const std::lock_guard<std::mutex> guard(lock);
-  const ReplyPtr reply = call(request);
+  const ReplyPtr reply = call(request, IPC_KIND_REQUEST);
   if (reply && reply->length <= IPC_MAX_MESSAGE && send(*reply, IPC_KIND_REPLY)) return;
   send(kFailureReply, IPC_KIND_FAILURE);
 }
 
 // The callback's answer; null also when there is no callback or it throws. The lock must be held.
-ReplyPtr IpcServer::call(const IpcMessage& message) const {
+ReplyPtr IpcServer::call(const IpcMessage& message, int32_t kind) const {
   IpcMessage* reply = nullptr;
-  if (callback != nullptr) {
-    hbbtv_ryn::returnsNormally([&] { reply = callback(&message, user_data); });
-  }
+  hbbtv_ryn::returnsNormally([&] {
+    if (kind_callback != nullptr) reply = kind_callback(&message, kind, user_data);
+    if (callback != nullptr) reply = callback(&message, user_data);
+  });
   return ReplyPtr(reply);
 }
 
@@ -186,6 +171,7 @@ void* ipc_server_receive_loop(void* server) {
 int setCallback(IpcServer* server, IpcServerCallback callback, void* user_data) {
   if (server == nullptr) return -3;
   const std::lock_guard<std::mutex> guard(server->lock);
+  server->kind_callback = nullptr;
   server->callback = callback;
   server->user_data = user_data;
   return 0;
@@ -195,13 +181,13 @@ int setCallback(IpcServer* server, IpcServerCallback callback, void* user_data) 
 
 namespace hbbtv_ryn {
 
-int createServer(key_t key, long channel, int with_reply, int chunk_size, IpcServerCallback callback,
+int createServer(key_t key, long channel, int with_reply, int chunk_size, ServeCallback callback,
                  void* user_data, IpcServer** server) {
   if (server == nullptr) return -3;
   std::unique_ptr<IpcServer> created(new (std::nothrow)
                                          IpcServer(key, channel, with_reply != 0, chunk_size));
   if (!created) return -4;
-  created->callback = callback;
+  created->kind_callback = callback;
   created->user_data = user_data;
   // Before the queues: a client that finds them must not find the server dead.
   if (!created->life.begin(key, with_reply != 0)) return -3;

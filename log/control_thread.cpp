@@ -4,11 +4,11 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstring>
 #include <exception>
 #include <mutex>
 
+#include "base/signal_free_thread.h"
 #include "hbbtv_ryn/log.h"
 #include "log/control_command.h"
 #include "log/control_protocol.h"
@@ -71,15 +71,8 @@ void startControlThread() {
   pthread_attr_t attributes;
   if (pthread_attr_init(&attributes) != 0) return;
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-  // A thread starts with the mask of its creator. With every signal blocked no handler of the host runs on
-  // it, and sleep() is not cut short.
-  sigset_t every_signal;
-  sigset_t before;
-  sigfillset(&every_signal);
-  pthread_sigmask(SIG_SETMASK, &every_signal, &before);
   pthread_t thread{};
-  (void)pthread_create(&thread, &attributes, &log_control_thread, nullptr);
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  static_cast<void>(hbbtv_ryn::createSignalFreeThread(&thread, &attributes, &log_control_thread, nullptr));
   pthread_attr_destroy(&attributes);
 }
 

@@ -7,10 +7,9 @@
 #include <string>
 #include <utility>
 
+#include "base/malloc_ptr.h"
 #include "ipc/endpoint/exchange_trace.h"
-#include "ipc/malloc_ptr.h"
 #include "ipc/protocol/envelope.h"
-#include "ipc/serving.h"
 
 namespace hbbtv_ryn {
 namespace {
@@ -28,8 +27,8 @@ int resultOf(const Exchange& exchange) {
 }
 
 // The reply as the channel takes it; null for a one-way message and when memory is out.
-IpcMessage* newReply(const Message& served, Json::Value* reply) {
-  if (served.delivery == Delivery::kOneWay || servesOneWay()) return nullptr;
+IpcMessage* newReply(const Message& served, int32_t kind, Json::Value* reply) {
+  if (served.delivery == Delivery::kOneWay || kind != IPC_KIND_REQUEST) return nullptr;
   if (served.reply_code != kNoReplyCode) set(reply, key::kCode, static_cast<Json::UInt>(served.reply_code));
   const std::string text = serialise(*reply);
   MallocPtr<char> copy(strdup(text.c_str()));
@@ -104,10 +103,10 @@ std::string Incoming::string(const char* key) const {
   return hbbtv_ryn::string(members, key);
 }
 
-IpcMessage* serve(const IpcMessage* request, void* user_data, const Route* routes,
+IpcMessage* serve(const IpcMessage* request, int32_t kind, void* user_data, const Route* routes,
                   std::size_t route_count) {
   if (request == nullptr || request->text == nullptr || request->length == 0) return nullptr;
-  ServeTrace traced(*request, routes[0].code);
+  ServeTrace traced(*request, kind, routes[0].code);
   Json::Value members;
   if (!parse(request->text, &members)) return traced.dropped(trace::Drop::kUnparseable);
   const int code = integer(members, key::kCode);
@@ -118,7 +117,7 @@ IpcMessage* serve(const IpcMessage* request, void* user_data, const Route* route
   traced.received(route->code);
   Json::Value reply(Json::objectValue);
   route->handle({members, user_data}, &reply);
-  return traced.answered(newReply(messageOf(route->code), &reply));
+  return traced.answered(newReply(messageOf(route->code), kind, &reply));
 }
 
 }  // namespace hbbtv_ryn

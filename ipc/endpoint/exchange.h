@@ -71,14 +71,15 @@ struct Route {
   void (*handle)(const Incoming& in, Json::Value* reply);
 };
 
-// Serves one message from a queue with the route of its code. Returns the reply for the channel; null for a
-// one-way message, one that is no message or has no route, and when memory for the reply is out. Throws
-// what the route throws.
-IpcMessage* serve(const IpcMessage* request, void* user_data, const Route* routes, std::size_t route_count);
+// Serves one message of a kind from a queue with the route of its code. Returns the reply for the channel;
+// null for a one-way message, one that is no message or has no route, and when memory for the reply is out.
+// Throws what the route throws.
+IpcMessage* serve(const IpcMessage* request, int32_t kind, void* user_data, const Route* routes,
+                  std::size_t route_count);
 
 template <std::size_t Count>
-IpcMessage* serve(const IpcMessage* request, void* user_data, const Route (&routes)[Count]) {
-  return serve(request, user_data, routes, Count);
+IpcMessage* serve(const IpcMessage* request, int32_t kind, void* user_data, const Route (&routes)[Count]) {
+  return serve(request, kind, user_data, routes, Count);
 }
 
 }  // namespace hbbtv_ryn

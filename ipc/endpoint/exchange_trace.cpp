@@ -1,7 +1,6 @@
 #include "ipc/endpoint/exchange_trace.h"
 
 #include "ipc/protocol/queues.h"
-#include "ipc/serving.h"
 
 namespace hbbtv_ryn {
 
@@ -71,7 +70,8 @@ void SendTrace::traceUnusable() {
   trace::emit(event);
 }
 
-void ServeTrace::begin(const IpcMessage& message, Code any_code) {
+void ServeTrace::begin(const IpcMessage& message, int32_t kind, Code any_code) {
+  record_kind_ = kind;
   queue_ = queueOf(messageOf(any_code));
   text_ = textOf(message);
 }
@@ -93,7 +93,7 @@ void ServeTrace::traceReceived(Code code) {
 
 void ServeTrace::traceAnswered(const IpcMessage* reply) {
   settled_ = true;
-  if (kind_ == Kind::kOneWay || servesOneWay()) return;
+  if (kind_ == Kind::kOneWay || record_kind_ != IPC_KIND_REQUEST) return;
   Event event{queue_, Way::kOut, Kind::kReply, code_, {}};
   event.handling = trace::now() - received_at_;
   if (reply == nullptr) {

@@ -64,8 +64,8 @@ class SendTrace {
 class ServeTrace {
  public:
   // `any_code` is a code that the same queue carries.
-  ServeTrace(const IpcMessage& message, Code any_code) : on_(trace::isOn()) {
-    if (on_) begin(message, any_code);
+  ServeTrace(const IpcMessage& message, int32_t kind, Code any_code) : on_(trace::isOn()) {
+    if (on_) begin(message, kind, any_code);
   }
   // What has neither been dropped nor answered by now was left by an exception.
   ~ServeTrace() {
@@ -90,7 +90,7 @@ class ServeTrace {
   }
 
  private:
-  void begin(const IpcMessage& message, Code any_code);
+  void begin(const IpcMessage& message, int32_t kind, Code any_code);
   void drop(trace::Drop reason);
   void traceReceived(Code code);
   void traceAnswered(const IpcMessage* reply);
@@ -98,6 +98,7 @@ class ServeTrace {
   const bool on_;
   bool settled_ = false;
   key_t queue_ = 0;
+  int32_t record_kind_ = IPC_KIND_ONEWAY;
   trace::Kind kind_ = trace::Kind::kUnknown;
   int code_ = 0;
   std::string_view text_;

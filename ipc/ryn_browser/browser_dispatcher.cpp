@@ -220,8 +220,8 @@ constexpr Route kRoutes[] = {
 
 }  // namespace
 
-IpcMessage* Zunt_RYN_Browser_Server_Callback(const IpcMessage* request, void* user_data) {
-  return serve(request, user_data, kRoutes);
+IpcMessage* Zunt_RYN_Browser_Server_Callback(const IpcMessage* request, int32_t kind, void* user_data) {
+  return serve(request, kind, user_data, kRoutes);
 }
 
 }  // namespace hbbtv_ryn

@@ -22,7 +22,7 @@ extern std::mutex g_browser_callback_mutex;
 extern ZuntRynBrowserEventCallback g_browser_callbacks;
 
 // Answers the plug-in process's requests: the callback of g_browser_server.
-IpcMessage* Zunt_RYN_Browser_Server_Callback(const IpcMessage* request, void* user_data);
+IpcMessage* Zunt_RYN_Browser_Server_Callback(const IpcMessage* request, int32_t kind, void* user_data);
 
 }  // namespace hbbtv_ryn
 

@@ -104,8 +104,8 @@ constexpr Route kRoutes[] = {
 
 }  // namespace
 
-IpcMessage* notificationEntry(const IpcMessage* request, void* user_data) {
-  return serve(request, user_data, kRoutes);
+IpcMessage* notificationEntry(const IpcMessage* request, int32_t kind, void* user_data) {
+  return serve(request, kind, user_data, kRoutes);
 }
 
 }  // namespace hbbtv_ryn

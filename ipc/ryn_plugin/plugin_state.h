@@ -19,8 +19,8 @@ extern std::atomic<IpcClient*> g_plugin_client;  // null while the endpoint is n
 bool findEventCallback(ZuntRynEvent event, ZuntRynEventCallback* callback);
 
 // The callbacks of the notification and the query server. The user data goes on to onApp.
-IpcMessage* notificationEntry(const IpcMessage* request, void* user_data);
-IpcMessage* queryEntry(const IpcMessage* request, void* user_data);
+IpcMessage* notificationEntry(const IpcMessage* request, int32_t kind, void* user_data);
+IpcMessage* queryEntry(const IpcMessage* request, int32_t kind, void* user_data);
 
 }  // namespace hbbtv_ryn
 

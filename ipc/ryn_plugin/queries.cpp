@@ -42,8 +42,8 @@ constexpr Route kRoutes[] = {
 
 }  // namespace
 
-IpcMessage* queryEntry(const IpcMessage* request, void* user_data) {
-  return serve(request, user_data, kRoutes);
+IpcMessage* queryEntry(const IpcMessage* request, int32_t kind, void* user_data) {
+  return serve(request, kind, user_data, kRoutes);
 }
 
 }  // namespace hbbtv_ryn

@@ -10,8 +10,8 @@
 #include <system_error>
 #include <thread>
 
+#include "base/malloc_ptr.h"
 #include "exit_code.h"
-#include "ipc/malloc_ptr.h"
 #include "message_text.h"
 #include "queue_state.h"
 

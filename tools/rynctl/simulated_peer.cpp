@@ -97,7 +97,7 @@ void SimulatedPeer::hang() {
   stopped_.wait(guard, [this] { return stopping_; });
 }
 
-IpcMessage* SimulatedPeer::serve(const IpcMessage* request, void* server) {
+IpcMessage* SimulatedPeer::serve(const IpcMessage* request, int32_t /*kind*/, void* server) {
   const auto* const self = static_cast<Server*>(server);
   const std::string text(request->text, static_cast<std::size_t>(request->length));
   return self->peer->answer(text, self->queue);

@@ -65,7 +65,7 @@ class SimulatedPeer {
   struct Server;
   struct Schedule;
 
-  static IpcMessage* serve(const IpcMessage* request, void* server);
+  static IpcMessage* serve(const IpcMessage* request, int32_t kind, void* server);
   IpcMessage* answer(const std::string& text, key_t queue);
   void print(const Message* message, const std::string& line);
   bool sleepUnlessStopped(std::chrono::milliseconds time);

@@ -1,6 +1,6 @@
 // Owner of memory that crosses the channel: it comes from malloc() and goes back by free().
-#ifndef HBBTV_RYN_IPC_MALLOC_PTR_H
-#define HBBTV_RYN_IPC_MALLOC_PTR_H
+#ifndef HBBTV_RYN_BASE_MALLOC_PTR_H
+#define HBBTV_RYN_BASE_MALLOC_PTR_H
 
 #include <cstdlib>
 #include <memory>
@@ -15,4 +15,4 @@ using MallocPtr = std::unique_ptr<T, FreeDeleter>;
 
 }  // namespace hbbtv_ryn
 
-#endif  // HBBTV_RYN_IPC_MALLOC_PTR_H
+#endif  // HBBTV_RYN_BASE_MALLOC_PTR_H

@@ -1,7 +1,7 @@
 // Threads of the library run with every signal blocked, so that a host's handlers never run on them and
 // no host signal interrupts their system calls.
-#ifndef HBBTV_RYN_IPC_SIGNAL_FREE_THREAD_H
-#define HBBTV_RYN_IPC_SIGNAL_FREE_THREAD_H
+#ifndef HBBTV_RYN_BASE_SIGNAL_FREE_THREAD_H
+#define HBBTV_RYN_BASE_SIGNAL_FREE_THREAD_H
 
 #include <pthread.h>
 #include <signal.h>
@@ -23,4 +23,4 @@ inline int createSignalFreeThread(pthread_t* thread, const pthread_attr_t* attri
 
 }  // namespace hbbtv_ryn
 
-#endif  // HBBTV_RYN_IPC_SIGNAL_FREE_THREAD_H
+#endif  // HBBTV_RYN_BASE_SIGNAL_FREE_THREAD_H
