@@ -37,7 +37,7 @@ void fillQueue(const uint8_t* data, std::size_t size) {
 }
 
 void receiveBounded(int chunk_size, IpcRecord* record, JoinedText* text) {
-  const int result = receiveMessage(g_queue, kChannel, chunk_size, record, text);
+  const int result = receiveMessage(g_queue, kChannel, chunk_size, record, text, nullptr);
   fuzz::require(text->bytes != nullptr, "the buffer is kept");
   fuzz::require(text->capacity <= std::max(kJoinLimit, 2 * chunk_size + 1), "the buffer stays small");
   if (result != 0) return;
@@ -46,8 +46,6 @@ void receiveBounded(int chunk_size, IpcRecord* record, JoinedText* text) {
   const int32_t reported = reportedLength(*record, text);
   fuzz::require(reported >= 0 && reported < text->capacity, "the reported length");
   fuzz::use(text->bytes.get(), static_cast<std::size_t>(reported) + 1);
-  FenceToken token;
-  readFence(*record, &token);
 }
 
 void receivePublic(int chunk_size, IpcRecord* record, JoinedText* text) {
@@ -81,6 +79,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   JoinedText text;
   fuzz::require(record && text.allocate(chunk_size), "memory");
   const auto receive = data[0] < 128 ? &receiveBounded : &receivePublic;
-  while (!isEmpty(g_queue)) receive(chunk_size, record.get(), &text);
+  while (hasWaiting(g_queue, kChannel)) receive(chunk_size, record.get(), &text);
   return 0;
 }

@@ -1,182 +1,286 @@
+#include <pthread.h>
 #include <sys/msg.h>
 
+#include <algorithm>
+#include <chrono>
 #include <mutex>
 #include <new>
+#include <optional>
+#include <thread>
 
+#include "base/cancellation_off.h"
 #include "ipc/host_call.h"
+#include "ipc/peer_life.h"
 #include "ipc/record.h"
 #include "ipc/reply_watch.h"
 
-using hbbtv_ryn::FenceToken;
+using namespace std::chrono_literals;
+using hbbtv_ryn::CancellationOff;
 using hbbtv_ryn::JoinedText;
 using hbbtv_ryn::MallocPtr;
-using hbbtv_ryn::ReplyWatch;
+using Clock = std::chrono::steady_clock;
 
 namespace {
 
 constexpr int kUnopened = -1;
+// How long a record may lie where nobody of ours serves, until it is taken off again.
+constexpr auto kOfferTime = 250ms;
+// How long nothing is offered after that.
+constexpr auto kRefusalTime = 1s;
+// How long the servers of a restart may overlap. A count of lives that stays above one is a stranger's
+// doing, or a mistake that must not cost every request.
+constexpr auto kOverlapTime = 3s;
+
+// A cancellation takes effect before a call begins, or after it: inside, it would cost an answer or a part
+// of a message, and with it the order of all that follow.
+struct Uncancelled {
+  struct Before {
+    Before() { pthread_testcancel(); }
+  } before;
+  const CancellationOff off{};
+};
+
+char no_text[] = "";
+// A record that every server takes and none answers.
+constexpr IpcMessage kFence{0, no_text};
 
 bool isTooLong(const IpcMessage& message) {
   return static_cast<uint32_t>(message.length) > static_cast<uint32_t>(IPC_MAX_MESSAGE);
 }
 
+// Waits until something that is asked for again and again is so: promptly at first, then at leisure.
+class GrowingPause {
+ public:
+  void operator()() {
+    std::this_thread::sleep_for(next_);
+    next_ = std::min<std::chrono::microseconds>(2 * next_, 20ms);
+  }
+
+ private:
+  std::chrono::microseconds next_{50};
+};
+
 }  // namespace
 
 struct IpcClient {
-  IpcClient(key_t request_key, long message_channel, bool replies, int record_chunk)
-      : key(request_key),
-        channel(message_channel),
-        with_reply(replies),
-        chunk_size(record_chunk),
-        watch(request_key, message_channel) {}
+ public:
+  IpcClient(key_t key, long channel, bool with_reply, int chunk_size)
+      : key_(key), channel_(channel), with_reply_(with_reply), chunk_size_(chunk_size), life_(key) {}
 
-  const key_t key;
-  const long channel;
-  const bool with_reply;
-  const int chunk_size;
+  bool canAsk() const { return with_reply_ && hbbtv_ryn::isChunkSize(chunk_size_); }
+  int sendOneWay(const IpcMessage& message);
+  // One synchronous exchange. `deliver(proper, length, text)` takes the answer, with the lock held.
+  template <typename Deliver>
+  int sendSync(const IpcMessage& request, Deliver deliver);
+
+ private:
+  // Who takes what is put on the request queue.
+  enum class Reader { kPlain, kOurs, kNobody };
+
+  bool openQueues();
+  bool makeRecord();
+  void lookWhoReads();
+  bool oneServerSince();
+  void noteLife(std::optional<int> life);
+  int exchange(const IpcMessage& request, JoinedText* text);
+  bool restoreOrder();
+  bool put(const IpcMessage& message, int kind);
+  bool isTaken();
+  int awaitAnswer(JoinedText* text);
+
+  const key_t key_;
+  const long channel_;
+  const bool with_reply_;
+  const int chunk_size_;
 
   // Guards everything below, and is held across a whole exchange: the wire matches answers to requests by
   // order alone, so one request per handle is out at a time.
-  std::mutex lock;
-  int request_queue = kUnopened;
-  int reply_queue = kUnopened;
-  // Requests sent whose answer has not been taken off the reply queue.
-  int unanswered = 0;
-  // Whether both queues are known to hold nothing of an earlier process's or a dead server's exchange.
-  bool in_step = false;
+  std::mutex lock_;
+  int request_queue_ = kUnopened;
+  int reply_queue_ = kUnopened;
   // For every record that is sent or received; made by the first send.
-  MallocPtr<IpcRecord> record;
-  ReplyWatch watch;
+  MallocPtr<IpcRecord> record_;
 
-  bool openQueues();
-  int sendOneWay(const IpcMessage& message);
-  // Sends a request and joins its answer, of any kind, whose final record is then in `record`.
-  int exchange(const IpcMessage& request, JoinedText* text);
-
- private:
-  bool makeRecord();
-  bool restoreOrder();
-  int awaitAnswer(JoinedText* text);
-  void onLostAnswer(bool server_died);
+  hbbtv_ryn::PeerLife life_;
+  hbbtv_ryn::ReplyWatch::Ptr watch_;
+  Reader reader_ = Reader::kPlain;
+  int deaths_ = 0;  // as the present exchange began
+  std::optional<Clock::time_point> several_since_;
+  bool has_met_ours_ = false;
+  // Whether something may still be answered that nobody waits for.
+  bool in_doubt_ = false;
+  Clock::time_point refused_until_ = Clock::time_point::min();
 };
 
 bool IpcClient::openQueues() {
-  if (request_queue < 0) request_queue = msgget(key, 0666);
-  if (request_queue < 0) return false;
-  if (!with_reply || reply_queue >= 0) return true;
-  reply_queue = msgget(hbbtv_ryn::replyKey(key), 0666);
-  if (reply_queue < 0) return false;
+  if (request_queue_ < 0) request_queue_ = msgget(key_, 0666);
+  if (request_queue_ < 0) return false;
+  if (!with_reply_ || reply_queue_ >= 0) return true;
+  reply_queue_ = msgget(hbbtv_ryn::replyKey(key_), 0666);
+  if (reply_queue_ < 0) return false;
   // Answers to an earlier process of ours.
-  hbbtv_ryn::discardWaiting(reply_queue, channel);
+  hbbtv_ryn::discardWaiting(reply_queue_, channel_);
   return true;
 }
 
-int IpcClient::sendOneWay(const IpcMessage& message) {
-  if (!openQueues()) return -3;
-  if (isTooLong(message)) return -1;
-  if (!makeRecord()) return -1;
-  const int sent = hbbtv_ryn::sendMessage(request_queue, channel, chunk_size, &message, IPC_KIND_ONEWAY,
-                                          record.get(), nullptr);
-  return sent == 0 ? 0 : -1;
+bool IpcClient::makeRecord() {
+  if (!record_) record_ = hbbtv_ryn::newRecordToSend(chunk_size_);
+  return record_ != nullptr;
 }
 
-bool IpcClient::makeRecord() {
-  if (!record) record = hbbtv_ryn::newRecordToSend(chunk_size);
-  return record != nullptr;
+int IpcClient::sendOneWay(const IpcMessage& message) {
+  const std::lock_guard<std::mutex> guard(lock_);
+  if (!openQueues()) return -3;
+  if (isTooLong(message)) return -1;
+  if (!hbbtv_ryn::isChunkSize(chunk_size_) || !makeRecord()) return -1;
+  const auto sent = hbbtv_ryn::sendMessage(request_queue_, channel_, chunk_size_, &message, IPC_KIND_ONEWAY,
+                                           record_.get());
+  return sent == hbbtv_ryn::Sent::kRefused ? -1 : 0;
+}
+
+template <typename Deliver>
+int IpcClient::sendSync(const IpcMessage& request, Deliver deliver) {
+  const std::lock_guard<std::mutex> guard(lock_);
+  if (!openQueues()) return -3;
+  if (isTooLong(request)) return -1;
+  JoinedText text;
+  const int result = exchange(request, &text);
+  if (result != 0) text.bytes.reset();
+  const bool proper = result == 0 && record_->kind == IPC_KIND_REPLY && record_->last == 1;
+  deliver(proper, proper ? hbbtv_ryn::reportedLength(*record_, &text) : 0, text.bytes);
+  return result;
+}
+
+void IpcClient::lookWhoReads() {
+  const auto deaths = channel_ == hbbtv_ryn::kProtectedChannel ? life_.deaths() : std::nullopt;
+  if (!deaths) {
+    reader_ = Reader::kPlain;
+    return;
+  }
+  // Life does not fall without a death.
+  if (reader_ == Reader::kOurs && deaths_ == *deaths) return;
+  deaths_ = *deaths;
+  const auto life = life_.life();
+  noteLife(life);
+  reader_ = life != 0 ? Reader::kOurs : Reader::kNobody;
+}
+
+void IpcClient::noteLife(std::optional<int> life) {
+  if (life.value_or(1) <= 1) {
+    several_since_.reset();
+  } else if (!several_since_) {
+    several_since_ = Clock::now();
+  }
+}
+
+// Whether all that was taken since the exchange began was taken by the one server that there is. Life
+// first: if another one has come and gone between the looks, the deaths tell.
+bool IpcClient::oneServerSince() {
+  noteLife(life_.life());
+  const bool overlap = several_since_ && Clock::now() - *several_since_ < kOverlapTime;
+  return !overlap && life_.deaths() == deaths_;
 }
 
 int IpcClient::exchange(const IpcMessage& request, JoinedText* text) {
-  if (!makeRecord()) return -4;
-  if (!watch.mayRead()) return -1;
-  if (!watch.prepare()) return -4;
-  if (!restoreOrder()) return -1;
-  if (hbbtv_ryn::sendMessage(request_queue, channel, chunk_size, &request, IPC_KIND_REQUEST, record.get(),
-                             &watch) != 0) {
-    // The beginning of the request may be on the queue. A fence ends it, so that the successor of a dead
-    // server does not join a one-way message to it.
-    in_step = false;
-    hbbtv_ryn::postFence(request_queue, channel, watch.newToken());
-    return -1;
+  if (!hbbtv_ryn::canBeCut(channel_, chunk_size_, &request)) return -1;
+  if (!makeRecord() || !text->allocate(chunk_size_)) return -4;
+  lookWhoReads();
+  if (reader_ == Reader::kNobody) {
+    // Other records that wait show that nobody takes any.
+    if (Clock::now() < refused_until_ || hbbtv_ryn::hasWaiting(request_queue_, channel_)) return -1;
   }
-  ++unanswered;
-  if (!text->allocate(chunk_size)) return -4;
+  if (reader_ != Reader::kPlain && (!watch_ || watch_->isLeftBehind())) {
+    watch_ = hbbtv_ryn::ReplyWatch::start(&life_, channel_);
+    if (!watch_) return -4;
+  }
+  if (reader_ == Reader::kOurs) {
+    // Whoever asked before us may still be answered. And any process may write to the request queue: the
+    // answers to that lie on our reply queue, where each would shift all later ones by one.
+    if (!has_met_ours_) in_doubt_ = in_doubt_ || hbbtv_ryn::hasBeenSentTo(request_queue_);
+    if (watch_->takeTick() && hbbtv_ryn::hasWaiting(reply_queue_, channel_)) in_doubt_ = true;
+    has_met_ours_ = true;
+  }
+  if (in_doubt_ && !restoreOrder()) return -1;
+  if (!put(request, IPC_KIND_REQUEST)) return -1;
   return awaitAnswer(text);
 }
 
-// Makes sure that the next answer on the reply queue is the answer to the next request.
+// Makes sure that the next answer is the answer to the next request. A server is sequential: when it has
+// taken a later record, everything that it had to say to the earlier ones lies on the reply queue. That
+// record also ends what a dead sender has left unfinished in front of it.
 bool IpcClient::restoreOrder() {
-  // Any process may write to the request queue, and its answers lie on our reply queue: taken for ours,
-  // each of them would shift every later answer by one.
-  if (in_step && watch.takeStrayCheck() && !hbbtv_ryn::isEmpty(reply_queue)) in_step = false;
-  if (in_step && unanswered == 0) return true;
-  if (!watch.answersFences()) {
-    // An older peer: counting answers is all that can be done.
-    in_step = true;
-    return true;
+  // Of several servers another one might take it than the one that still has to answer.
+  if (reader_ == Reader::kOurs && !oneServerSince()) return false;
+  hbbtv_ryn::discardWaiting(reply_queue_, channel_);  // room for what is to come
+  if (!put(kFence, IPC_KIND_FAILURE)) return false;
+  GrowingPause pause;
+  while (hbbtv_ryn::hasWaiting(request_queue_, channel_)) {
+    hbbtv_ryn::discardWaiting(reply_queue_, channel_);
+    if (reader_ == Reader::kOurs && life_.deaths() != deaths_) return false;
+    pause();
   }
-  const FenceToken token = watch.newToken();
-  // A full queue is no failure here: the watch posts the fence again.
-  hbbtv_ryn::postFence(request_queue, channel, token);
-  ReplyWatch::Vigil vigil(&watch, request_queue, reply_queue, token);
-  const bool arrived = hbbtv_ryn::awaitFence(reply_queue, channel, chunk_size, record.get(), token);
-  if (vigil.end() || !arrived) return false;
-  unanswered = 0;
-  in_step = true;
+  if (reader_ == Reader::kOurs && !oneServerSince()) return false;
+  hbbtv_ryn::discardWaiting(reply_queue_, channel_);
+  in_doubt_ = false;
+  return true;
+}
+
+// Puts a message on the request queue. False when it was not, or not wholly, taken over.
+bool IpcClient::put(const IpcMessage& message, int kind) {
+  hbbtv_ryn::RecordCutter records(channel_, chunk_size_, message, kind, record_.get());
+  while (records.next()) {
+    if (!hbbtv_ryn::putRecord(request_queue_, chunk_size_, *record_)) {
+      in_doubt_ = true;
+      return false;
+    }
+    if (reader_ == Reader::kNobody && !isTaken()) return false;
+  }
+  return true;
+}
+
+// Whether the record that has been put where nobody of ours serves finds a taker, and who that is: a plain
+// server may have taken the key over, or one of ours may just have started.
+bool IpcClient::isTaken() {
+  const auto end = Clock::now() + kOfferTime;
+  GrowingPause pause;
+  while (hbbtv_ryn::hasWaiting(request_queue_, channel_)) {
+    if (Clock::now() < end) {
+      pause();
+    } else if (msgrcv(request_queue_, record_.get(), hbbtv_ryn::recordPayloadBytes(chunk_size_), channel_,
+                      IPC_NOWAIT | MSG_NOERROR) >= 0) {
+      refused_until_ = Clock::now() + kRefusalTime;
+      return false;
+    }
+  }
+  // Life first: if a server of ours has taken the record and was dead by then, the deaths tell.
+  const auto life = life_.life();
+  if (life_.deaths() != deaths_) {
+    in_doubt_ = true;
+    return false;
+  }
+  reader_ = life == 0 ? Reader::kPlain : Reader::kOurs;
   return true;
 }
 
 int IpcClient::awaitAnswer(JoinedText* text) {
-  const FenceToken token = watch.newToken();
-  ReplyWatch::Vigil vigil(&watch, request_queue, reply_queue, token);
-  int result = -1;
-  bool lost = false;
-  while (hbbtv_ryn::receiveMessage(reply_queue, channel, chunk_size, record.get(), text) == 0) {
-    FenceToken arrived;
-    if (hbbtv_ryn::readFence(*record, &arrived)) {
-      lost = arrived == token;
-      if (lost) break;
-      continue;  // left over from a request that was answered after all
-    }
-    if (--unanswered == 0) {
-      // Junk that a stranger wrote to the request queue is answered with a failure reply too: ours may
-      // still be to come.
-      if (record->kind != IPC_KIND_REPLY) in_step = false;
-      result = 0;
-      break;
-    }
+  const bool several_records = record_->sequence > 1;
+  const bool protected_wait = reader_ == Reader::kOurs;
+  if (protected_wait) watch_->begin(reply_queue_, deaths_);
+  const int received = hbbtv_ryn::receiveMessage(reply_queue_, channel_, chunk_size_, record_.get(), text,
+                                                 protected_wait ? watch_.get() : nullptr);
+  // The watch's record must not stay behind.
+  if (protected_wait && watch_->end()) hbbtv_ryn::discardWaiting(reply_queue_, channel_);
+  bool usable = received == 0;
+  if (usable && protected_wait) {
+    // An answer with a gap. Or one to a part of the request: the rest went to another server.
+    usable = text->length == record_->total_length && (!several_records || oneServerSince());
+    // A failure reply may be to the junk of a stranger, and ours still to come.
+    if (record_->kind != IPC_KIND_REPLY) in_doubt_ = true;
   }
-  const bool server_died = vigil.end();
-  if (lost) onLostAnswer(server_died);
-  return result;
+  if (usable) return 0;
+  in_doubt_ = true;
+  return -1;
 }
-
-void IpcClient::onLostAnswer(bool server_died) {
-  in_step = !server_died;
-  // A live server sent the fence back behind every answer it had. A dead one answers nothing, but its
-  // successor does if the request, our last record on this queue, is still there.
-  unanswered = server_died && !hbbtv_ryn::isEmpty(request_queue) ? 1 : 0;
-}
-
-namespace {
-
-// One synchronous exchange. `deliver(proper, length, text)` takes the answer, with the handle's lock held.
-template <typename Deliver>
-int sendSync(IpcClient* client, const IpcMessage* request, Deliver deliver) {
-  if (client == nullptr || request == nullptr || request->length == 0) return -3;
-  if (!client->with_reply || !hbbtv_ryn::isChunkSize(client->chunk_size)) return -3;
-  const std::lock_guard<std::mutex> guard(client->lock);
-  if (!client->openQueues()) return -3;
-  if (isTooLong(*request)) return -1;
-  JoinedText text;
-  const int result = client->exchange(*request, &text);
-  if (result != 0) text.bytes.reset();
-  const IpcRecord* const record = client->record.get();
-  const bool proper = result == 0 && record->kind == IPC_KIND_REPLY && record->last == 1;
-  deliver(proper, proper ? hbbtv_ryn::reportedLength(*record, &text) : 0, text.bytes);
-  return result;
-}
-
-}  // namespace
 
 int zunt_ipc_client_create(key_t key, long channel, int with_reply, int chunk_size, IpcClient** client) {
   if (client == nullptr) return -3;
@@ -194,21 +298,25 @@ int zunt_ipc_client_destroy(IpcClient* client) {
 
 int zunt_ipc_client_send(IpcClient* client, const IpcMessage* message) {
   if (client == nullptr || message == nullptr || message->length == 0) return -3;
-  const std::lock_guard<std::mutex> guard(client->lock);
+  const Uncancelled call{};
   return client->sendOneWay(*message);
 }
 
 int zunt_ipc_client_send_sync_with_callback(IpcClient* client, const IpcMessage* request,
                                             IpcReplyHandler handler) {
-  return sendSync(client, request, [&](bool proper, int32_t length, MallocPtr<char>& text) {
+  if (client == nullptr || request == nullptr || request->length == 0 || !client->canAsk()) return -3;
+  const Uncancelled call{};
+  return client->sendSync(*request, [&](bool proper, int32_t length, MallocPtr<char>& text) {
     const IpcMessage reply{length, text.get()};
     if (proper && handler != nullptr) hbbtv_ryn::returnsNormally([&] { handler(&reply, 0); });
   });
 }
 
 int zunt_ipc_client_send_sync_with_params(IpcClient* client, const IpcMessage* request, IpcMessage* reply) {
+  if (client == nullptr || request == nullptr || request->length == 0 || !client->canAsk()) return -3;
   if (reply == nullptr) return -3;
-  return sendSync(client, request, [&](bool proper, int32_t length, MallocPtr<char>& text) {
+  const Uncancelled call{};
+  return client->sendSync(*request, [&](bool proper, int32_t length, MallocPtr<char>& text) {
     if (proper) reply->length = length;
     reply->text = text.release();
   });

@@ -3,74 +3,66 @@
 #include <sys/ipc.h>
 #include <sys/sem.h>
 
-#include <cerrno>
-#include <ctime>
+#include "base/fork_count.h"
 
 namespace hbbtv_ryn {
 namespace {
 
-constexpr unsigned short kLife = 0;
-constexpr unsigned short kFences = 1;
+constexpr unsigned short kLife = PeerLife::kLife;
+constexpr unsigned short kDeaths = PeerLife::kDeaths;
 constexpr int kSemaphoreCount = 2;
 constexpr int kMode = 0666;  // as the queues: the two processes may run as different users
 
-// Adds `change` units to each semaphore that the server holds.
-bool changeUnits(int semaphores, bool answers_fences, short change) {
-  sembuf changes[] = {{kLife, change, SEM_UNDO | IPC_NOWAIT}, {kFences, change, SEM_UNDO | IPC_NOWAIT}};
-  return semop(semaphores, changes, answers_fences ? 2 : 1) == 0;
+// The kernel counts no further than 32767, and a count that stands still tells nothing.
+constexpr short kStartOver = 30000;
+
+template <std::size_t Count>
+bool change(int semaphores, sembuf (&&changes)[Count]) {
+  return semop(semaphores, changes, Count) == 0;
+}
+
+void keepCountable(int semaphores) {
+  change(semaphores, {{kDeaths, -kStartOver, IPC_NOWAIT}});  // refused while the count is below
 }
 
 }  // namespace
 
-bool ServerLife::begin(key_t key, bool answers_fences) {
-  answers_fences_ = answers_fences;
-  int semaphores = semget(key, kSemaphoreCount, IPC_CREAT | kMode);
-  if (semaphores < 0) {
-    // A set of one semaphore stands on the key already: it still tells our life.
-    answers_fences_ = false;
-    semaphores = semget(key, 1, kMode);
+void ServerLife::begin(key_t key) {
+  const int semaphores = semget(key, kSemaphoreCount, IPC_CREAT | kMode);
+  if (semaphores < 0) return;
+  keepCountable(semaphores);
+  // One death now, taken back for as long as the process lives: its end adds it again.
+  if (!change(semaphores, {{kDeaths, 1, IPC_NOWAIT},
+                           {kDeaths, -1, IPC_NOWAIT | SEM_UNDO},
+                           {kLife, 1, IPC_NOWAIT | SEM_UNDO}})) {
+    return;
   }
-  // A set that may not be altered stays at 0, and clients that may read it would take us for dead.
-  if (semaphores < 0) return errno != EACCES;
-  if (!changeUnits(semaphores, answers_fences_, 1)) return false;
   semaphores_ = semaphores;
-  return true;
+  forks_ = forkCount();
+}
+
+void ServerLife::noteLoss() const {
+  if (semaphores_ < 0) return;
+  keepCountable(semaphores_);
+  change(semaphores_, {{kDeaths, 1, IPC_NOWAIT}});
 }
 
 void ServerLife::end() {
-  if (semaphores_ < 0) return;
-  changeUnits(semaphores_, answers_fences_, -1);
+  if (semaphores_ < 0 || forks_ != forkCount()) return;
+  change(semaphores_, {{kLife, -1, IPC_NOWAIT | SEM_UNDO}, {kDeaths, 1, IPC_NOWAIT | SEM_UNDO}});
   semaphores_ = -1;
 }
 
-int PeerLife::value(int semaphore) {
-  if (semaphores_ < 0) semaphores_ = semget(key_, 0, 0);
-  if (semaphores_ < 0) return -1;
-  const int value = semctl(semaphores_, semaphore, GETVAL);
-  // Every set has a first semaphore, so the set has been removed; a server to come makes a new one.
-  if (value < 0 && semaphore == kLife) semaphores_ = -1;
-  return value;
-}
-
-PeerLife::State PeerLife::state() {
-  const int units = value(kLife);
-  if (units < 0) return State::kUnknown;
-  return units == 0 ? State::kGone : State::kAlive;
-}
-
-bool PeerLife::answersFences() {
-  return value(kFences) > 0;
-}
-
-bool PeerLife::awaitDeath(int semaphores, std::chrono::milliseconds limit) {
-  // A wait for zero is completed by the very call, or process exit, that brings the semaphore to zero, so
-  // a server that is replaced at once is still seen to die.
-  sembuf until_zero{kLife, 0, 0};
-  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(limit);
-  const timespec time{static_cast<time_t>(seconds.count()),
-                      static_cast<long>(std::chrono::nanoseconds(limit - seconds).count())};
-  if (semtimedop(semaphores, &until_zero, 1, &time) == 0) return true;
-  return errno != EAGAIN && errno != EINTR;
+std::optional<int> PeerLife::value(int semaphore) {
+  int semaphores = semaphores_;
+  for (const bool found_before : {semaphores >= 0, false}) {
+    if (!found_before) semaphores = semget(key_, kSemaphoreCount, 0);
+    const int value = semaphores < 0 ? -1 : semctl(semaphores, semaphore, GETVAL);
+    semaphores_ = value < 0 ? -1 : semaphores;
+    if (value >= 0) return value;
+    if (!found_before) break;  // else the set was removed, and there may be a new one
+  }
+  return std::nullopt;
 }
 
 }  // namespace hbbtv_ryn

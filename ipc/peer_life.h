@@ -1,19 +1,27 @@
-// The life of a peer, told by a System V semaphore on the request queue's key.
-//
-// Semaphore 0 counts the receive threads that serve the queue, semaphore 1 those of them that send fences
-// back. Both units are taken with SEM_UNDO, so the kernel returns them when the process dies by any cause,
-// and they live in the same IPC namespace as the queues. A peer that has only semaphore 0, or none, is an
-// older one.
+/// @file
+/// The life of a queue's servers, told beside the wire by a set of two System V semaphores on the request
+/// queue's key. They live in the IPC namespace of the queues, and what a server has put there with SEM_UNDO
+/// the kernel takes back when its process ends by any cause.
+///
+///   life    one unit per receive thread that serves the protected channel
+///   deaths  counts what cost a requester its answer: ends of such threads, and messages that they lost
+///
+/// Life cannot fall without deaths rising, in one step. A server without the units is a plain one. The set
+/// is anybody's to create and to alter, so no value of it is relied on for more than an answer of -1.
 #ifndef HBBTV_RYN_IPC_PEER_LIFE_H
 #define HBBTV_RYN_IPC_PEER_LIFE_H
 
 #include <sys/types.h>
 
-#include <chrono>
+#include <atomic>
+#include <optional>
 
 namespace hbbtv_ryn {
 
-// A server's unit. Where semaphores cannot be had, the server serves without.
+/// The only channel whose servers are told of; the other ones of a key are plain.
+inline constexpr long kProtectedChannel = 1;
+
+/// A server's unit. Where it cannot be had, the server serves as a plain one.
 class ServerLife {
  public:
   ServerLife() = default;
@@ -21,42 +29,34 @@ class ServerLife {
   ServerLife(const ServerLife&) = delete;
   ServerLife& operator=(const ServerLife&) = delete;
 
-  // False when the set is there but the unit cannot be taken: clients would take the server for dead.
-  bool begin(key_t key, bool answers_fences);
+  void begin(key_t key);
+  /// To be called when a request, or a record of an answer, was lost: its requester waits in vain.
+  void noteLoss() const;
   void end();
 
  private:
   int semaphores_ = -1;  // -1: no unit is held
-  bool answers_fences_ = false;
+  unsigned forks_ = 0;   // a child that was forked off holds no unit
 };
 
-// What a client knows of the servers of its queue. Not synchronised: the owner guards it.
+/// What a client sees of the servers of its queue. Any thread may ask.
 class PeerLife {
  public:
-  enum class State {
-    kUnknown,  // no semaphore: an older peer, of which nothing is known
-    kAlive,
-    kGone,
-  };
-
   explicit PeerLife(key_t key) : key_(key) {}
 
-  // One system call, once the semaphore has been found.
-  State state();
-  bool answersFences();
+  /// Each is one system call once the set has been found. Nothing when there is no set that can be read.
+  std::optional<int> deaths() { return value(kDeaths); }
+  std::optional<int> life() { return value(kLife); }
 
-  // Id of the semaphore set for awaitDeath(); -1 when the peer is an older one.
-  int semaphores() const { return semaphores_; }
-
-  // Waits until no server is left. True at once when that is so, and also when a server has died and
-  // another has taken its place meanwhile; false when the time is over. Blocks up to `limit`.
-  static bool awaitDeath(int semaphores, std::chrono::milliseconds limit);
+  /// The places of the semaphores in the set.
+  static constexpr unsigned short kLife = 0;
+  static constexpr unsigned short kDeaths = 1;
 
  private:
-  int value(int semaphore);
+  std::optional<int> value(int semaphore);
 
   const key_t key_;
-  int semaphores_ = -1;
+  std::atomic<int> semaphores_{-1};  // -1: not found yet, or removed
 };
 
 }  // namespace hbbtv_ryn

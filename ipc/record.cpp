@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/cancellation_off.h"
+
 namespace hbbtv_ryn {
 namespace {
 
@@ -19,22 +21,6 @@ static_assert(recordPayloadBytes(IPC_CHUNK_SIZE) == IPC_CHUNK_SIZE + 32);
 constexpr std::size_t kHeaderBytes = offsetof(IpcRecord, data) - sizeof(long);
 constexpr useconds_t kResendPauseMicroseconds = 50000;
 
-// One attempt and its resends. A record that still finds no room is dropped: the sender must not hang on
-// a receiver that has stopped reading. False when `receiver` says that a resend is in vain.
-bool sendOrDrop(int queue_id, const IpcRecord& record, std::size_t payload, Receiver* receiver) {
-  if (msgsnd(queue_id, &record, payload, IPC_NOWAIT) == 0) return true;
-  const bool full = errno == EAGAIN;
-  usleep(kResendPauseMicroseconds);
-  if (full) std::puts("\n###### msgsnd EAGAIN ######");
-  for (int resend = 0; resend < IPC_RETRY_COUNT; ++resend) {
-    usleep(kResendPauseMicroseconds);
-    if (receiver != nullptr && !receiver->mayRead()) return false;
-    if (msgsnd(queue_id, &record, payload, IPC_NOWAIT) == 0) return true;
-    if (errno == EAGAIN) std::puts("\n###### resend msgsnd EAGAIN ######");
-  }
-  return true;
-}
-
 void reportReceiveError(int error) {
   std::fprintf(stderr, "SERVER msgrcv res:%d, errno:%d, strerror:%s\n", -1, error, std::strerror(error));
 }
@@ -44,18 +30,12 @@ ssize_t takeRecord(int queue_id, long channel, std::size_t payload, IpcRecord* r
   const ssize_t received = msgrcv(queue_id, record, payload, channel, 0);
   if (received >= 0) return received;
   const int error = errno;
+  record->kind = IPC_KIND_STOP;
   // The kernel refuses a message larger than our record and leaves it first in the queue, so every later
   // receive would fail on it too: take it off here.
   if (error == E2BIG) msgrcv(queue_id, record, payload, channel, MSG_NOERROR | IPC_NOWAIT);
   reportReceiveError(error);
   return -1;
-}
-
-// Whether the record keeps its own promises: any process may write to the queue.
-bool isWhole(const IpcRecord& record, std::size_t received, int chunk_size) {
-  if (received < kHeaderBytes || record.chunk_length < 0 || record.chunk_length > chunk_size + 1)
-    return false;
-  return static_cast<std::size_t>(record.chunk_length) <= received - kHeaderBytes;
 }
 
 // Doubles the buffer until `more` bytes and a NUL fit behind `used`. False when it cannot.
@@ -72,31 +52,39 @@ bool makeRoom(char** text, int* capacity, int used, int more, int limit) {
   return true;
 }
 
+// What joining does with a text that cannot be kept.
+enum class Overflow { kReturn, kTakeToTheLast };
+
+struct Joining {
+  int limit;
+  Overflow overflow;
+  Interruption* interruption;
+};
+
 int joinRecords(int queue_id, long channel, int chunk_size, IpcRecord* record, char** text, int* capacity,
-                int limit, int* joined) {
+                const Joining& joining, int* joined) {
   const std::size_t payload = recordPayloadBytes(chunk_size);
   int used = 0;
-  for (;;) {
+  bool kept = true;
+  do {
     const ssize_t received = takeRecord(queue_id, channel, payload, record);
     if (received < 0) return -1;
-    if (!isWhole(*record, static_cast<std::size_t>(received), chunk_size)) continue;
-    if (!makeRoom(text, capacity, used, record->chunk_length, limit)) return -4;
+    if (received == 0 && joining.interruption != nullptr && joining.interruption->isOver()) return -1;
+    if (!isWhole(*record, static_cast<std::size_t>(received), chunk_size)) {
+      record->last = 0;
+      continue;
+    }
+    kept = kept && makeRoom(text, capacity, used, record->chunk_length, joining.limit);
+    if (!kept && joining.overflow == Overflow::kReturn) return -4;
+    if (!kept) continue;
     std::memcpy(*text + used, record->data, static_cast<std::size_t>(record->chunk_length));
     used += record->chunk_length;
-    if (record->last != 0) break;
-  }
+  } while (record->last == 0);
+  if (!kept) return -4;
   (*text)[used] = '\0';
   *joined = used;
   return 0;
 }
-
-struct FenceRecord {
-  long mtype;
-  int32_t kind, total_length, sequence, last, marker, reserved, chunk_length;
-  char data[sizeof(FenceToken)];
-};
-static_assert(offsetof(FenceRecord, data) == offsetof(IpcRecord, data));
-constexpr std::size_t kFencePayloadBytes = kHeaderBytes + sizeof(FenceToken);
 
 }  // namespace
 
@@ -119,33 +107,63 @@ bool JoinedText::allocate(int chunk_size) {
   return bytes != nullptr;
 }
 
-int sendMessage(int queue_id, long channel, int chunk_size, const IpcMessage* message, int kind,
-                IpcRecord* record, Receiver* receiver) {
-  if (message == nullptr || !isChunkSize(chunk_size) || channel < 0) return -3;
-  if (message->length < 0 || (message->text == nullptr && message->length > 0)) return -3;
+bool canBeCut(long channel, int chunk_size, const IpcMessage* message) {
+  if (message == nullptr || !isChunkSize(chunk_size) || channel < 0) return false;
+  return message->length >= 0 && (message->text != nullptr || message->length == 0);
+}
+
+RecordCutter::RecordCutter(long channel, int chunk_size, const IpcMessage& message, int kind,
+                           IpcRecord* record)
+    : message_(message), chunk_size_(chunk_size), record_(record) {
   record->mtype = channel;
   record->kind = kind;
-  record->total_length = message->length;
+  record->total_length = message.length;
   record->sequence = 0;
   record->last = 0;
   record->marker = 1;
   record->reserved = 0;
-  const int full_chunk = chunk_size + 1;
-  const std::size_t payload = recordPayloadBytes(chunk_size);
-  for (int sent = 0; record->last == 0;) {
-    const int chunk = std::min(full_chunk, message->length - sent);
-    if (chunk > 0) std::memcpy(record->data, message->text + sent, static_cast<std::size_t>(chunk));
-    std::memset(record->data + chunk, 0, payload - kHeaderBytes - static_cast<std::size_t>(chunk));
-    sent += chunk;
-    ++record->sequence;
-    record->chunk_length = chunk;
-    record->last = sent == message->length ? 1 : 0;
-    if (!sendOrDrop(queue_id, *record, payload, receiver)) return -1;
-  }
-  return 0;
 }
 
-int receiveMessage(int queue_id, long channel, int chunk_size, IpcRecord* record, JoinedText* text) {
+bool RecordCutter::next() {
+  if (record_->last != 0) return false;
+  const int chunk = std::min(chunk_size_ + 1, message_.length - cut_);
+  const std::size_t area = recordPayloadBytes(chunk_size_) - kHeaderBytes;
+  if (chunk > 0) std::memcpy(record_->data, message_.text + cut_, static_cast<std::size_t>(chunk));
+  std::memset(record_->data + chunk, 0, area - static_cast<std::size_t>(chunk));
+  cut_ += chunk;
+  ++record_->sequence;
+  record_->chunk_length = chunk;
+  record_->last = cut_ == message_.length ? 1 : 0;
+  return true;
+}
+
+bool putRecord(int queue_id, int chunk_size, const IpcRecord& record) {
+  const std::size_t payload = recordPayloadBytes(chunk_size);
+  if (msgsnd(queue_id, &record, payload, IPC_NOWAIT) == 0) return true;
+  const bool full = errno == EAGAIN;
+  usleep(kResendPauseMicroseconds);
+  if (full) std::puts("\n###### msgsnd EAGAIN ######");
+  for (int resend = 0; resend < IPC_RETRY_COUNT; ++resend) {
+    usleep(kResendPauseMicroseconds);
+    if (msgsnd(queue_id, &record, payload, IPC_NOWAIT) == 0) return true;
+    if (errno == EAGAIN) std::puts("\n###### resend msgsnd EAGAIN ######");
+  }
+  return false;
+}
+
+Sent sendMessage(int queue_id, long channel, int chunk_size, const IpcMessage* message, int kind,
+                 IpcRecord* record) {
+  if (!canBeCut(channel, chunk_size, message)) return Sent::kRefused;
+  Sent sent = Sent::kWhole;
+  RecordCutter records(channel, chunk_size, *message, kind, record);
+  while (records.next()) {
+    if (!putRecord(queue_id, chunk_size, *record)) sent = Sent::kWithGaps;
+  }
+  return sent;
+}
+
+int receiveMessage(int queue_id, long channel, int chunk_size, IpcRecord* record, JoinedText* text,
+                   Interruption* interruption) {
   char* bytes = text->bytes.release();
   // Cancellation unwinds this frame while msgrcv() waits: the buffer must find its owner again.
   struct GiveBack {
@@ -153,8 +171,15 @@ int receiveMessage(int queue_id, long channel, int chunk_size, IpcRecord* record
     char** bytes;
     ~GiveBack() { text->bytes.reset(*bytes); }
   } give_back{text, &bytes};
-  return joinRecords(queue_id, channel, chunk_size, record, &bytes, &text->capacity,
-                     std::max(kJoinLimit, 2 * chunk_size + 1), &text->length);
+  const Joining bounded{std::max(kJoinLimit, 2 * chunk_size + 1), Overflow::kTakeToTheLast, interruption};
+  return joinRecords(queue_id, channel, chunk_size, record, &bytes, &text->capacity, bounded,
+                     &text->length);
+}
+
+bool isWhole(const IpcRecord& record, std::size_t received, int chunk_size) {
+  if (received < kHeaderBytes || record.chunk_length < 0 || record.chunk_length > chunk_size + 1)
+    return false;
+  return static_cast<std::size_t>(record.chunk_length) <= received - kHeaderBytes;
 }
 
 int32_t reportedLength(const IpcRecord& record, JoinedText* text) {
@@ -169,41 +194,21 @@ int32_t reportedLength(const IpcRecord& record, JoinedText* text) {
 void discardWaiting(int queue_id, long channel) {
   msqid_ds queue{};
   if (msgctl(queue_id, IPC_STAT, &queue) != 0) return;
-  FenceRecord record;
+  long type = 0;
   for (msgqnum_t waiting = queue.msg_qnum; waiting > 0; --waiting) {
-    if (msgrcv(queue_id, &record, kFencePayloadBytes, channel, IPC_NOWAIT | MSG_NOERROR) < 0) return;
+    if (msgrcv(queue_id, &type, 0, channel, IPC_NOWAIT | MSG_NOERROR) < 0) return;
   }
 }
 
-bool isEmpty(int queue_id) {
+bool hasBeenSentTo(int queue_id) {
   msqid_ds queue{};
-  return msgctl(queue_id, IPC_STAT, &queue) != 0 || queue.msg_qnum == 0;
+  // The time alone would do, did it not start at 0; the process is 0 when it is of another pid namespace.
+  return msgctl(queue_id, IPC_STAT, &queue) != 0 || queue.msg_stime != 0 || queue.msg_lspid != 0;
 }
 
-bool postFence(int queue_id, long channel, FenceToken token) {
-  FenceRecord record{channel, kKindFence, sizeof token, 1, 1, 1, 0, sizeof token, {}};
-  std::memcpy(record.data, &token, sizeof token);
-  return msgsnd(queue_id, &record, kFencePayloadBytes, IPC_NOWAIT) == 0;
-}
-
-bool awaitFence(int queue_id, long channel, int chunk_size, IpcRecord* record, FenceToken token) {
-  FenceToken arrived;
-  for (;;) {
-    // The records in front of the fence are dropped whatever their size: their tails are of no interest.
-    const ssize_t received = msgrcv(queue_id, record, recordPayloadBytes(chunk_size), channel, MSG_NOERROR);
-    if (received < 0) {
-      reportReceiveError(errno);
-      return false;
-    }
-    if (!isWhole(*record, static_cast<std::size_t>(received), chunk_size)) continue;
-    if (readFence(*record, &arrived) && arrived == token) return true;
-  }
-}
-
-bool readFence(const IpcRecord& record, FenceToken* token) {
-  if (record.kind != kKindFence || record.last != 1 || record.chunk_length != sizeof *token) return false;
-  std::memcpy(token, record.data, sizeof *token);
-  return true;
+bool hasWaiting(int queue_id, long channel) {
+  long type = 0;
+  return msgrcv(queue_id, &type, 0, channel, IPC_NOWAIT) >= 0 || errno == E2BIG;
 }
 
 }  // namespace hbbtv_ryn
@@ -211,10 +216,12 @@ bool readFence(const IpcRecord& record, FenceToken* token) {
 using hbbtv_ryn::isChunkSize;
 
 int ipc_snd_internal(int queue_id, long channel, int chunk_size, const IpcMessage* message, int kind) {
-  if (message == nullptr || !isChunkSize(chunk_size) || channel < 0) return -3;
+  if (!hbbtv_ryn::canBeCut(channel, chunk_size, message)) return -3;
+  const hbbtv_ryn::CancellationOff off;  // half a message would be joined with the next one
   const auto record = hbbtv_ryn::newRecordToSend(chunk_size);
   if (!record) return -4;
-  return hbbtv_ryn::sendMessage(queue_id, channel, chunk_size, message, kind, record.get(), nullptr);
+  hbbtv_ryn::sendMessage(queue_id, channel, chunk_size, message, kind, record.get());
+  return 0;
 }
 
 int ipc_rcv_internal(int queue_id, long channel, int chunk_size, IpcRecord* record, char** text,
@@ -222,5 +229,6 @@ int ipc_rcv_internal(int queue_id, long channel, int chunk_size, IpcRecord* reco
   if (record == nullptr || text == nullptr || capacity == nullptr) return -3;
   if (*capacity < 1 || !isChunkSize(chunk_size)) return -3;
   int joined = 0;
-  return hbbtv_ryn::joinRecords(queue_id, channel, chunk_size, record, text, capacity, INT_MAX, &joined);
+  const hbbtv_ryn::Joining unbounded{INT_MAX, hbbtv_ryn::Overflow::kReturn, nullptr};
+  return hbbtv_ryn::joinRecords(queue_id, channel, chunk_size, record, text, capacity, unbounded, &joined);
 }

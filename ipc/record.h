@@ -1,5 +1,5 @@
-// Records behind the two public primitives: what arrives from a queue, and the records that only the
-// channel itself exchanges.
+/// @file
+/// Records behind the two public primitives.
 #ifndef HBBTV_RYN_IPC_RECORD_H
 #define HBBTV_RYN_IPC_RECORD_H
 
@@ -42,27 +42,57 @@ struct JoinedText {
 
 // The largest text that a client or a server joins, in bytes with its NUL. A sender of this library sends
 // at most IPC_MAX_MESSAGE; a message whose final record was dropped is joined with the next one, so twice
-// that can arrive in good faith. Twice again is not worth keeping: the text so far is given up, and joining
-// starts afresh with the next record.
+// that can arrive in good faith. What grows beyond twice that is dropped, to its last record.
 inline constexpr int kJoinLimit = 65537;
 static_assert(kJoinLimit > 2 * IPC_MAX_MESSAGE);
 
-// Who reads the queue that is sent to.
-class Receiver {
+// Cuts a message into its records, one after the other in the same buffer. The message and the buffer must
+// outlive it.
+class RecordCutter {
  public:
-  virtual bool mayRead() = 0;
+  RecordCutter(long channel, int chunk_size, const IpcMessage& message, int kind, IpcRecord* record);
+  // Makes the buffer hold the next record. False after the last one.
+  bool next();
 
- protected:
-  ~Receiver() = default;
+ private:
+  const IpcMessage message_;
+  const int chunk_size_;
+  IpcRecord* const record_;
+  int cut_ = 0;  // bytes of the message in the records so far
 };
 
-// ipc_snd_internal() through the caller's record buffer. A receiver that may be gone is asked before each
-// resend to a full queue, and the rest of the message given up (-1) when it is; null is not asked.
-int sendMessage(int queue_id, long channel, int chunk_size, const IpcMessage* message, int kind,
-                IpcRecord* record, Receiver* receiver);
+// Whether a message can be cut at all: there is a text where there should be one, and the sizes make sense.
+bool canBeCut(long channel, int chunk_size, const IpcMessage* message);
 
-// ipc_rcv_internal() for a client or server, bounded by kJoinLimit (-4 beyond).
-int receiveMessage(int queue_id, long channel, int chunk_size, IpcRecord* record, JoinedText* text);
+// One attempt and its resends. False when the record has found no room: it is dropped, since the sender
+// must not hang on a receiver that has stopped reading. Blocks up to 300 ms.
+bool putRecord(int queue_id, int chunk_size, const IpcRecord& record);
+
+enum class Sent { kWhole, kWithGaps, kRefused };
+
+// ipc_snd_internal() through the caller's record buffer; refused is what cannot be cut.
+Sent sendMessage(int queue_id, long channel, int chunk_size, const IpcMessage* message, int kind,
+                 IpcRecord* record);
+
+// Whether a wait has been ended from beside.
+class Interruption {
+ public:
+  virtual bool isOver() = 0;
+
+ protected:
+  ~Interruption() = default;
+};
+
+// ipc_rcv_internal() for a client or server: a text that cannot be kept, for its length (kJoinLimit) or for
+// want of memory, is taken off to its last record (-4). Where there is an interruption, it is asked at each
+// record of 0 bytes, and ends the wait (-1). On -1 the record's kind is that of a message which was larger
+// than a record, or IPC_KIND_STOP.
+int receiveMessage(int queue_id, long channel, int chunk_size, IpcRecord* record, JoinedText* text,
+                   Interruption* interruption);
+
+// Whether the record keeps its own promises: any process may write to the queue. `received` is what
+// msgrcv() returned.
+bool isWhole(const IpcRecord& record, std::size_t received, int chunk_size);
 
 // The length to report for a received message: the header's total_length, unless it points outside the
 // buffer; then what was really joined. Bytes between the joined text and that length are made 0.
@@ -71,33 +101,11 @@ int32_t reportedLength(const IpcRecord& record, JoinedText* text);
 // Removes the waiting records of a channel, at most as many as wait now.
 void discardWaiting(int queue_id, long channel);
 
-// Whether nothing waits on the queue. An unreadable queue counts as empty.
-bool isEmpty(int queue_id);
+// Whether anybody has ever put a record on the queue. True when it cannot be told.
+bool hasBeenSentTo(int queue_id);
 
-// --- Fences ------------------------------------------------------------------------------------------
-// The wire carries no request number, so an answer belongs to a request by order alone. A fence restores
-// the order after a request was given up or a process died in mid-sentence: a record with a token that the
-// client has never used before. The server sends it back on the reply queue, behind the answers to all
-// earlier requests. Only servers that say so on their semaphore are sent one (see peer_life.h).
-
-// Outside the range of the kinds of messages, and of anything sent by accident: "ryn1" in ASCII.
-inline constexpr int32_t kKindFence = 0x72796e31;
-
-struct FenceToken {
-  uint64_t value = 0;
-  friend bool operator==(FenceToken a, FenceToken b) { return a.value == b.value; }
-};
-
-// Puts a fence on a queue, or gives up at once when it is full. Never blocks.
-bool postFence(int queue_id, long channel, FenceToken token);
-
-// The token, when the record is a whole fence. Reads the record alone, not the text joined before it:
-// what a dead sender left unfinished in front of a fence is thereby dropped.
-bool readFence(const IpcRecord& record, FenceToken* token);
-
-// Takes records off the channel until the fence with this token comes. False when receiving failed, after
-// the error line. Blocks until then.
-bool awaitFence(int queue_id, long channel, int chunk_size, IpcRecord* record, FenceToken token);
+// Whether a record of the channel waits. Takes none, save one of 0 bytes, which is nobody's.
+bool hasWaiting(int queue_id, long channel);
 
 }  // namespace hbbtv_ryn
 

@@ -1,149 +1,96 @@
 #include "ipc/reply_watch.h"
 
-#include <sys/random.h>
+#include <sys/msg.h>
 
 #include <chrono>
-#include <ctime>
+#include <new>
+#include <utility>
 
+#include "base/cancellation_off.h"
 #include "base/signal_free_thread.h"
 
 namespace hbbtv_ryn {
 namespace {
 
-// How often the thread looks whether a request is waiting, and then whether it still is.
 constexpr std::chrono::milliseconds kTick{500};
-// A request that is waiting at a tick and still is so much later is looked after. The answer to any other
-// one is on its way.
-constexpr std::chrono::milliseconds kSlow{10};
-// How many ticks without a request put the thread to sleep for good. Long enough that a host which asks
-// once a second does not wake it each time.
-constexpr int kIdleTicks = 4;
-// How soon a fence that met a full reply queue is tried again.
-constexpr std::chrono::milliseconds kFullQueuePause{100};
-
-FenceToken firstToken() {
-  FenceToken token;
-  if (getrandom(&token.value, sizeof token.value, GRND_NONBLOCK) != sizeof token.value) {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    token.value = static_cast<uint64_t>(now.tv_sec) * 1000000000U + static_cast<uint64_t>(now.tv_nsec);
-  }
-  return token;
-}
 
 }  // namespace
 
-ReplyWatch::~ReplyWatch() {
-  if (!thread_started_) return;
+ReplyWatch::Ptr ReplyWatch::start(PeerLife* life, long channel) {
+  auto* const watch = new (std::nothrow) ReplyWatch(life, channel);
+  const auto entry = [](void* self) -> void* {
+    static_cast<ReplyWatch*>(self)->run();
+    return nullptr;
+  };
+  if (watch != nullptr && createSignalFreeThread(&watch->thread_, nullptr, entry, watch) == 0) {
+    return Ptr(watch);
+  }
+  delete watch;
+  return nullptr;
+}
+
+void ReplyWatch::Release::operator()(ReplyWatch* watch) const {
+  // In a child the lock may be held for ever, and destroying the condition variable would wait for the
+  // parent's thread: the child's copy is left alone.
+  if (watch->isLeftBehind()) return;
+  const CancellationOff off;
   {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    stop_ = true;
+    const std::lock_guard<std::mutex> guard(watch->mutex_);
+    watch->stop_ = true;
   }
-  changed_.notify_one();
-  pthread_join(thread_, nullptr);
+  watch->changed_.notify_one();
+  pthread_join(watch->thread_, nullptr);
+  delete watch;
 }
 
-bool ReplyWatch::mayRead() {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  return life_.state() != PeerLife::State::kGone;
-}
-
-bool ReplyWatch::answersFences() {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  return life_.answersFences();
-}
-
-FenceToken ReplyWatch::newToken() {
-  if (last_token_ == FenceToken{}) last_token_ = firstToken();
-  ++last_token_.value;
-  return last_token_;
-}
-
-bool ReplyWatch::prepare() {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  if (thread_started_ || life_.semaphores() < 0) return true;
-  thread_started_ = createSignalFreeThread(&thread_, nullptr, &threadEntry, this) == 0;
-  return thread_started_;
-}
-
-void ReplyWatch::begin(int request_queue, int reply_queue, FenceToken token) {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  deaths_at_begin_ = deaths_;
-  waiting_ = life_.semaphores() >= 0;
-  if (!waiting_) return;
-  ++exchange_;
-  request_queue_ = request_queue;
-  reply_queue_ = reply_queue;
-  token_ = token;
-  if (!ticking_) {
-    ticking_ = true;
-    changed_.notify_one();
+void ReplyWatch::begin(int reply_queue, int deaths) {
+  bool wake = false;
+  {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    reply_queue_ = reply_queue;
+    deaths_ = deaths;
+    waiting_ = true;
+    wake = std::exchange(asleep_, false);
   }
+  if (wake) changed_.notify_one();
+}
+
+bool ReplyWatch::isOver() {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  return over_;
 }
 
 bool ReplyWatch::end() {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const std::lock_guard<std::mutex> guard(mutex_);
   waiting_ = false;
-  return deaths_ != deaths_at_begin_;
+  return std::exchange(over_, false);
 }
 
-bool ReplyWatch::takeStrayCheck() {
-  return stray_check_due_.load(std::memory_order_relaxed) && stray_check_due_.exchange(false);
-}
-
-void* ReplyWatch::threadEntry(void* self) {
-  static_cast<ReplyWatch*>(self)->run();
-  return nullptr;
+bool ReplyWatch::takeTick() {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  return std::exchange(ticked_, false);
 }
 
 void ReplyWatch::run() {
   std::unique_lock<std::mutex> lock(mutex_);
-  int idle_ticks = 0;
-  uint64_t seen = exchange_;
   while (!stop_) {
-    if (!ticking_) {
-      changed_.wait(lock, [this] { return stop_ || ticking_; });
-      idle_ticks = 0;
+    if (!waiting_) {
+      asleep_ = true;
+      changed_.wait(lock, [this] { return stop_ || !asleep_; });
     }
+    // A short exchange is over when this is, and has cost no more than the waking.
     changed_.wait_for(lock, kTick, [this] { return stop_; });
-    stray_check_due_ = true;
-    const uint64_t exchange = exchange_;
-    idle_ticks = exchange == seen ? idle_ticks + 1 : 0;
-    seen = exchange;
-    if (waiting_) {
-      changed_.wait_for(lock, kSlow, [this] { return stop_; });
-      if (isWaiting(exchange)) lookAfter(lock, exchange);
-    } else if (idle_ticks >= kIdleTicks) {
-      ticking_ = false;
-    }
+    ticked_ = true;
+    if (waiting_ && !over_ && !stop_) look();
   }
 }
 
-void ReplyWatch::lookAfter(std::unique_lock<std::mutex>& lock, uint64_t exchange) {
-  bool fence_sent = false;
-  while (isWaiting(exchange)) {
-    // A fence can get lost: on a full reply queue, or with a server that died and was replaced between two
-    // looks. An empty queue shows that it has been taken; so no more than one ever waits on it.
-    const bool fence_due = !fence_sent || isEmpty(request_queue_);
-    if (fence_due && life_.answersFences() && postFence(request_queue_, channel_, token_))
-      fence_sent = true;
-    const int semaphores = life_.semaphores();
-    lock.unlock();
-    const bool died = PeerLife::awaitDeath(semaphores, kTick);
-    lock.lock();
-    if (died) endWait(lock);
-  }
-}
-
-// Ends the wait of whichever request is out, now that the server is dead.
-void ReplyWatch::endWait(std::unique_lock<std::mutex>& lock) {
-  ++deaths_;
-  const uint64_t exchange = exchange_;
-  while (isWaiting(exchange) && !postFence(reply_queue_, channel_, token_)) {
-    changed_.wait_for(lock, kFullQueuePause);
-  }
-  // Until the requester has taken the fence, its exchange still counts as waiting.
-  changed_.wait_for(lock, kFullQueuePause, [&] { return !isWaiting(exchange); });
+// With the mutex held, so that whoever takes the record learns from isOver() whose it is.
+void ReplyWatch::look() {
+  const auto deaths = life_->deaths();
+  if (!deaths) return;  // somebody has removed the set: nothing can be told any more
+  if (*deaths == deaths_ && life_->life() != 0) return;
+  over_ = msgsnd(reply_queue_, &channel_, 0, IPC_NOWAIT) == 0;
 }
 
 }  // namespace hbbtv_ryn

@@ -3,7 +3,6 @@
 #include <pthread.h>
 #include <sys/msg.h>
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstring>
@@ -11,12 +10,15 @@
 #include <mutex>
 #include <new>
 
+#include "base/cancellation_off.h"
+#include "base/fork_count.h"
 #include "base/signal_free_thread.h"
 #include "ipc/host_call.h"
 #include "ipc/peer_life.h"
 #include "ipc/record.h"
 
 using hbbtv_ryn::JoinedText;
+using hbbtv_ryn::ServeCallback;
 
 namespace {
 
@@ -38,50 +40,89 @@ using ReplyPtr = std::unique_ptr<IpcMessage, ReplyDeleter>;
 }  // namespace
 
 struct IpcServer {
-  IpcServer(key_t request_key, long message_channel, bool replies, int record_chunk)
-      : key(request_key), channel(message_channel), with_reply(replies), chunk_size(record_chunk) {}
+ public:
+  IpcServer(key_t key, long channel, bool with_reply, int chunk_size)
+      : key_(key), channel_(channel), with_reply_(with_reply), chunk_size_(chunk_size) {}
 
-  const key_t key;
-  const long channel;
-  const bool with_reply;
-  const int chunk_size;
-
-  // Fixed before the receive thread starts.
-  int request_queue = -1;
-  int reply_queue = -1;
-  pthread_t thread{};
-  hbbtv_ryn::ServerLife life;  // ended by the receive thread: nobody answers once it is gone
-
-  // Guards `running`. Written by the receive thread when it leaves, read by the destroyer.
-  std::mutex end_lock;
-  std::condition_variable ended;
-  bool running = true;
-
-  // Guards the callback, of either form, and its user data. Held during every call and the sending of its
-  // reply.
-  std::mutex lock;
-  hbbtv_ryn::ServeCallback kind_callback = nullptr;
-  IpcServerCallback callback = nullptr;
-  void* user_data = nullptr;
-
-  bool openQueues();
-  void receiveLoop();
-  bool stopsWithin(std::chrono::seconds patience);
+  // Opens the queues and starts the thread. The result is that of zunt_ipc_server_create().
+  int start();
+  // Ends the thread. To be called once, after start() has succeeded.
+  void stop();
+  void setCallback(ServeCallback kind_callback, IpcServerCallback callback, void* user_data);
 
  private:
   enum class Next { kReceive, kStop };
+
+  bool openQueues();
+  void receiveLoop();
   Next serve(IpcRecord* record, JoinedText* text);
   Next serveOneWay(const IpcMessage& message);
   void serveRequest(const IpcMessage& request, IpcRecord* record);
+  bool answer(const IpcMessage& reply, int kind, IpcRecord* record);
   ReplyPtr call(const IpcMessage& message, int32_t kind) const;
   void leave();
+
+  const key_t key_;
+  const long channel_;
+  const bool with_reply_;
+  const int chunk_size_;
+
+  // Fixed before the receive thread starts.
+  int request_queue_ = -1;
+  int reply_queue_ = -1;
+  pthread_t thread_{};
+  unsigned forks_ = 0;
+  hbbtv_ryn::ServerLife life_;  // ended by the receive thread: nobody answers once it is gone
+
+  // Guards `running_`. Written by the receive thread when it leaves, read by the destroyer.
+  std::mutex end_lock_;
+  std::condition_variable ended_;
+  bool running_ = true;
+
+  // Guards the callback, of either form, and its user data. Held during every call and the sending of its
+  // reply.
+  std::mutex lock_;
+  ServeCallback kind_callback_ = nullptr;
+  IpcServerCallback callback_ = nullptr;
+  void* user_data_ = nullptr;
 };
 
+int IpcServer::start() {
+  // Before the queues: a client that finds them must not find the server dead.
+  if (channel_ == hbbtv_ryn::kProtectedChannel) life_.begin(key_);
+  if (!openQueues()) return -3;
+  forks_ = hbbtv_ryn::forkCount();
+  const auto entry = [](void* self) -> void* {
+    static_cast<IpcServer*>(self)->receiveLoop();
+    return nullptr;
+  };
+  return hbbtv_ryn::createSignalFreeThread(&thread_, nullptr, entry, this) == 0 ? 0 : -5;
+}
+
+void IpcServer::stop() {
+  if (forks_ != hbbtv_ryn::forkCount()) return;  // the thread is the parent's, who goes on serving
+  char no_text[] = "";
+  const IpcMessage stop{0, no_text};
+  ipc_snd_internal(request_queue_, channel_, chunk_size_, &stop, IPC_KIND_STOP);
+  {
+    std::unique_lock<std::mutex> guard(end_lock_);
+    if (!ended_.wait_for(guard, kStopPatience, [this] { return !running_; })) pthread_cancel(thread_);
+  }
+  pthread_join(thread_, nullptr);
+}
+
+void IpcServer::setCallback(ServeCallback kind_callback, IpcServerCallback callback, void* user_data) {
+  const std::lock_guard<std::mutex> guard(lock_);
+  kind_callback_ = kind_callback;
+  callback_ = callback;
+  user_data_ = user_data;
+}
+
 bool IpcServer::openQueues() {
-  request_queue = msgget(key, kQueueMode);
-  if (request_queue < 0) return false;
-  if (with_reply) reply_queue = msgget(hbbtv_ryn::replyKey(key), kQueueMode);
-  return !with_reply || reply_queue >= 0;
+  request_queue_ = msgget(key_, kQueueMode);
+  if (request_queue_ < 0) return false;
+  if (with_reply_) reply_queue_ = msgget(hbbtv_ryn::replyKey(key_), kQueueMode);
+  return !with_reply_ || reply_queue_ >= 0;
 }
 
 void IpcServer::receiveLoop() {
@@ -90,14 +131,18 @@ void IpcServer::receiveLoop() {
     IpcServer* server;
     ~Leave() { server->leave(); }
   } leave_at_end{this};
-  if (!hbbtv_ryn::isChunkSize(chunk_size)) return;
-  const auto record = hbbtv_ryn::newRecord(chunk_size);
+  if (!hbbtv_ryn::isChunkSize(chunk_size_)) return;
+  const auto record = hbbtv_ryn::newRecord(chunk_size_);
   JoinedText text;
-  if (!record || !text.allocate(chunk_size)) return;
+  if (!record || !text.allocate(chunk_size_)) return;
   Next next = Next::kReceive;
   while (next == Next::kReceive) {
-    if (hbbtv_ryn::receiveMessage(request_queue, channel, chunk_size, record.get(), &text) == 0) {
+    const int received =
+        hbbtv_ryn::receiveMessage(request_queue_, channel_, chunk_size_, record.get(), &text, nullptr);
+    if (received == 0) {
       next = serve(record.get(), &text);
+    } else if (record->kind == IPC_KIND_REQUEST) {
+      life_.noteLoss();
     }
   }
 }
@@ -107,19 +152,13 @@ IpcServer::Next IpcServer::serve(IpcRecord* record, JoinedText* text) {
   if (record->last != 1) return Next::kReceive;
   const IpcMessage message{hbbtv_ryn::reportedLength(*record, text), text->bytes.get()};
   if (record->kind == IPC_KIND_ONEWAY) return serveOneWay(message);
-  if (!with_reply) return Next::kReceive;
-  hbbtv_ryn::FenceToken token;
-  if (record->kind == IPC_KIND_REQUEST) {
-    serveRequest(message, record);
-  } else if (hbbtv_ryn::readFence(*record, &token)) {
-    hbbtv_ryn::postFence(reply_queue, record->mtype, token);
-  }
+  if (record->kind == IPC_KIND_REQUEST) serveRequest(message, record);
   return Next::kReceive;
 }
 
 IpcServer::Next IpcServer::serveOneWay(const IpcMessage& message) {
   {
-    const std::lock_guard<std::mutex> guard(lock);
+    const std::lock_guard<std::mutex> guard(lock_);
     // A callback cannot know that its answer is not wanted; what it returns stays its own.
     static_cast<void>(call(message, IPC_KIND_ONEWAY).release());
   }
@@ -129,77 +168,51 @@ IpcServer::Next IpcServer::serveOneWay(const IpcMessage& message) {
 
 // The record is the request's final one, and becomes the reply's.
 void IpcServer::serveRequest(const IpcMessage& request, IpcRecord* record) {
-  const auto send = [&](const IpcMessage& reply, int kind) {
-    return hbbtv_ryn::sendMessage(reply_queue, record->mtype, chunk_size, &reply, kind, record, nullptr) ==
-           0;
-  };
-  const std::lock_guard<std::mutex> guard(lock);
+  if (!with_reply_) {
+    life_.noteLoss();
+    return;
+  }
+  const std::lock_guard<std::mutex> guard(lock_);
   const ReplyPtr reply = call(request, IPC_KIND_REQUEST);
-  if (reply && reply->length <= IPC_MAX_MESSAGE && send(*reply, IPC_KIND_REPLY)) return;
-  send(kFailureReply, IPC_KIND_FAILURE);
+  if (reply && reply->length <= IPC_MAX_MESSAGE && answer(*reply, IPC_KIND_REPLY, record)) return;
+  answer(kFailureReply, IPC_KIND_FAILURE, record);
+}
+
+// False when the reply is none.
+bool IpcServer::answer(const IpcMessage& reply, int kind, IpcRecord* record) {
+  const auto sent = hbbtv_ryn::sendMessage(reply_queue_, record->mtype, chunk_size_, &reply, kind, record);
+  if (sent == hbbtv_ryn::Sent::kWithGaps) life_.noteLoss();
+  return sent != hbbtv_ryn::Sent::kRefused;
 }
 
 // The callback's answer; null also when there is no callback or it throws. The lock must be held.
 ReplyPtr IpcServer::call(const IpcMessage& message, int32_t kind) const {
   IpcMessage* reply = nullptr;
   hbbtv_ryn::returnsNormally([&] {
-    if (kind_callback != nullptr) reply = kind_callback(&message, kind, user_data);
-    if (callback != nullptr) reply = callback(&message, user_data);
+    if (kind_callback_ != nullptr) reply = kind_callback_(&message, kind, user_data_);
+    if (callback_ != nullptr) reply = callback_(&message, user_data_);
   });
   return ReplyPtr(reply);
 }
 
 void IpcServer::leave() {
-  life.end();
-  const std::lock_guard<std::mutex> guard(end_lock);
-  running = false;
-  ended.notify_one();
+  life_.end();
+  const std::lock_guard<std::mutex> guard(end_lock_);
+  running_ = false;
+  ended_.notify_one();
 }
 
-bool IpcServer::stopsWithin(std::chrono::seconds patience) {
-  std::unique_lock<std::mutex> guard(end_lock);
-  return ended.wait_for(guard, patience, [this] { return !running; });
-}
-
-namespace {
-
-void* ipc_server_receive_loop(void* server) {
-  static_cast<IpcServer*>(server)->receiveLoop();
-  return nullptr;
-}
-
-int setCallback(IpcServer* server, IpcServerCallback callback, void* user_data) {
-  if (server == nullptr) return -3;
-  const std::lock_guard<std::mutex> guard(server->lock);
-  server->kind_callback = nullptr;
-  server->callback = callback;
-  server->user_data = user_data;
-  return 0;
-}
-
-}  // namespace
-
-namespace hbbtv_ryn {
-
-int createServer(key_t key, long channel, int with_reply, int chunk_size, ServeCallback callback,
-                 void* user_data, IpcServer** server) {
+int hbbtv_ryn::createServer(key_t key, long channel, int with_reply, int chunk_size, ServeCallback callback,
+                            void* user_data, IpcServer** server) {
   if (server == nullptr) return -3;
   std::unique_ptr<IpcServer> created(new (std::nothrow)
                                          IpcServer(key, channel, with_reply != 0, chunk_size));
   if (!created) return -4;
-  created->kind_callback = callback;
-  created->user_data = user_data;
-  // Before the queues: a client that finds them must not find the server dead.
-  if (!created->life.begin(key, with_reply != 0)) return -3;
-  if (!created->openQueues()) return -3;
-  if (createSignalFreeThread(&created->thread, nullptr, &ipc_server_receive_loop, created.get()) != 0) {
-    return -5;
-  }
-  *server = created.release();
-  return 0;
+  created->setCallback(callback, nullptr, user_data);
+  const int result = created->start();
+  if (result == 0) *server = created.release();
+  return result;
 }
-
-}  // namespace hbbtv_ryn
 
 int zunt_ipc_server_create(key_t key, long channel, int with_reply, int chunk_size, IpcServer** server) {
   return hbbtv_ryn::createServer(key, channel, with_reply, chunk_size, nullptr, nullptr, server);
@@ -207,19 +220,18 @@ int zunt_ipc_server_create(key_t key, long channel, int with_reply, int chunk_si
 
 int zunt_ipc_server_destroy(IpcServer* server) {
   if (server == nullptr) return -3;
-  char no_text[] = "";
-  const IpcMessage stop{0, no_text};
-  ipc_snd_internal(server->request_queue, server->channel, server->chunk_size, &stop, IPC_KIND_STOP);
-  if (!server->stopsWithin(kStopPatience)) pthread_cancel(server->thread);
-  pthread_join(server->thread, nullptr);
+  const hbbtv_ryn::CancellationOff off;
+  server->stop();
   delete server;
   return 0;
 }
 
 int zunt_ipc_server_register_callback(IpcServer* server, IpcServerCallback callback, void* user_data) {
-  return setCallback(server, callback, user_data);
+  if (server == nullptr) return -3;
+  server->setCallback(nullptr, callback, user_data);
+  return 0;
 }
 
 int zunt_ipc_server_unregister_callback(IpcServer* server) {
-  return setCallback(server, nullptr, nullptr);
+  return zunt_ipc_server_register_callback(server, nullptr, nullptr);
 }

@@ -167,6 +167,21 @@ TEST_F(EndpointFaultTest, NotificationsAndCommands) {
   }
 }
 
+// Beside the four calls of the bare queue.
+TEST_F(EndpointFaultTest, AnExchangeAsksForThePeersLifeOnce) {
+  start();
+  expectAnswers();
+  constexpr int kExchanges = 50;
+  for (const Where where : {Where::kThisThread, Where::kOtherThreads}) {
+    // The watch looks now and then.
+    const int calls = where == Where::kThisThread ? kExchanges : 10;
+    const Injection injection(Fault::kSemaphore, calls + 1, where);
+    for (int i = 0; i < kExchanges; ++i) EXPECT_EQ(0, askLabel());
+    EXPECT_FALSE(injection.struck());
+  }
+  stop();
+}
+
 // Faults on the library's own threads strike when they like: so many calls are tried.
 TEST_F(EndpointFaultTest, ThePeersOwnTroubleCostsOneAnswerAtMost) {
   start();

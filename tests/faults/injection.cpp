@@ -75,9 +75,6 @@ WRAP(kMemory, ENOMEM, nullptr, char*, strdup, (const char* text), (text))
 WRAP(kQueueOpen, ENOSPC, -1, int, msgget, (key_t key, int flags), (key, flags))
 WRAP(kSend, EAGAIN, -1, int, msgsnd, (int queue, const void* message, std::size_t bytes, int flags),
      (queue, message, bytes, flags))
-WRAP(kReceive, EINTR, -1, ssize_t, msgrcv,
-     (int queue, void* message, std::size_t bytes, long type, int flags),
-     (queue, message, bytes, type, flags))
 WRAP(kSemaphore, ENOSPC, -1, int, semget, (key_t key, int count, int flags), (key, count, flags))
 WRAP(kSemaphore, ENOMEM, -1, int, semop, (int set, sembuf* operations, std::size_t count),
      (set, operations, count))
@@ -95,6 +92,13 @@ int __wrap_semctl(int set, int semaphore, int command, ...) {
   void* const argument = va_arg(arguments, void*);
   va_end(arguments);
   return strikes(Fault::kSemaphore) ? failing(EIDRM, -1) : __real_semctl(set, semaphore, command, argument);
+}
+
+ssize_t __real_msgrcv(int queue, void* message, std::size_t bytes, long type, int flags);
+ssize_t __wrap_msgrcv(int queue, void* message, std::size_t bytes, long type, int flags) {
+  // Only a wait can be interrupted.
+  const bool fails = (flags & IPC_NOWAIT) == 0 && strikes(Fault::kReceive);
+  return fails ? failing<ssize_t>(EINTR, -1) : __real_msgrcv(queue, message, bytes, type, flags);
 }
 
 }  // extern "C"

@@ -11,7 +11,7 @@ enum class Fault {
   kMemory,     ///< malloc(), calloc(), realloc(), strdup(), operator new
   kQueueOpen,  ///< msgget()
   kSend,       ///< msgsnd(): as on a full queue
-  kReceive,    ///< msgrcv(): as interrupted by a signal
+  kReceive,    ///< msgrcv() that waits: as interrupted by a signal
   kSemaphore,  ///< semget(), semop(), semctl(), semtimedop()
   kThread,     ///< pthread_create()
 };

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "ipc/channel_handles.h"
+#include "ipc/server_process.h"
 #include "support/child_process.h"
 #include "support/deadline.h"
 #include "support/output_capture.h"
@@ -14,9 +15,6 @@
 
 namespace hbbtv_ryn::test {
 namespace {
-
-// Longer than a dead server may stay unnoticed.
-constexpr std::chrono::milliseconds kLongerThanTheWatchNeeds{1500};
 
 // Answers with the text, and for "slow..." only when the test says so.
 IpcMessage* answer(const IpcMessage* request, void* user_data) {
@@ -29,12 +27,16 @@ IpcMessage* answer(const IpcMessage* request, void* user_data) {
   return newReply(text);
 }
 
-const ChildRole kServer("server", [](Parent& parent) {
+}  // namespace
+
+const ChildRole kServerRole("server", [](Parent& parent) {
   const Server server(&answer, &parent);
   parent.say("up");
   for (;;) pause();
   return 0;
 });
+
+namespace {
 
 // Makes one request per text that it is told, and tells the answer.
 const ChildRole kClient("client", [](Parent& parent) {
@@ -42,17 +44,6 @@ const ChildRole kClient("client", [](Parent& parent) {
   for (;;) parent.say(client.ask(parent.hear()).text.value_or("none"));
   return 0;
 });
-
-IpcMessage* echo(const IpcMessage* request, void*) {
-  return newReply(textOf(request));
-}
-
-class ServerProcess : public ChildProcess {
- public:
-  ServerProcess() : ChildProcess(kServer) { EXPECT_EQ("up", hear()); }
-  void waitUntilTaken() { EXPECT_EQ("taken", hear()); }
-  void release() { say("go on"); }
-};
 
 class PeerLifeTest : public testing::Test {
  protected:
@@ -177,6 +168,20 @@ TEST_F(PeerLifeTest, ARequestWhoseAnswerAFullQueueDroppedEndsWhileTheServerLives
   replies.discardAll();
   EXPECT_TRUE(call.result().isBrokenOff());
   expectServed("second");
+}
+
+TEST_F(PeerLifeTest, ARequestThatALiveServerHasLostEndsTheWait) {
+  {
+    // Larger than its record.
+    const Server server(&echo);
+    Client larger(1, kKey, kChannel, 2 * IPC_CHUNK_SIZE);
+    Concurrently call([&] { return larger.ask("large"); });
+    EXPECT_TRUE(call.result().isBrokenOff());
+    expectServed("by the same server");
+  }
+  // One that serves one-way messages alone.
+  const Server server(&echo, nullptr, 0);
+  EXPECT_TRUE(asking("anybody?").result().isBrokenOff());
 }
 
 }  // namespace

@@ -1,8 +1,5 @@
 // How the endpoints come back from what no well-behaved peer does.
 #include <gtest/gtest.h>
-#include <sys/ipc.h>
-#include <sys/msg.h>
-#include <sys/sem.h>
 #include <unistd.h>
 
 #include <array>
@@ -76,31 +73,6 @@ TEST(StrayAnswerTest, TheFailureReplyToAStrangersJunkShiftsNoLaterAnswer) {
   browser.goOn();
   EXPECT_FALSE(call.result());
   for (int appid = 4; appid < 50; ++appid) EXPECT_TRUE(plugin.isAnswered(appid));
-}
-
-TEST(LostAnswerTest, AServerThatLosesARequestAndWhatWasSentAfterItEndsTheWaitAllTheSame) {
-  RawPeer server(kRequestKey);
-  const int life = semget(kRequestKey, 2, IPC_CREAT | 0666);
-  for (const int semaphore : {0, 1}) semctl(life, semaphore, SETVAL, 1);
-  const auto nextRecord = [&] {
-    struct {
-      long type;
-      char body[kRawRecordBytes];
-    } record{};
-    ssize_t bytes = -1;
-    waitUntil("a record arrived", [&] {
-      bytes = msgrcv(server.requests.id(), &record, sizeof record.body, 0, IPC_NOWAIT);
-      return bytes >= 0;
-    });
-    return std::string(record.body, static_cast<std::size_t>(bytes));
-  };
-  PluginEndpoint plugin;
-  Concurrently call([&] { return plugin.isAnswered(1); });
-  server.replies.sendBytes(nextRecord());  // what a first request finds out whether the order is right with
-  nextRecord();                            // the request
-  nextRecord();                            // what a request that waits for long is followed by
-  server.replies.sendBytes(nextRecord());
-  EXPECT_FALSE(call.result());
 }
 
 TEST(DeadServerTest, ALongRequestIsNotPressedUponAFullQueueWhoseServerDies) {

@@ -137,6 +137,10 @@ void RawQueue::waitUntilEmpty() const {
   waitUntil("the queue was empty", [this] { return depth() == 0; });
 }
 
+bool RawQueue::hasBeenReceivedFrom() const {
+  return statusOf(m_id).msg_rtime != 0;
+}
+
 void RawQueue::remove() const {
   if (msgctl(m_id, IPC_RMID, nullptr) != 0) fail("msgctl");
 }

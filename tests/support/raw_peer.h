@@ -73,6 +73,8 @@ class RawQueue {
   /// How many records wait.
   std::size_t depth() const;
   void waitUntilEmpty() const;
+  /// Whether anything has ever been taken off.
+  bool hasBeenReceivedFrom() const;
   /// Limits this queue alone; a limit above the kernel's needs privilege.
   void setCapacity(std::size_t bytes) const;
   void remove() const;

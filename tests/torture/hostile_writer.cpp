@@ -89,7 +89,7 @@ class HostileWriter {
       case 5:
         return writeWrongTypes();
       case 6:
-        record = rawRecord(kKindFence, junk(sizeof(FenceToken)));
+        record = rawRecord(kRawFailure, "");
         break;
       case 7:  // a stop record that is none, for it has a text
         record.kind = kRawStop;

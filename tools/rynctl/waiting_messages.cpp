@@ -71,8 +71,6 @@ std::string kindName(std::optional<std::int32_t> kind) {
       return "reply";
     case IPC_KIND_FAILURE:
       return "failure";
-    case kKindFence:
-      return "fence";
     default:
       return "kind " + std::to_string(*kind);
   }
@@ -96,7 +94,7 @@ std::vector<WaitingMessage> peek(const QueueState& queue, std::size_t most) {
     WaitingMessage& message = messages.back();
     ++message.records;
     open = false;
-    if (!fault.empty() || copy->record.kind == kKindFence) continue;
+    if (!fault.empty()) continue;
     message.text.append(copy->record.data, static_cast<std::size_t>(copy->record.chunk_length));
     open = copy->record.last == 0;
   }

@@ -1,0 +1,212 @@
+// What a host does to its own threads and processes while the channel is at work.
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <optional>
+#include <thread>
+
+#include "ipc/channel_handles.h"
+#include "ipc/server_process.h"
+#include "support/child_process.h"
+#include "support/deadline.h"
+#include "support/output_capture.h"
+#include "support/raw_peer.h"
+
+namespace hbbtv_ryn::test {
+namespace {
+
+class HostTest : public testing::Test {
+ protected:
+  void expectServed(int questions = 40) {
+    Concurrently asking([&] { return m_client.notEchoed(questions); });
+    EXPECT_EQ(0, asking.result());
+  }
+
+  Client m_client;
+};
+
+TEST_F(HostTest, ACancelledRequesterShiftsNoLaterAnswer) {
+  const ServerProcess server;
+  static std::atomic<int> wrong{0};
+  const auto askUntilCancelled = [](void* client) -> void* {
+    for (;;) wrong += static_cast<Client*>(client)->notEchoed(1000);
+    return nullptr;
+  };
+  for (int round = 0; round < 300; ++round) {
+    pthread_t asker{};
+    ASSERT_EQ(0, pthread_create(&asker, nullptr, askUntilCancelled, &m_client));
+    std::this_thread::sleep_for(std::chrono::microseconds(200 + 37 * round % 700));
+    pthread_cancel(asker);
+    pthread_join(asker, nullptr);
+    expectServed(9);
+  }
+  EXPECT_EQ(0, wrong);
+}
+
+TEST_F(HostTest, AOneWayMessageIsSentWholeThoughItsSenderIsCancelled) {
+  RawQueue queue(kKey);
+  queue.setCapacity(2 * kRawRecordBytes);
+  OutputCapture output(stdout);
+  Client client(0);
+  std::thread sender([&] {
+    client.send(std::string(3000, 'w'));
+    for (;;) pause();
+  });
+  waitUntil("the third record found no room",
+            [&] { return occurrences(output.text(), "msgsnd EAGAIN") > 0; });
+  pthread_cancel(sender.native_handle());
+  EXPECT_EQ(std::string(3000, 'w'), queue.takeMessage().text);
+  sender.join();
+}
+
+const ChildRole kCancelledDestroyer("cancelled destroyer", [](Parent&) {
+  IpcServer* server = nullptr;
+  zunt_ipc_server_create(kKey, kChannel, 1, IPC_CHUNK_SIZE, &server);
+  zunt_ipc_server_register_callback(server, &echo, nullptr);
+  auto* const client = new Client;
+  client->notEchoed(1);
+  bool destroyed = false;
+  std::thread([&] {
+    pthread_cancel(pthread_self());
+    zunt_ipc_server_destroy(server);
+    delete client;
+    destroyed = true;
+    pthread_testcancel();
+  }).join();
+  return destroyed ? 0 : 1;
+});
+
+TEST_F(HostTest, AThreadThatIsCancelledWhileItDestroysFinishesFirst) {
+  ChildProcess host(kCancelledDestroyer);
+  EXPECT_EQ(0, host.wait());
+}
+
+TEST_F(HostTest, AForkedChildDestroysItsCopiesAndTheParentGoesOn) {
+  std::optional<Server> server(std::in_place, &echo);
+  std::optional<Client> client(std::in_place);
+  ASSERT_EQ(0, client->notEchoed(3));
+  const pid_t child = fork();
+  if (child == 0) {
+    server.reset();
+    // It may ask, too, and its own watch stops like any other.
+    const int wrong = client->notEchoed(3);
+    client.reset();
+    _exit(wrong);
+  }
+  int status = -1;
+  Concurrently waiting([&] { return waitpid(child, &status, 0); });
+  EXPECT_EQ(child, waiting.result());
+  EXPECT_EQ(0, status);
+  EXPECT_EQ(1, rawLife(kKey));
+  EXPECT_EQ(0, client->notEchoed(40));
+}
+
+const ChildRole kAsker("asker", [](Parent& parent) {
+  Client client;
+  for (;;) parent.say(client.ask(parent.hear()).text.value_or("none"));
+  return 0;
+});
+
+TEST_F(HostTest, ASlowRequestSurvivesThatEitherProcessIsStoppedForAWhile) {
+  ServerProcess server;
+  ChildProcess asker(kAsker);
+  for (ChildProcess* const stopped : {&asker, static_cast<ChildProcess*>(&server)}) {
+    asker.say("slow");
+    server.waitUntilTaken();
+    stopped->halt();
+    std::this_thread::sleep_for(kLongerThanTheWatchNeeds);
+    stopped->goOn();
+    server.release();
+    EXPECT_EQ("slow", asker.hear());
+  }
+}
+
+TEST_F(HostTest, DestroyingAHandleTakesNoTimeWhateverItsWatchDoes) {
+  ServerProcess server;
+  // Half a second each, did it wait for the watch to have looked.
+  const auto began = std::chrono::steady_clock::now();
+  constexpr int kHandles = 100;
+  for (int i = 0; i < kHandles; ++i) {
+    Client client;
+    EXPECT_EQ(0, client.notEchoed(1));
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - began, kHandles * std::chrono::milliseconds(250));
+}
+
+TEST_F(HostTest, ADeadServerIsNoticedAlsoAfterALongSilence) {
+  ServerProcess server;
+  for (int round = 0; round < 2; ++round) {
+    expectServed(3);
+    std::this_thread::sleep_for(kLongerThanTheWatchNeeds);
+  }
+  Concurrently call([&] { return m_client.ask("slow"); });
+  server.waitUntilTaken();
+  server.kill();
+  EXPECT_TRUE(call.result().isBrokenOff());
+}
+
+TEST_F(HostTest, EveryChunkSizeAndChannelIsServed) {
+  for (const int chunk_size : {1, 2, 3, 4, 5, 6, 7, 8, 100, 1023, 1024, 1025, 4000}) {
+    for (const long channel : {1L, 2L, 70000L}) {
+      SCOPED_TRACE(chunk_size);
+      const Server server(&echo, nullptr, 1, kKey, channel, chunk_size);
+      // A second handle finds that somebody has asked before.
+      for (int handle = 0; handle < 2; ++handle) {
+        Client client(1, kKey, channel, chunk_size);
+        Concurrently asking([&] { return client.notEchoed(7) + client.notEchoed(1, chunk_size > 1000); });
+        EXPECT_EQ(0, asking.result());
+      }
+      EXPECT_EQ(0U, RawQueue(kKey).depth());
+      EXPECT_EQ(0U, RawQueue(kKey + 1).depth());
+    }
+  }
+}
+
+TEST_F(HostTest, WhatIsRefusedLeavesNothingOnAQueue) {
+  RawPeer plain(kKey);
+  const IpcMessage no_text{5, nullptr};
+  IpcMessage reply{kUntouched, nullptr};
+  EXPECT_EQ(-1, zunt_ipc_client_send_sync_with_params(m_client.handle(), &no_text, &reply));
+  EXPECT_EQ(-1, m_client.ask(std::string(IPC_MAX_MESSAGE + 1, 'x')).result);
+  EXPECT_EQ(0U, plain.requests.depth());
+  const Server server(&echo);
+  expectServed();
+}
+
+TEST_F(HostTest, ServersThatOverlapInARestartCostNoWrongAnswer) {
+  std::optional<ServerProcess> old(std::in_place);
+  expectServed(3);
+  for (int round = 0; round < 3; ++round) {
+    Concurrently call([&] { return m_client.ask("slow"); });
+    old->waitUntilTaken();
+    std::optional<ServerProcess> successor(std::in_place);
+    // Longer than the watch needs to look at both.
+    std::this_thread::sleep_for(std::chrono::milliseconds(700));
+    old->release();
+    EXPECT_TRUE(call.result().isProper("slow"));
+    // Some may be refused while there are two; none may get another's answer.
+    for (int i = 0; i < 20; ++i) {
+      const std::string text = "while there are two " + std::to_string(i);
+      const Answer answer = m_client.ask(text);
+      EXPECT_TRUE(answer.isProper(text) || answer.isBrokenOff()) << answer.text.value_or("none");
+    }
+    old->kill();
+    old.reset();
+    old.emplace();
+    successor->kill();
+    Concurrently settled([&] {
+      waitUntil("the successor answers", [&] { return m_client.notEchoed(1) == 0; });
+      return 0;
+    });
+    settled.result();
+    expectServed();
+  }
+}
+
+}  // namespace
+}  // namespace hbbtv_ryn::test

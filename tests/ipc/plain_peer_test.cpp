@@ -1,0 +1,230 @@
+// Peers that know the record format and nothing else: before, after and beside a server of ours.
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/sem.h>
+
+#include <atomic>
+#include <csignal>
+#include <mutex>
+#include <optional>
+
+#include "ipc/channel_handles.h"
+#include "ipc/plain_server.h"
+#include "ipc/server_process.h"
+#include "support/deadline.h"
+#include "support/isolation.h"
+#include "support/output_capture.h"
+#include "support/raw_peer.h"
+
+namespace hbbtv_ryn::test {
+namespace {
+
+const std::set<int> kRequestsOnly{kRawRequest};
+
+class PlainPeerTest : public testing::Test {
+ protected:
+  // An orderly conversation, of which nothing stays behind.
+  void expectServed(Client& client, int questions = 40) {
+    Concurrently asking([&] { return client.notEchoed(questions); });
+    EXPECT_EQ(0, asking.result());
+    EXPECT_EQ(0U, RawQueue(kKey).depth());
+    EXPECT_EQ(0U, RawQueue(kKey + 1).depth());
+  }
+
+  Client m_client;
+  OutputCapture m_errors{stderr};
+};
+
+TEST_F(PlainPeerTest, APlainServerTakesOverAKeyWhereOursRan) {
+  const auto ran_and_was_killed = [] { ServerProcess().kill(); };
+  const auto ran_and_was_stopped = [] { const Server stopped(&echo); };
+  const auto could_not_be_created = [] {
+    setQueueLimit(1);
+    EXPECT_THROW(Server(&echo, nullptr, 1, kKey + 100), std::runtime_error);
+    setQueueLimit(100);
+  };
+  for (const auto& before :
+       {std::function<void()>(ran_and_was_killed), {ran_and_was_stopped}, {could_not_be_created}}) {
+    isolateTest();
+    before();
+    Client client;
+    PlainServer plain;
+    expectServed(client);
+    EXPECT_EQ(kRequestsOnly, plain.kinds());
+  }
+}
+
+TEST_F(PlainPeerTest, APlainServerOnAnotherChannelStandsBesideOurs) {
+  const Server ours(&echo);
+  PlainServer plain(2);
+  Client second_channel(1, kKey, 2);
+  for (int round = 0; round < 3; ++round) {
+    expectServed(m_client);
+    expectServed(second_channel);
+  }
+  EXPECT_EQ(kRequestsOnly, plain.kinds());
+}
+
+TEST_F(PlainPeerTest, OursOnAnotherChannelSaysNothingOfAPlainServer) {
+  const Server ours(&echo, nullptr, 1, kKey, 2);
+  PlainServer plain;
+  expectServed(m_client);
+  EXPECT_EQ(kRequestsOnly, plain.kinds());
+}
+
+TEST_F(PlainPeerTest, APlainServerServesBesideOursAndOursAfterIt) {
+  std::optional<PlainServer> plain(std::in_place);
+  expectServed(m_client);
+  ServerProcess ours;
+  // Either takes what it can get; the records of a long question would be shared out.
+  Concurrently beside([&] { return m_client.notEchoed(40, false); });
+  EXPECT_EQ(0, beside.result());
+  plain.reset();
+  expectServed(m_client);
+  ours.kill();
+  plain.emplace();
+  expectServed(m_client);
+}
+
+TEST_F(PlainPeerTest, APlainServerThatFollowsOursDeadAtWorkIsServedItsDue) {
+  ServerProcess ours;
+  EXPECT_EQ(0, m_client.notEchoed(3));
+  Concurrently call([&] { return m_client.ask("slow"); });
+  ours.waitUntilTaken();
+  ours.kill();
+  EXPECT_TRUE(call.result().isBrokenOff());
+  const PlainServer plain;
+  expectServed(m_client);
+}
+
+TEST_F(PlainPeerTest, APlainClientMeetsNothingThatASlowExchangeLeftBehind) {
+  ServerProcess server;
+  {
+    Client slow;
+    Concurrently call([&] { return slow.ask("slow"); });
+    server.waitUntilTaken();
+    std::this_thread::sleep_for(kLongerThanTheWatchNeeds);
+    server.release();
+    EXPECT_TRUE(call.result().isProper("slow"));
+  }
+  EXPECT_EQ(0U, RawQueue(kKey).depth());
+  EXPECT_EQ(0U, RawQueue(kKey + 1).depth());
+  RawPeer plain(kKey);
+  for (const char* text : {"one", "two", "three"}) EXPECT_EQ(text, plain.ask(text).text);
+}
+
+// --- Waits that a signal breaks
+
+class BrokenWaitTest : public PlainPeerTest {
+ protected:
+  static void SetUpTestSuite() {
+    struct sigaction broken {};
+    broken.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &broken, nullptr);
+  }
+
+  // Asks on a thread whose wait is broken while the server has the question.
+  template <typename Taken>
+  void askAndBreakOff(const char* text, Taken waitUntilTaken) {
+    std::atomic<pthread_t> asker{};
+    Concurrently call([&] {
+      asker = pthread_self();
+      return m_client.ask(text);
+    });
+    waitUntilTaken();
+    // Once might come before the wait.
+    while (!call.returned()) {
+      pthread_kill(asker, SIGUSR1);
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_TRUE(call.result().isBrokenOff());
+  }
+};
+
+TEST_F(BrokenWaitTest, ThatOursAnswersLaterCostsNoOtherAnswer) {
+  ServerProcess server;
+  for (int round = 0; round < 20; ++round) {
+    askAndBreakOff("slow", [&] { server.waitUntilTaken(); });
+    Concurrently next([&] { return m_client.notEchoed(8); });
+    server.release();
+    EXPECT_EQ(0, next.result()) << round;
+  }
+  expectServed(m_client);
+}
+
+TEST_F(BrokenWaitTest, ThatAPlainServerAnswersLaterOrNeverCostsNoOtherAnswer) {
+  std::atomic<bool> taken{false};
+  std::atomic<bool> released{false};
+  const auto slowly = [&](const std::string& text) {
+    if (text != "slow") return;
+    taken = true;
+    waitUntil("it may go on", [&] { return released.load(); });
+  };
+  for (const bool crashes : {false, true}) {
+    taken = released = false;
+    std::optional<PlainServer> server(std::in_place, kChannel, slowly);
+    askAndBreakOff("slow", [&] { waitUntil("it was taken", [&] { return taken.load(); }); });
+    Concurrently next([&] { return m_client.notEchoed(8); });
+    if (crashes) {
+      std::thread end([&] { server.reset(); });
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+      released = true;
+      end.join();
+      server.emplace();
+    }
+    released = true;
+    EXPECT_EQ(0, next.result()) << crashes;
+    expectServed(m_client);
+  }
+}
+
+// --- The set of semaphores is anybody's
+
+TEST_F(PlainPeerTest, NoSetOfSemaphoresKeepsAServerFromServing) {
+  for (const int size : {1, 2, 3, 30000}) {
+    for (const int value : {0, 1, 30001, 32767}) {
+      isolateTest();
+      const int set = semget(kKey, size, IPC_CREAT | 0666);
+      ASSERT_GE(set, 0) << size;
+      if (size > 1) {
+        ASSERT_EQ(0, semctl(set, 1, SETVAL, value));
+      }
+      Client client;
+      {
+        const PlainServer plain;
+        expectServed(client);
+      }
+      ServerProcess ours;
+      expectServed(client);
+      if (size == 1) continue;
+      Concurrently call([&] { return client.ask("slow"); });
+      ours.waitUntilTaken();
+      ours.kill();
+      EXPECT_TRUE(call.result().isBrokenOff()) << size << " semaphores, " << value;
+    }
+  }
+}
+
+TEST_F(PlainPeerTest, ACountOfLivesThatLiesKeepsNobodyFromAnswers) {
+  semctl(semget(kKey, 2, IPC_CREAT | 0666), 0, SETVAL, 32767);
+  const Server ours(&echo);
+  Concurrently asking([&] {
+    waitUntil("it is believed no longer", [&] { return m_client.notEchoed(8) == 0; });
+    return m_client.notEchoed(40);
+  });
+  EXPECT_EQ(0, asking.result());
+}
+
+TEST_F(PlainPeerTest, ASetThatIsRemovedInAWaitLeavesAPlainExchange) {
+  ServerProcess server;
+  Concurrently call([&] { return m_client.ask("slow"); });
+  server.waitUntilTaken();
+  semctl(semget(kKey, 0, 0), 0, IPC_RMID);
+  std::this_thread::sleep_for(kLongerThanTheWatchNeeds);
+  server.release();
+  EXPECT_TRUE(call.result().isProper("slow"));
+  expectServed(m_client);
+}
+
+}  // namespace
+}  // namespace hbbtv_ryn::test
