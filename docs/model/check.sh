@@ -21,7 +21,7 @@ losses                  holds               -DLOSSES -DLONG_REPLIES
 room-for-one            holds               -DLOSSES -DLONG_REPLIES -DROOM_REQUESTS=1 -DROOM_REPLIES=1
 one-way-messages        holds               -DSERVERS=2 -DONEWAYS=2
 overlap                 holds               -DSERVERS=2 -DOVERLAP
-overlap-one-way         holds               -DSERVERS=2 -DOVERLAP -DEVENTS=1 -DONEWAYS=1
+overlap-one-way         holds               -DSERVERS=2 -DOVERLAP -DEVENTS=1 -DONEWAYS=1 -DREQUESTS=2
 no-endless-run          no-cycle            -DLOSSES
 orderly                 holds               -DORDERLY -DEVENTS=0 $small
 orderly-plain           holds               -DORDERLY -DSERVERS=0 -DPLAIN=AFTER -DONEWAYS=1 $small
