@@ -1,7 +1,7 @@
 # The front door: each target installs what it needs (Debian packages, with sudo where not root), builds
 # and runs. The building itself is CMake's: see CMakePresets.json.
 .DEFAULT_GOAL := help
-.PHONY: help demo check check-asan check-tsan check-armhf package check-package check-abi accept-abi \
+.PHONY: help demo check check-asan check-tsan check-armhf check-model package check-package check-abi accept-abi \
         footprint bench check-instructions fuzz torture soak docs format check-format lint clean
 
 # What one clone has compiled, another need not.
@@ -51,6 +51,10 @@ check-tsan: ## Run the tests under the thread sanitizer
 check-armhf: ## Cross-build everything for 32-bit ARM and run the tests under emulation
 	$(install) build check armhf
 	$(call test,armhf)
+
+check-model: ## Check the model of the exchange, and that it fails without each safeguard (under a minute)
+	$(install) model
+	@docs/model/check.sh
 
 package: ## Make the Debian packages for this machine's architecture and for armhf, in build/packages
 	$(install) build check armhf package
