@@ -23,7 +23,7 @@ using Clock = std::chrono::steady_clock;
 namespace {
 
 constexpr int kUnopened = -1;
-// How long a record may lie where nobody of ours serves, until it is taken off again.
+// How long records may lie where nobody of ours serves, until they show that nobody serves at all.
 constexpr auto kOfferTime = 250ms;
 // How long nothing is offered after that.
 constexpr auto kRefusalTime = 1s;
@@ -85,7 +85,9 @@ struct IpcClient {
   int exchange(const IpcMessage& request, JoinedText* text);
   bool restoreOrder();
   bool put(const IpcMessage& message, int kind);
+  bool mayOffer();
   bool isTaken();
+  bool emptiesSoon();
   int awaitAnswer(JoinedText* text);
 
   const key_t key_;
@@ -106,7 +108,8 @@ struct IpcClient {
   Reader reader_ = Reader::kPlain;
   int deaths_ = 0;  // as the present exchange began
   std::optional<Clock::time_point> several_since_;
-  bool has_met_ours_ = false;
+  // Whether all that a server of ours may have half taken, or not answered yet, is this handle's requests.
+  bool knows_what_was_sent_ = false;
   // Whether something may still be answered that nobody waits for.
   bool in_doubt_ = false;
   Clock::time_point refused_until_ = Clock::time_point::min();
@@ -135,6 +138,8 @@ int IpcClient::sendOneWay(const IpcMessage& message) {
   if (!hbbtv_ryn::isChunkSize(chunk_size_) || !makeRecord()) return -1;
   const auto sent = hbbtv_ryn::sendMessage(request_queue_, channel_, chunk_size_, &message, IPC_KIND_ONEWAY,
                                            record_.get());
+  // Its end may have found no room, or another server than its beginning.
+  if (record_->sequence > 1) knows_what_was_sent_ = false;
   return sent == hbbtv_ryn::Sent::kRefused ? -1 : 0;
 }
 
@@ -185,20 +190,18 @@ int IpcClient::exchange(const IpcMessage& request, JoinedText* text) {
   if (!hbbtv_ryn::canBeCut(channel_, chunk_size_, &request)) return -1;
   if (!makeRecord() || !text->allocate(chunk_size_)) return -4;
   lookWhoReads();
-  if (reader_ == Reader::kNobody) {
-    // Other records that wait show that nobody takes any.
-    if (Clock::now() < refused_until_ || hbbtv_ryn::hasWaiting(request_queue_, channel_)) return -1;
-  }
+  if (reader_ == Reader::kNobody && !mayOffer()) return -1;
   if (reader_ != Reader::kPlain && (!watch_ || watch_->isLeftBehind())) {
     watch_ = hbbtv_ryn::ReplyWatch::start(&life_, channel_);
     if (!watch_) return -4;
   }
   if (reader_ == Reader::kOurs) {
-    // Whoever asked before us may still be answered. And any process may write to the request queue: the
-    // answers to that lie on our reply queue, where each would shift all later ones by one.
-    if (!has_met_ours_) in_doubt_ = in_doubt_ || hbbtv_ryn::hasBeenSentTo(request_queue_);
+    // Whoever sent before us may have left half a message, or may still be answered. And any process may
+    // write to the request queue: the answers to that lie on our reply queue, where each would shift all
+    // later ones by one.
+    if (!knows_what_was_sent_) in_doubt_ = in_doubt_ || hbbtv_ryn::hasBeenSentTo(request_queue_);
     if (watch_->takeTick() && hbbtv_ryn::hasWaiting(reply_queue_, channel_)) in_doubt_ = true;
-    has_met_ours_ = true;
+    knows_what_was_sent_ = true;
   }
   if (in_doubt_ && !restoreOrder()) return -1;
   if (!put(request, IPC_KIND_REQUEST)) return -1;
@@ -238,19 +241,32 @@ bool IpcClient::put(const IpcMessage& message, int kind) {
   return true;
 }
 
-// Whether the record that has been put where nobody of ours serves finds a taker, and who that is: a plain
-// server may have taken the key over, or one of ours may just have started.
-bool IpcClient::isTaken() {
-  const auto end = Clock::now() + kOfferTime;
-  GrowingPause pause;
-  while (hbbtv_ryn::hasWaiting(request_queue_, channel_)) {
-    if (Clock::now() < end) {
-      pause();
-    } else if (msgrcv(request_queue_, record_.get(), hbbtv_ryn::recordPayloadBytes(chunk_size_), channel_,
-                      IPC_NOWAIT | MSG_NOERROR) >= 0) {
+// Where nobody of ours serves, a plain server may have taken the key over: whether something may be put
+// there to see. False when nobody takes what waits there already.
+bool IpcClient::mayOffer() {
+  while (reader_ == Reader::kNobody) {
+    if (Clock::now() < refused_until_) return false;
+    if (!emptiesSoon()) {
       refused_until_ = Clock::now() + kRefusalTime;
       return false;
     }
+    if (life_.life() == 0 && life_.deaths() == deaths_) {
+      // The last words of the dead.
+      hbbtv_ryn::discardWaiting(reply_queue_, channel_);
+      return true;
+    }
+    lookWhoReads();  // a server has started, and may have emptied the queue
+  }
+  return true;
+}
+
+// Whether the record that has been put where nobody of ours serves finds a taker, and who that is: a plain
+// server, or one of ours that has just started.
+bool IpcClient::isTaken() {
+  if (!emptiesSoon() && msgrcv(request_queue_, record_.get(), hbbtv_ryn::recordPayloadBytes(chunk_size_),
+                               channel_, IPC_NOWAIT | MSG_NOERROR) >= 0) {
+    refused_until_ = Clock::now() + kRefusalTime;
+    return false;
   }
   // Life first: if a server of ours has taken the record and was dead by then, the deaths tell.
   const auto life = life_.life();
@@ -259,6 +275,16 @@ bool IpcClient::isTaken() {
     return false;
   }
   reader_ = life == 0 ? Reader::kPlain : Reader::kOurs;
+  return true;
+}
+
+bool IpcClient::emptiesSoon() {
+  const auto end = Clock::now() + kOfferTime;
+  GrowingPause pause;
+  while (hbbtv_ryn::hasWaiting(request_queue_, channel_)) {
+    if (Clock::now() > end) return false;
+    pause();
+  }
   return true;
 }
 

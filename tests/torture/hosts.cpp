@@ -1,8 +1,11 @@
+#include <json/json.h>
 #include <malloc.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <cstdio>
 #include <random>
 #include <string>
@@ -12,6 +15,8 @@
 #include "hbbtv_ryn/browser.h"
 #include "hbbtv_ryn/ipc.h"
 #include "hbbtv_ryn/plugin.h"
+#include "ipc/protocol/queues.h"
+#include "support/raw_peer.h"
 #include "torture/processes.h"
 
 namespace hbbtv_ryn::test {
@@ -22,6 +27,9 @@ constexpr int kOneRecordText = 800;
 constexpr int kManyRecordsText = 12000;
 
 Ledger* g_ledger = nullptr;
+// Beside a predecessor that still asks, a host must not: two clients of one queue take each other's
+// answers.
+std::atomic<bool> g_may_call{false};
 
 class Random {
  public:
@@ -60,7 +68,7 @@ std::string labelFor(int appid, int orgid) {
 
 // Most answers come at once, a few late enough for the asker to wonder whether the host is alive.
 void takeTime(int number) {
-  if (number % 5000 == 1) usleep(700000);
+  if (number % 3000 == 1) usleep(700000);
   if (number % 100 == 1) usleep(3000);
 }
 
@@ -87,7 +95,7 @@ void registerPluginCallbacks() {
     ++g_ledger->received;
     // Callbacks may ask; not each time, or the browser's events would wait for its own answers.
     std::string label;
-    if (appid % 16 == 0) Zunt_RYN_Plugin_GetKeyLabel(2, orgid, 1, label);
+    if (g_may_call && appid % 16 == 0) Zunt_RYN_Plugin_GetKeyLabel(2, orgid, 1, label);
   };
   Zunt_RYN_Plugin_RegisterRynEventCallback(ZUNT_RYN_EVENT_OPAPP_STATE_CHANGE, notification);
 }
@@ -148,9 +156,10 @@ class Caller {
         m_random(seed + static_cast<uint64_t>(index)) {}
 
   void send() {
-    m_in_progress = now();
-    m_host.send(m_random);
-    m_in_progress = 0;
+    {
+      const InProgress call(m_in_progress, now());
+      m_host.send(m_random);
+    }
     ++g_ledger->one_way;
     // Each full queue costs a sender 100 ms and everyone who waits for it too: seldom enough for exchanges
     // to get their turn.
@@ -161,9 +170,10 @@ class Caller {
     const Phase phase = g_ledger->phase;
     const auto index = m_random.below(static_cast<int>(m_host.questions.size()));
     const Nanoseconds began = now();
-    m_in_progress = began;
-    const Outcome outcome = m_host.questions[static_cast<std::size_t>(index)](m_random);
-    m_in_progress = 0;
+    const Outcome outcome = [&] {
+      const InProgress call(m_in_progress, began);
+      return m_host.questions[static_cast<std::size_t>(index)](m_random);
+    }();
     const bool may_be_disturbed =
         phase == Phase::kAnything || phase == Phase::kSettling || phase != g_ledger->phase;
     if (outcome.right && outcome.result == 0) {
@@ -186,6 +196,15 @@ class Caller {
   }
 
  private:
+  // The thread may be cancelled in its call.
+  struct InProgress {
+    InProgress(std::atomic<Nanoseconds>& call, Nanoseconds began) : m_call(call) { m_call = began; }
+    ~InProgress() { m_call = 0; }
+    InProgress(const InProgress&) = delete;
+    InProgress& operator=(const InProgress&) = delete;
+    std::atomic<Nanoseconds>& m_call;
+  };
+
   // How long the call lasted after its peer was dead.
   void countDeadCall(Nanoseconds began) {
     const Nanoseconds lasted = now() - std::max(began, g_ledger->killed_at[peerOf(m_host.side)].load());
@@ -199,6 +218,50 @@ class Caller {
   Random m_random;
 };
 
+// The threads of a host that call the library.
+class Callers {
+ public:
+  Callers(const Host& host, uint64_t seed, useconds_t pause) : m_host(host), m_seed(seed), m_pause(pause) {
+    const int lasting = pause > 0 ? kCallers : kCallers - 1;
+    for (int i = 0; i < lasting; ++i) m_lasting.emplace_back([this, i] { call(i); });
+    if (pause == 0) m_nuisance = std::thread([this] { breakAndCancel(); });
+  }
+  ~Callers() {
+    m_stop = true;
+    if (m_nuisance.joinable()) m_nuisance.join();
+    for (auto& thread : m_lasting) thread.join();
+  }
+  Callers(const Callers&) = delete;
+  Callers& operator=(const Callers&) = delete;
+
+ private:
+  void call(int index) {
+    for (Caller caller(m_host, index, m_seed); !m_stop;) {
+      if (!g_ledger->paused) index == 0 ? caller.send() : caller.ask();
+      if (m_pause > 0 || g_ledger->paused) usleep(std::max<useconds_t>(m_pause, 1000));
+    }
+  }
+
+  // Breaks the waits of the others with signals, and cancels the last caller wherever it is.
+  void breakAndCancel() {
+    for (Random random(m_seed); !m_stop;) {
+      std::thread last([this] { call(kCallers - 1); });
+      usleep(static_cast<useconds_t>(500 + random.below(30000)));
+      for (auto& thread : m_lasting) pthread_kill(thread.native_handle(), SIGUSR1);
+      pthread_cancel(last.native_handle());
+      last.join();
+      ++g_ledger->cancelled;
+    }
+  }
+
+  const Host& m_host;
+  const uint64_t m_seed;
+  const useconds_t m_pause;
+  std::atomic<bool> m_stop{false};
+  std::vector<std::thread> m_lasting;
+  std::thread m_nuisance;
+};
+
 int runHost(Parent& parent, const Host& host) {
   // Each thread's arena would grow for a while before it is full of holes that fit.
   mallopt(M_ARENA_MAX, 1);
@@ -209,31 +272,68 @@ int runHost(Parent& parent, const Host& host) {
   // descriptor, not to the stream.
   if (std::freopen("/dev/null", "w", stdout) == nullptr) return 2;
   stderr = stdout;
+  struct sigaction breaking {};  // without SA_RESTART
+  breaking.sa_handler = [](int) {};
+  sigaction(SIGUSR1, &breaking, nullptr);
   for (std::string order; order != "finish";) {
     if (host.start() != 0) return 3;
-    if (order == "restart") parent.say("done");
-    std::atomic<bool> stop{false};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < kCallers; ++i) {
-      threads.emplace_back([&, i] {
-        for (Caller caller(host, i, seed); !stop;) {
-          if (!g_ledger->paused) i == 0 ? caller.send() : caller.ask();
-          if (pause > 0 || g_ledger->paused) usleep(std::max<useconds_t>(pause, 1000));
-        }
-      });
-    }
-    while ((order = parent.hear()) == "trim") {
-      malloc_trim(0);
+    if (order == "restart") {
       parent.say("done");
+    } else {
+      parent.say("up");
+      parent.hear();
+      g_may_call = true;
     }
-    stop = true;
-    for (auto& thread : threads) thread.join();
+    {
+      const Callers callers(host, seed, pause);
+      while ((order = parent.hear()) == "trim") {
+        malloc_trim(0);
+        parent.say("done");
+      }
+    }
     if (host.stop() != 0) return 4;
   }
   return 0;
 }
 
+// --- The plain browser
+
+std::string plainAnswer(const std::string& request) {
+  Json::Value members;
+  Json::Reader().parse(request, members);
+  Json::Value answer;
+  switch (members["t"].asInt()) {
+    case 237:
+      answer["t"] = 238;
+      answer["label"] = labelFor(members["appid"].asInt(), members["orgid"].asInt());
+      break;
+    case 280:
+      answer["ret"] = numberFor(members["status"].asString());
+      break;
+  }
+  return answer.toStyledString();
+}
+
 }  // namespace
+
+const ChildRole kPlainBrowser("plain browser", [](Parent& parent) {
+  RawPeer peer(kRequestQueueKey);
+  std::atomic<bool> stop{false};
+  std::thread server([&] {
+    while (!stop) {
+      if (peer.requests.depth() == 0) {
+        usleep(50);
+        continue;
+      }
+      const RawMessage message = peer.nextRequest();
+      if (message.kind == kRawRequest) peer.reply(plainAnswer(message.text));
+    }
+  });
+  parent.hear();
+  stop = true;
+  server.join();
+  return 0;
+});
 
 const ChildRole kBrowserHost("browser host", [](Parent& parent) {
   Zunt_RYN_Browser_RegisterCallback(browserHandlers(), nullptr);

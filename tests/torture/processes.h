@@ -51,6 +51,7 @@ struct Ledger {
   std::atomic<uint64_t> one_way;
   std::atomic<uint64_t> received;  // one-way messages that reached a handler
   std::atomic<uint64_t> hostile;
+  std::atomic<uint64_t> cancelled;  // threads, in their calls or between them
   std::atomic<bool> hostile_writing;
   std::atomic<Nanoseconds> longest_dead_call;
   char first_wrong[256];  // in words
@@ -67,11 +68,17 @@ Ledger& openLedger(const std::string& argument);
 /// A browser host and a plug-in host that call each other without end and check every answer. What a
 /// handler answers is computed from the question alone, so the asker knows the only right answer.
 ///
-/// A third argument is the pause between two calls of a thread in microseconds. Told "restart", a host
-/// stops and starts its endpoint; told "trim", it gives the memory back that it does not use; either time
-/// it says "done". Told "finish", it stops everything in an orderly way and ends with exit code 0.
+/// A third argument is the pause between two calls of a thread in microseconds; without a pause, waits are
+/// broken by signals, and one of the threads is cancelled again and again. A host says "up" when it serves,
+/// and calls once it has been told "call". Told "restart", it stops and starts its endpoint; told "trim",
+/// it gives the memory back that it does not use; either time it says "done". Told "finish", it stops
+/// everything in an orderly way and ends with exit code 0.
 extern const ChildRole kBrowserHost;
 extern const ChildRole kPluginHost;
+
+/// A browser that shares no code with the library and knows the record format alone. It answers the plug-in
+/// host's questions until it is told to finish, and then ends between two messages.
+extern const ChildRole kPlainBrowser;
 
 /// Writes to the three request queues what no peer would: as long as the ledger's phase is kMalformed
 /// records that nobody can answer, in phase kAnything also such as the peer itself might have sent. Two

@@ -79,7 +79,7 @@ class Soak {
   // Has the survivor do something, and waits until it has.
   void order(const char* what) {
     m_hosts[m_survivor].say(what);
-    m_hosts[m_survivor].hear();
+    while (m_hosts[m_survivor].hear() != "done") continue;
   }
 
   void report(const Size& first, const Size& last) const {

@@ -6,6 +6,8 @@
 #include <exception>
 #include <fstream>
 #include <stdexcept>
+#include <thread>
+#include <utility>
 
 #include "support/isolation.h"
 
@@ -26,14 +28,29 @@ HostPair::HostPair(uint64_t seed, const char* pause) : m_seeds(seed), m_pause(pa
   start(kPluginSide);
 }
 
+void HostPair::start(Side side) {
+  m_hosts[side] = newHost(side);
+  m_hosts[side]->say("call");
+}
+
 std::vector<std::string> HostPair::arguments() {
   return {m_ledger_argument, std::to_string(m_seeds() >> 1)};
 }
 
-void HostPair::start(Side side) {
+std::unique_ptr<ChildProcess> HostPair::newHost(Side side) {
   auto with_pause = arguments();
   with_pause.push_back(m_pause);
-  m_hosts[side].emplace(side == kBrowserSide ? kBrowserHost : kPluginHost, with_pause);
+  return std::make_unique<ChildProcess>(side == kBrowserSide ? kBrowserHost : kPluginHost, with_pause);
+}
+
+// Only one of them may ask: there is one client to a queue.
+void HostPair::replaceOverlapping(Side side, std::chrono::milliseconds overlap) {
+  auto successor = newHost(side);
+  successor->hear();  // it serves
+  std::this_thread::sleep_for(overlap);
+  kill(side);
+  successor->say("call");
+  m_hosts[side] = std::move(successor);
 }
 
 void HostPair::kill(Side side) {

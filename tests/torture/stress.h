@@ -4,8 +4,9 @@
 #define HBBTV_RYN_TESTS_TORTURE_STRESS_H
 
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <functional>
-#include <optional>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -25,17 +26,21 @@ class HostPair {
   std::vector<std::string> arguments();
 
   void start(Side side);
+  /// Has a successor serve beside the host for a while, and kills the host.
+  void replaceOverlapping(Side side, std::chrono::milliseconds overlap);
   /// Throws when the host had ended by itself.
   void kill(Side side);
   /// Has both end in order, and throws when one does not.
   void finish();
 
  private:
+  std::unique_ptr<ChildProcess> newHost(Side side);
+
   const std::string m_ledger_argument = createLedger();
   Ledger& m_ledger = openLedger(m_ledger_argument);
   std::mt19937_64 m_seeds;
   const std::string m_pause;
-  std::optional<ChildProcess> m_hosts[kSideCount];
+  std::unique_ptr<ChildProcess> m_hosts[kSideCount];
 };
 
 /// A number from the kernel's status file of a process, such as "VmHWM:"; 0 when it is not there.

@@ -84,13 +84,27 @@ class Torture {
       watchFor(milliseconds(below(8) == 0 ? below(20) : 30 + below(250)));
       const bool both = below(6) == 0;
       const auto first = static_cast<Side>(below(2));
+      if (phase == Phase::kKills && below(4) == 0) {
+        m_hosts.replaceOverlapping(first, milliseconds(below(400)));
+        ++m_overlaps;
+        continue;
+      }
       kill(first);
       if (both) kill(peerOf(first));
-      // Replaced at once, or after the peer has had time to notice.
+      // Replaced at once, after the peer has had time to notice, or in the browser's place by a plain one.
       if (below(2) == 0) watchFor(milliseconds(below(800)));
+      if (phase == Phase::kKills && first == kBrowserSide && !both && below(3) == 0) servePlainly();
       m_hosts.start(first);
       if (both) m_hosts.start(peerOf(first));
     }
+  }
+
+  void servePlainly() {
+    ChildProcess plain(kPlainBrowser);
+    watchFor(milliseconds(50 + below(300)));
+    plain.say("finish");
+    if (plain.wait() != 0) throw std::runtime_error("the plain browser met what the format does not name");
+    ++m_plain_turns;
   }
 
   // After the hostile writing: right answers must come again, on both sides, for good.
@@ -130,6 +144,9 @@ class Torture {
       std::printf("%-46s %10llu\n", what, static_cast<unsigned long long>(value));
     };
     count("kills survived", m_kills);
+    count("  restarts with both servers at work", m_overlaps);
+    count("  turns of a plain browser", m_plain_turns);
+    count("requesters cancelled", m_ledger.cancelled.load());
     count("hostile messages", m_ledger.hostile.load());
     count("exchanges with the right answer", m_ledger.exchanges.load());
     count("  without an answer", m_ledger.unanswered.load());
@@ -149,6 +166,8 @@ class Torture {
   Ledger& m_ledger = m_hosts.ledger();
   ChildProcess m_hostile{kHostileWriter, m_hosts.arguments()};
   int m_kills = 0;
+  int m_overlaps = 0;
+  int m_plain_turns = 0;
   int m_peak = 0;
   int m_calm_peak = 0;
   Nanoseconds m_longest_settling = 0;
