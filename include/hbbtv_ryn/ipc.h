@@ -7,14 +7,21 @@
 /// a reply queue at key + 1. Queues are never removed: they, and whatever lies on them, outlive both
 /// processes. The data format is described in docs/protocol.md.
 ///
-/// **A dead server never hangs a caller.** For as long as its receive thread runs, a server holds one
-/// unit of a System V semaphore on its own queue's key, which the kernel gives back when the process
-/// dies by any cause. A synchronous request to a server that is known to be gone (the semaphore exists
-/// and reads 0) returns -1 within a second, whether the server died before the request, while it was
-/// handling it or between handling and answering. A server that is alive is waited for without bound.
-/// Where no semaphore exists (a server built without this protection) the wait has no bound at all.
-/// The answer to a request that was given up is never taken for the answer to a later one.
-/// docs/reliability.md says what is promised and how it is kept.
+/// **A dead server never hangs a caller**, and no request gets another one's answer. A server shows its
+/// life by a System V semaphore set on its queue's key, which the kernel keeps even when the process is
+/// killed. A synchronous request whose server is gone returns -1 within a second, whether the server died
+/// before the request, while it was handling it or between handling and answering. A server that is alive
+/// is waited for without bound. This holds for channel 1 and servers of this library; any other server that
+/// follows the record format is served as well, and waited for without bound. docs/reliability.md says what
+/// is promised and how it is kept.
+///
+/// **What a host does to its threads and processes.** A *signal* whose handler runs on the waiting thread
+/// ends the wait for an answer with -1; that answer, when it comes, is dropped. A *cancellation* takes
+/// effect before a call of this header begins or after it has ended, never inside, and leaves no lock held
+/// (ipc_rcv_internal() is the exception: it is a cancellation point). In a *forked child* a handle of the
+/// parent's can be destroyed, at once and without effect on the parent; a client can also ask with it,
+/// unless another thread was using it during the fork, but then only in the parent's stead: two clients of
+/// one queue take each other's answers. A process may *exit* at any time.
 ///
 /// Results are 0 for success and otherwise:
 ///   -1  the transfer or the reply failed, or the message exceeds IPC_MAX_MESSAGE
@@ -125,7 +132,7 @@ using IpcReplyHandler = int (*)(const IpcMessage* reply, int status);
 ///   null message, a message of negative length or without text, a chunk size below 1 or a negative
 ///   channel; -4 when the record buffer cannot be had, after a line on standard error.
 ///
-/// Any thread may call. Blocks at most 300 ms per record.
+/// Any thread may call. Blocks at most 300 ms per record. Not cancelled in mid-message.
 HBBTV_RYN_EXPORT int ipc_snd_internal(int queue_id, long channel, int chunk_size, const IpcMessage* message,
                                       int kind);
 
@@ -174,7 +181,7 @@ HBBTV_RYN_EXPORT int zunt_ipc_client_create(key_t key, long channel, int with_re
 /// @param client  the handle; no other thread may be using it.
 /// @return 0; -3 for a null handle.
 ///
-/// Blocks up to half a second when a request that took long has just ended, else not.
+/// Does not block.
 HBBTV_RYN_EXPORT int zunt_ipc_client_destroy(IpcClient* client);
 
 /// Sends a one-way message.
@@ -183,7 +190,7 @@ HBBTV_RYN_EXPORT int zunt_ipc_client_destroy(IpcClient* client);
 /// @param message  1 to IPC_MAX_MESSAGE bytes; stays the caller's.
 /// @return 0 when the message was handed to the queue, also when a full queue made it drop records; -3
 ///   for a null handle or message, a length of 0 or a queue that does not exist; -1 for a length above
-///   IPC_MAX_MESSAGE or a send that failed.
+///   IPC_MAX_MESSAGE, a length without a text, a chunk size below 1, or no memory for the record.
 ///
 /// Any thread may call; calls on one handle are served one at a time. Blocks behind the other calls on
 /// the handle, and up to 300 ms per record while the queue is full. A server that is gone makes no
@@ -197,10 +204,13 @@ HBBTV_RYN_EXPORT int zunt_ipc_client_send(IpcClient* client, const IpcMessage* m
 /// @param handler  called on this thread with a proper reply, not with a failure reply; may be null.
 /// @return 0 after a reply of any kind, a failure reply included; -3 for a null handle or request, a
 ///   handle without reply queue, a chunk size of 0, a length of 0 or a queue that does not exist; -1 for
-///   a length above IPC_MAX_MESSAGE, a failed send or receive, or a server that is gone; -4 out of memory.
+///   a length above IPC_MAX_MESSAGE, a length without a text, a queue without room for 300 ms, a wait
+///   broken by a signal, an answer that was lost or has a gap, or a server that is gone; -4 out of memory
+///   or threads.
 ///
 /// Any thread may call; calls on one handle are served one at a time. Blocks until the server answers;
-/// returns within a second when the server is gone.
+/// returns within a second when the server is gone. The first request starts a thread, which sleeps while
+/// nothing is asked.
 HBBTV_RYN_EXPORT int zunt_ipc_client_send_sync_with_callback(IpcClient* client, const IpcMessage* request,
                                                              IpcReplyHandler handler);
 
@@ -224,8 +234,9 @@ HBBTV_RYN_EXPORT int zunt_ipc_client_send_sync_with_params(IpcClient* client, co
 /// an earlier run left on the queue are served.
 ///
 /// The receive thread blocks every signal. A message that cannot be received costs a line on standard
-/// error, and the next one is served. It ends on a stop record, on a one-way message that begins with
-/// "exit" (after the callback has seen it), and when the server is destroyed.
+/// error, one longer than any peer sends (65536 bytes) is dropped whole, and the next one is served. It
+/// ends on a stop record, on a one-way message that begins with "exit" (after the callback has seen it),
+/// and when the server is destroyed.
 ///
 /// @param key         key of the request queue.
 /// @param channel     System V message type that is served, at least 1.
@@ -233,8 +244,10 @@ HBBTV_RYN_EXPORT int zunt_ipc_client_send_sync_with_params(IpcClient* client, co
 /// @param chunk_size  record payload parameter, at least 1; must equal the clients'.
 /// @param[out] server the handle when 0 is returned, to be released with zunt_ipc_server_destroy(); else
 ///                    untouched.
-/// @return 0; -3 for a null out-pointer, or a queue or its semaphore that can be neither created nor
-///   opened; -4 out of memory; -5 when the receive thread cannot be started.
+/// @return 0; -3 for a null out-pointer, or a queue that can be neither created nor opened; -4 out of
+/// memory;
+///   -5 when the receive thread cannot be started. A server that can have no semaphore serves without: its
+///   clients wait for it as for one of another make.
 ///
 /// Any thread may call. Does not block.
 HBBTV_RYN_EXPORT int zunt_ipc_server_create(key_t key, long channel, int with_reply, int chunk_size,
@@ -247,7 +260,7 @@ HBBTV_RYN_EXPORT int zunt_ipc_server_create(key_t key, long channel, int with_re
 /// @return 0; -3 for a null handle.
 ///
 /// Blocks up to a second (and 300 ms while the queue is full), and then until the callback reaches a
-/// cancellation point.
+/// cancellation point. In a forked child it does not block.
 HBBTV_RYN_EXPORT int zunt_ipc_server_destroy(IpcServer* server);
 
 /// Sets the callback and its user data together. A call in progress finishes with the old pair.

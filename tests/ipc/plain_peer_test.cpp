@@ -9,11 +9,11 @@
 #include <optional>
 
 #include "ipc/channel_handles.h"
-#include "ipc/plain_server.h"
 #include "ipc/server_process.h"
 #include "support/deadline.h"
 #include "support/isolation.h"
 #include "support/output_capture.h"
+#include "support/plain_server.h"
 #include "support/raw_peer.h"
 
 namespace hbbtv_ryn::test {
@@ -48,32 +48,32 @@ TEST_F(PlainPeerTest, APlainServerTakesOverAKeyWhereOursRan) {
     isolateTest();
     before();
     Client client;
-    PlainServer plain;
+    PlainServer plain(kKey);
     expectServed(client);
-    EXPECT_EQ(kRequestsOnly, plain.kinds());
+    EXPECT_EQ(kRequestsOnly, plain.finish());
   }
 }
 
 TEST_F(PlainPeerTest, APlainServerOnAnotherChannelStandsBesideOurs) {
   const Server ours(&echo);
-  PlainServer plain(2);
+  PlainServer plain(kKey, 2);
   Client second_channel(1, kKey, 2);
   for (int round = 0; round < 3; ++round) {
     expectServed(m_client);
     expectServed(second_channel);
   }
-  EXPECT_EQ(kRequestsOnly, plain.kinds());
+  EXPECT_EQ(kRequestsOnly, plain.finish());
 }
 
 TEST_F(PlainPeerTest, OursOnAnotherChannelSaysNothingOfAPlainServer) {
   const Server ours(&echo, nullptr, 1, kKey, 2);
-  PlainServer plain;
+  PlainServer plain(kKey);
   expectServed(m_client);
-  EXPECT_EQ(kRequestsOnly, plain.kinds());
+  EXPECT_EQ(kRequestsOnly, plain.finish());
 }
 
 TEST_F(PlainPeerTest, APlainServerServesBesideOursAndOursAfterIt) {
-  std::optional<PlainServer> plain(std::in_place);
+  std::optional<PlainServer> plain(std::in_place, kKey);
   expectServed(m_client);
   ServerProcess ours;
   // Either takes what it can get; the records of a long question would be shared out.
@@ -82,7 +82,7 @@ TEST_F(PlainPeerTest, APlainServerServesBesideOursAndOursAfterIt) {
   plain.reset();
   expectServed(m_client);
   ours.kill();
-  plain.emplace();
+  plain.emplace(kKey);
   expectServed(m_client);
 }
 
@@ -93,7 +93,7 @@ TEST_F(PlainPeerTest, APlainServerThatFollowsOursDeadAtWorkIsServedItsDue) {
   ours.waitUntilTaken();
   ours.kill();
   EXPECT_TRUE(call.result().isBrokenOff());
-  const PlainServer plain;
+  const PlainServer plain(kKey);
   expectServed(m_client);
 }
 
@@ -156,13 +156,15 @@ TEST_F(BrokenWaitTest, ThatAPlainServerAnswersLaterOrNeverCostsNoOtherAnswer) {
   std::atomic<bool> taken{false};
   std::atomic<bool> released{false};
   const auto slowly = [&](const std::string& text) {
-    if (text != "slow") return;
-    taken = true;
-    waitUntil("it may go on", [&] { return released.load(); });
+    if (text == "slow") {
+      taken = true;
+      waitUntil("it may go on", [&] { return released.load(); });
+    }
+    return text;
   };
   for (const bool crashes : {false, true}) {
     taken = released = false;
-    std::optional<PlainServer> server(std::in_place, kChannel, slowly);
+    std::optional<PlainServer> server(std::in_place, kKey, kChannel, slowly);
     askAndBreakOff("slow", [&] { waitUntil("it was taken", [&] { return taken.load(); }); });
     Concurrently next([&] { return m_client.notEchoed(8); });
     if (crashes) {
@@ -170,7 +172,7 @@ TEST_F(BrokenWaitTest, ThatAPlainServerAnswersLaterOrNeverCostsNoOtherAnswer) {
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
       released = true;
       end.join();
-      server.emplace();
+      server.emplace(kKey);
     }
     released = true;
     EXPECT_EQ(0, next.result()) << crashes;
@@ -191,7 +193,7 @@ TEST_F(PlainPeerTest, NoSetOfSemaphoresKeepsAServerFromServing) {
       }
       Client client;
       {
-        const PlainServer plain;
+        const PlainServer plain(kKey);
         expectServed(client);
       }
       ServerProcess ours;

@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstdio>
 #include <random>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -16,7 +17,7 @@
 #include "hbbtv_ryn/ipc.h"
 #include "hbbtv_ryn/plugin.h"
 #include "ipc/protocol/queues.h"
-#include "support/raw_peer.h"
+#include "support/plain_server.h"
 #include "torture/processes.h"
 
 namespace hbbtv_ryn::test {
@@ -317,22 +318,11 @@ std::string plainAnswer(const std::string& request) {
 }  // namespace
 
 const ChildRole kPlainBrowser("plain browser", [](Parent& parent) {
-  RawPeer peer(kRequestQueueKey);
-  std::atomic<bool> stop{false};
-  std::thread server([&] {
-    while (!stop) {
-      if (peer.requests.depth() == 0) {
-        usleep(50);
-        continue;
-      }
-      const RawMessage message = peer.nextRequest();
-      if (message.kind == kRawRequest) peer.reply(plainAnswer(message.text));
-    }
-  });
+  PlainServer server(kRequestQueueKey, kChannel, &plainAnswer);
   parent.hear();
-  stop = true;
-  server.join();
-  return 0;
+  const std::set<int> known{kRawOneWay, kRawRequest, kRawFailure};
+  const std::set<int> met = server.finish();
+  return std::includes(known.begin(), known.end(), met.begin(), met.end()) ? 0 : 1;
 });
 
 const ChildRole kBrowserHost("browser host", [](Parent& parent) {

@@ -1,0 +1,48 @@
+/// @file
+/// A server that follows the record format and nothing else: no semaphores, and what it does not know it
+/// ignores. It shares no code with the library.
+#ifndef HBBTV_RYN_TESTS_SUPPORT_PLAIN_SERVER_H
+#define HBBTV_RYN_TESTS_SUPPORT_PLAIN_SERVER_H
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <functional>
+#include <set>
+#include <string>
+#include <thread>
+
+#include "support/raw_peer.h"
+
+namespace hbbtv_ryn::test {
+
+class PlainServer {
+ public:
+  using Answer = std::function<std::string(const std::string& request)>;
+
+  /// Serves on a thread of its own; answers with the text of the request, or as it is told.
+  explicit PlainServer(key_t key, long channel = 1, Answer answer = {});
+  /// As a crash: what has been taken and not answered stays unanswered.
+  ~PlainServer();
+  PlainServer(const PlainServer&) = delete;
+  PlainServer& operator=(const PlainServer&) = delete;
+
+  /// Ends between two messages. @return the kinds of all records that it has met.
+  std::set<int> finish();
+
+ private:
+  void serve();
+  void answer(const std::string& request);
+
+  RawPeer m_peer;
+  const long m_channel;
+  const Answer m_answer;
+  std::atomic<bool> m_finished{false};
+  std::atomic<bool> m_crashed{false};
+  std::set<int> m_kinds;  // the thread's, until it has been joined
+  std::thread m_thread;
+};
+
+}  // namespace hbbtv_ryn::test
+
+#endif  // HBBTV_RYN_TESTS_SUPPORT_PLAIN_SERVER_H
