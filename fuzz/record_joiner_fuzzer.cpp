@@ -37,7 +37,7 @@ void fillQueue(const uint8_t* data, std::size_t size) {
 }
 
 void receiveBounded(int chunk_size, IpcRecord* record, JoinedText* text) {
-  const int result = receiveMessage(g_queue, kChannel, chunk_size, record, text, nullptr);
+  const int result = receiveMessage(g_queue, kChannel, chunk_size, record, text, false);
   fuzz::require(text->bytes != nullptr, "the buffer is kept");
   fuzz::require(text->capacity <= std::max(kJoinLimit, 2 * chunk_size + 1), "the buffer stays small");
   if (result != 0) return;

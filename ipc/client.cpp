@@ -292,8 +292,8 @@ int IpcClient::awaitAnswer(JoinedText* text) {
   const bool several_records = record_->sequence > 1;
   const bool protected_wait = reader_ == Reader::kOurs;
   if (protected_wait) watch_->begin(reply_queue_, deaths_);
-  const int received = hbbtv_ryn::receiveMessage(reply_queue_, channel_, chunk_size_, record_.get(), text,
-                                                 protected_wait ? watch_.get() : nullptr);
+  const int received =
+      hbbtv_ryn::receiveMessage(reply_queue_, channel_, chunk_size_, record_.get(), text, protected_wait);
   // The watch's record must not stay behind.
   if (protected_wait && watch_->end()) hbbtv_ryn::discardWaiting(reply_queue_, channel_);
   bool usable = received == 0;

@@ -52,30 +52,27 @@ bool makeRoom(char** text, int* capacity, int used, int more, int limit) {
   return true;
 }
 
-// What joining does with a text that cannot be kept.
-enum class Overflow { kReturn, kTakeToTheLast };
-
-struct Joining {
+// Of a receiver that keeps no text beyond the limit, but takes the message off to its last record.
+struct Bounds {
   int limit;
-  Overflow overflow;
-  Interruption* interruption;
+  bool ends_at_empty_record;
 };
 
 int joinRecords(int queue_id, long channel, int chunk_size, IpcRecord* record, char** text, int* capacity,
-                const Joining& joining, int* joined) {
+                const Bounds* bounds, int* joined) {
   const std::size_t payload = recordPayloadBytes(chunk_size);
   int used = 0;
   bool kept = true;
   do {
     const ssize_t received = takeRecord(queue_id, channel, payload, record);
     if (received < 0) return -1;
-    if (received == 0 && joining.interruption != nullptr && joining.interruption->isOver()) return -1;
+    if (received == 0 && bounds != nullptr && bounds->ends_at_empty_record) return -1;
     if (!isWhole(*record, static_cast<std::size_t>(received), chunk_size)) {
       record->last = 0;
       continue;
     }
-    kept = kept && makeRoom(text, capacity, used, record->chunk_length, joining.limit);
-    if (!kept && joining.overflow == Overflow::kReturn) return -4;
+    kept = kept && makeRoom(text, capacity, used, record->chunk_length, bounds ? bounds->limit : INT_MAX);
+    if (!kept && bounds == nullptr) return -4;
     if (!kept) continue;
     std::memcpy(*text + used, record->data, static_cast<std::size_t>(record->chunk_length));
     used += record->chunk_length;
@@ -163,7 +160,7 @@ Sent sendMessage(int queue_id, long channel, int chunk_size, const IpcMessage* m
 }
 
 int receiveMessage(int queue_id, long channel, int chunk_size, IpcRecord* record, JoinedText* text,
-                   Interruption* interruption) {
+                   bool ends_at_empty_record) {
   char* bytes = text->bytes.release();
   // Cancellation unwinds this frame while msgrcv() waits: the buffer must find its owner again.
   struct GiveBack {
@@ -171,8 +168,8 @@ int receiveMessage(int queue_id, long channel, int chunk_size, IpcRecord* record
     char** bytes;
     ~GiveBack() { text->bytes.reset(*bytes); }
   } give_back{text, &bytes};
-  const Joining bounded{std::max(kJoinLimit, 2 * chunk_size + 1), Overflow::kTakeToTheLast, interruption};
-  return joinRecords(queue_id, channel, chunk_size, record, &bytes, &text->capacity, bounded,
+  const Bounds bounds{std::max(kJoinLimit, 2 * chunk_size + 1), ends_at_empty_record};
+  return joinRecords(queue_id, channel, chunk_size, record, &bytes, &text->capacity, &bounds,
                      &text->length);
 }
 
@@ -229,6 +226,5 @@ int ipc_rcv_internal(int queue_id, long channel, int chunk_size, IpcRecord* reco
   if (record == nullptr || text == nullptr || capacity == nullptr) return -3;
   if (*capacity < 1 || !isChunkSize(chunk_size)) return -3;
   int joined = 0;
-  const hbbtv_ryn::Joining unbounded{INT_MAX, hbbtv_ryn::Overflow::kReturn, nullptr};
-  return hbbtv_ryn::joinRecords(queue_id, channel, chunk_size, record, text, capacity, unbounded, &joined);
+  return hbbtv_ryn::joinRecords(queue_id, channel, chunk_size, record, text, capacity, nullptr, &joined);
 }

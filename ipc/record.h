@@ -74,21 +74,12 @@ enum class Sent { kWhole, kWithGaps, kRefused };
 Sent sendMessage(int queue_id, long channel, int chunk_size, const IpcMessage* message, int kind,
                  IpcRecord* record);
 
-// Whether a wait has been ended from beside.
-class Interruption {
- public:
-  virtual bool isOver() = 0;
-
- protected:
-  ~Interruption() = default;
-};
-
 // ipc_rcv_internal() for a client or server: a text that cannot be kept, for its length (kJoinLimit) or for
-// want of memory, is taken off to its last record (-4). Where there is an interruption, it is asked at each
-// record of 0 bytes, and ends the wait (-1). On -1 the record's kind is that of a message which was larger
-// than a record, or IPC_KIND_STOP.
+// want of memory, is taken off to its last record (-4). A record of 0 bytes, which no message has, can end
+// the wait (-1). On -1 the record's kind is that of a message which was larger than a record, or
+// IPC_KIND_STOP.
 int receiveMessage(int queue_id, long channel, int chunk_size, IpcRecord* record, JoinedText* text,
-                   Interruption* interruption);
+                   bool ends_at_empty_record);
 
 // Whether the record keeps its own promises: any process may write to the queue. `received` is what
 // msgrcv() returned.

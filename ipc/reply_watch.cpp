@@ -55,11 +55,6 @@ void ReplyWatch::begin(int reply_queue, int deaths) {
   if (wake) changed_.notify_one();
 }
 
-bool ReplyWatch::isOver() {
-  const std::lock_guard<std::mutex> guard(mutex_);
-  return over_;
-}
-
 bool ReplyWatch::end() {
   const std::lock_guard<std::mutex> guard(mutex_);
   waiting_ = false;
@@ -85,7 +80,7 @@ void ReplyWatch::run() {
   }
 }
 
-// With the mutex held, so that whoever takes the record learns from isOver() whose it is.
+// With the mutex held, so that end() tells of every record that was put.
 void ReplyWatch::look() {
   const auto deaths = life_->deaths();
   if (!deaths) return;  // somebody has removed the set: nothing can be told any more

@@ -16,11 +16,10 @@
 
 #include "base/fork_count.h"
 #include "ipc/peer_life.h"
-#include "ipc/record.h"
 
 namespace hbbtv_ryn {
 
-class ReplyWatch final : public Interruption {
+class ReplyWatch {
  public:
   // Stops the thread, at once.
   struct Release {
@@ -39,9 +38,7 @@ class ReplyWatch final : public Interruption {
 
   /// From now on the thread looks: the wait is over when the count of deaths is another than this one.
   void begin(int reply_queue, int deaths);
-  /// Whether the thread has put its record on the reply queue since.
-  bool isOver() override;
-  /// Ends the looking, and says the same.
+  /// Ends the looking. Whether the thread has put its record on the reply queue.
   bool end();
 
   /// True once after each look: for what need not be done at every request.

@@ -138,7 +138,7 @@ void IpcServer::receiveLoop() {
   Next next = Next::kReceive;
   while (next == Next::kReceive) {
     const int received =
-        hbbtv_ryn::receiveMessage(request_queue_, channel_, chunk_size_, record.get(), &text, nullptr);
+        hbbtv_ryn::receiveMessage(request_queue_, channel_, chunk_size_, record.get(), &text, false);
     if (received == 0) {
       next = serve(record.get(), &text);
     } else if (record->kind == IPC_KIND_REQUEST) {
