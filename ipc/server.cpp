@@ -41,14 +41,21 @@ using ReplyPtr = std::unique_ptr<IpcMessage, ReplyDeleter>;
 
 struct IpcServer {
  public:
-  IpcServer(key_t key, long channel, bool with_reply, int chunk_size)
-      : key_(key), channel_(channel), with_reply_(with_reply), chunk_size_(chunk_size) {}
+  // The callback is taken without the lock: the caller may hold one of its own that the callback will want.
+  IpcServer(key_t key, long channel, bool with_reply, int chunk_size, ServeCallback callback,
+            void* user_data)
+      : key_(key),
+        channel_(channel),
+        with_reply_(with_reply),
+        chunk_size_(chunk_size),
+        kind_callback_(callback),
+        user_data_(user_data) {}
 
   // Opens the queues and starts the thread. The result is that of zunt_ipc_server_create().
   int start();
   // Ends the thread. To be called once, after start() has succeeded.
   void stop();
-  void setCallback(ServeCallback kind_callback, IpcServerCallback callback, void* user_data);
+  void setCallback(IpcServerCallback callback, void* user_data);
 
  private:
   enum class Next { kReceive, kStop };
@@ -82,9 +89,9 @@ struct IpcServer {
   // Guards the callback, of either form, and its user data. Held during every call and the sending of its
   // reply.
   std::mutex lock_;
-  ServeCallback kind_callback_ = nullptr;
+  ServeCallback kind_callback_;
   IpcServerCallback callback_ = nullptr;
-  void* user_data_ = nullptr;
+  void* user_data_;
 };
 
 int IpcServer::start() {
@@ -111,9 +118,9 @@ void IpcServer::stop() {
   pthread_join(thread_, nullptr);
 }
 
-void IpcServer::setCallback(ServeCallback kind_callback, IpcServerCallback callback, void* user_data) {
+void IpcServer::setCallback(IpcServerCallback callback, void* user_data) {
   const std::lock_guard<std::mutex> guard(lock_);
-  kind_callback_ = kind_callback;
+  kind_callback_ = nullptr;
   callback_ = callback;
   user_data_ = user_data;
 }
@@ -205,10 +212,9 @@ void IpcServer::leave() {
 int hbbtv_ryn::createServer(key_t key, long channel, int with_reply, int chunk_size, ServeCallback callback,
                             void* user_data, IpcServer** server) {
   if (server == nullptr) return -3;
-  std::unique_ptr<IpcServer> created(new (std::nothrow)
-                                         IpcServer(key, channel, with_reply != 0, chunk_size));
+  std::unique_ptr<IpcServer> created(
+      new (std::nothrow) IpcServer(key, channel, with_reply != 0, chunk_size, callback, user_data));
   if (!created) return -4;
-  created->setCallback(callback, nullptr, user_data);
   const int result = created->start();
   if (result == 0) *server = created.release();
   return result;
@@ -228,7 +234,7 @@ int zunt_ipc_server_destroy(IpcServer* server) {
 
 int zunt_ipc_server_register_callback(IpcServer* server, IpcServerCallback callback, void* user_data) {
   if (server == nullptr) return -3;
-  server->setCallback(nullptr, callback, user_data);
+  server->setCallback(callback, user_data);
   return 0;
 }
 
