@@ -18,6 +18,7 @@
 #include "hbbtv_ryn/plugin.h"
 #include "ipc/protocol/queues.h"
 #include "support/plain_server.h"
+#include "support/sanitizers.h"
 #include "torture/processes.h"
 
 namespace hbbtv_ryn::test {
@@ -223,9 +224,10 @@ class Caller {
 class Callers {
  public:
   Callers(const Host& host, uint64_t seed, useconds_t pause) : m_host(host), m_seed(seed), m_pause(pause) {
-    const int lasting = pause > 0 ? kCallers : kCallers - 1;
+    const bool nuisance = pause == 0 && kRequestersMayBeCancelled;
+    const int lasting = nuisance ? kCallers - 1 : kCallers;
     for (int i = 0; i < lasting; ++i) m_lasting.emplace_back([this, i] { call(i); });
-    if (pause == 0) m_nuisance = std::thread([this] { breakAndCancel(); });
+    if (nuisance) m_nuisance = std::thread([this] { breakAndCancel(); });
   }
   ~Callers() {
     m_stop = true;
