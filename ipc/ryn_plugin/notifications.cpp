@@ -4,7 +4,7 @@
 #include <string>
 
 #include "ipc/endpoint/exchange.h"
-#include "ipc/ryn_plugin/plugin_state.h"
+#include "ipc/ryn_plugin/state.h"
 
 namespace hbbtv_ryn {
 namespace {
@@ -104,7 +104,7 @@ constexpr Route kRoutes[] = {
 
 }  // namespace
 
-IpcMessage* notificationEntry(const IpcMessage* request, int32_t kind, void* user_data) {
+IpcMessage* Zunt_RYN_Plugin_Server_Callback(const IpcMessage* request, int32_t kind, void* user_data) {
   return serve(request, kind, user_data, kRoutes);
 }
 

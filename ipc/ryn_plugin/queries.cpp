@@ -4,7 +4,7 @@
 
 #include "ipc/endpoint/exchange.h"
 #include "ipc/protocol/envelope.h"
-#include "ipc/ryn_plugin/plugin_state.h"
+#include "ipc/ryn_plugin/state.h"
 
 namespace hbbtv_ryn {
 namespace {
@@ -42,7 +42,7 @@ constexpr Route kRoutes[] = {
 
 }  // namespace
 
-IpcMessage* queryEntry(const IpcMessage* request, int32_t kind, void* user_data) {
+IpcMessage* Zunt_RYN_Plugin_Query_Callback(const IpcMessage* request, int32_t kind, void* user_data) {
   return serve(request, kind, user_data, kRoutes);
 }
 

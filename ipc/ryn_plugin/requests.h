@@ -6,7 +6,7 @@
 #include <string>
 
 #include "ipc/endpoint/exchange.h"
-#include "ipc/ryn_plugin/plugin_state.h"
+#include "ipc/ryn_plugin/state.h"
 
 namespace hbbtv_ryn {
 

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "ipc/protocol/queues.h"
-#include "ipc/ryn_plugin/plugin_state.h"
+#include "ipc/ryn_plugin/state.h"
 #include "ipc/server.h"
 
 namespace hbbtv_ryn {
@@ -34,10 +34,10 @@ int createAll() {
   int result = zunt_ipc_client_create(kRequestQueueKey, kChannel, kWithReply, IPC_CHUNK_SIZE, &client);
   if (result != 0) return result;
   g_plugin_client = client;
-  result = createServer(kNotificationQueueKey, kChannel, kOneWayOnly, IPC_CHUNK_SIZE, &notificationEntry,
+  result = createServer(kNotificationQueueKey, kChannel, kOneWayOnly, IPC_CHUNK_SIZE, &Zunt_RYN_Plugin_Server_Callback,
                         nullptr, &g_plugin_notify_server);
   if (result != 0) return result;
-  return createServer(kQueryQueueKey, kChannel, kWithReply, IPC_CHUNK_SIZE, &queryEntry, nullptr,
+  return createServer(kQueryQueueKey, kChannel, kWithReply, IPC_CHUNK_SIZE, &Zunt_RYN_Plugin_Query_Callback, nullptr,
                       &g_plugin_query_server);
 }
 

@@ -6,7 +6,7 @@
 #include "ipc/endpoint/exchange.h"
 #include "ipc/protocol/envelope.h"
 #include "ipc/protocol/lists.h"
-#include "ipc/ryn_browser/browser_state.h"
+#include "ipc/ryn_browser/state.h"
 
 namespace hbbtv_ryn {
 namespace {

@@ -1,6 +1,6 @@
 // What the parts of the plug-in endpoint share.
-#ifndef HBBTV_RYN_IPC_RYN_PLUGIN_PLUGIN_STATE_H
-#define HBBTV_RYN_IPC_RYN_PLUGIN_PLUGIN_STATE_H
+#ifndef HBBTV_RYN_IPC_RYN_PLUGIN_STATE_H
+#define HBBTV_RYN_IPC_RYN_PLUGIN_STATE_H
 
 #include <atomic>
 #include <mutex>
@@ -19,9 +19,9 @@ extern std::atomic<IpcClient*> g_plugin_client;  // null while the endpoint is n
 bool findEventCallback(ZuntRynEvent event, ZuntRynEventCallback* callback);
 
 // The callbacks of the notification and the query server. The user data goes on to onApp.
-IpcMessage* notificationEntry(const IpcMessage* request, int32_t kind, void* user_data);
-IpcMessage* queryEntry(const IpcMessage* request, int32_t kind, void* user_data);
+IpcMessage* Zunt_RYN_Plugin_Server_Callback(const IpcMessage* request, int32_t kind, void* user_data);
+IpcMessage* Zunt_RYN_Plugin_Query_Callback(const IpcMessage* request, int32_t kind, void* user_data);
 
 }  // namespace hbbtv_ryn
 
-#endif  // HBBTV_RYN_IPC_RYN_PLUGIN_PLUGIN_STATE_H
+#endif  // HBBTV_RYN_IPC_RYN_PLUGIN_STATE_H

@@ -1,6 +1,6 @@
 // What the parts of the browser endpoint share.
-#ifndef HBBTV_RYN_IPC_RYN_BROWSER_BROWSER_STATE_H
-#define HBBTV_RYN_IPC_RYN_BROWSER_BROWSER_STATE_H
+#ifndef HBBTV_RYN_IPC_RYN_BROWSER_STATE_H
+#define HBBTV_RYN_IPC_RYN_BROWSER_STATE_H
 
 #include <atomic>
 #include <mutex>
@@ -26,4 +26,4 @@ IpcMessage* Zunt_RYN_Browser_Server_Callback(const IpcMessage* request, int32_t 
 
 }  // namespace hbbtv_ryn
 
-#endif  // HBBTV_RYN_IPC_RYN_BROWSER_BROWSER_STATE_H
+#endif  // HBBTV_RYN_IPC_RYN_BROWSER_STATE_H

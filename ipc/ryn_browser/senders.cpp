@@ -1,7 +1,7 @@
 // The notifications and queries that the browser host sends to the plug-in process.
 
 #include "ipc/endpoint/exchange.h"
-#include "ipc/ryn_browser/browser_state.h"
+#include "ipc/ryn_browser/state.h"
 
 using namespace hbbtv_ryn;  // NOLINT(google-build-using-namespace): the definitions of the public functions
 

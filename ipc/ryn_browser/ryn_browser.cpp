@@ -1,7 +1,7 @@
 // The browser endpoint's life, and the registration of the host's handlers.
 
 #include "ipc/protocol/queues.h"
-#include "ipc/ryn_browser/browser_state.h"
+#include "ipc/ryn_browser/state.h"
 #include "ipc/server.h"
 
 namespace hbbtv_ryn {
