@@ -1,6 +1,6 @@
 // The notifications and queries that the browser host sends to the plug-in process.
 
-#include "ipc/endpoint/exchange.h"
+#include "ipc/endpoint/signature.h"
 #include "ipc/ryn_browser/state.h"
 
 using namespace hbbtv_ryn;  // NOLINT(google-build-using-namespace): the definitions of the public functions
@@ -10,79 +10,67 @@ namespace {
 // Serialises every send of the browser process, on either client. A query holds it until its reply is read.
 std::mutex g_browser_send_mutex;
 
-const Outlet kNotifications{g_browser_notify_client, g_browser_send_mutex};
-const Outlet kQueries{g_browser_query_client, g_browser_send_mutex};
-
-int notify(const Draft& message) {
-  return tell(kNotifications, message);
-}
+const Outlet<kNotificationQueueKey> kNotifications{{g_browser_notify_client, g_browser_send_mutex}};
+const Outlet<kQueryQueueKey> kQueries{{g_browser_query_client, g_browser_send_mutex}};
 
 }  // namespace
 
 int Zunt_RYN_Browser_SendAppLoadError(int appid, int orgid, int error) {
-  return notify(appDraft(Code::SendAppLoadError, appid, orgid).number(key::kError, error));
+  return kNotifications.tell<Code::SendAppLoadError>(with(appid, orgid, error));
 }
 
 int Zunt_RYN_Browser_SendAppLoaded(int appid, int orgid) {
-  return notify(appDraft(Code::SendAppLoaded, appid, orgid));
+  return kNotifications.tell<Code::SendAppLoaded>(with(appid, orgid));
 }
 
 int Zunt_RYN_Browser_SendAppUnloaded(int appid, int orgid) {
-  return notify(appDraft(Code::SendAppUnloaded, appid, orgid));
+  return kNotifications.tell<Code::SendAppUnloaded>(with(appid, orgid));
 }
 
 int Zunt_RYN_Browser_SendTopMost(int appid, int orgid, bool topmost) {
-  return notify(appDraft(Code::SendTopMost, appid, orgid).boolean(key::kTopmost, topmost));
+  return kNotifications.tell<Code::SendTopMost>(with(appid, orgid, topmost));
 }
 
 int Zunt_RYN_Browser_RequestDestroyApp(int appid, int orgid) {
-  return notify(appDraft(Code::RequestDestroyApp, appid, orgid));
+  return kNotifications.tell<Code::RequestDestroyApp>(with(appid, orgid));
 }
 
 int Zunt_RYN_Browser_SendKey(int appid, int orgid, ZuntKey key, ZuntKeyEventType type) {
-  return notify(appDraft(Code::SendKey, appid, orgid).number(key::kKey, key).number(key::kKeytype, type));
+  return kNotifications.tell<Code::SendKey>(with(appid, orgid, key, type));
 }
 
 int Zunt_RYN_Browser_Get_Configuration() {
-  return notify(Draft(Code::Get_Configuration));
+  return kNotifications.tell<Code::Get_Configuration>(with());
 }
 
 int Zunt_RYN_Browser_Handle_BroadcastService(bool value) {
-  return notify(Draft(Code::Handle_BroadcastService).flag(key::kBValue, value));
+  return kNotifications.tell<Code::Handle_BroadcastService>(with(value));
 }
 
 int Zunt_RYN_Browser_Set_BroadcastFullScreen(bool value) {
-  return notify(Draft(Code::Set_BroadcastFullScreen).flag(key::kBValue, value));
+  return kNotifications.tell<Code::Set_BroadcastFullScreen>(with(value));
 }
 
 int Zunt_RYN_Browser_OpApp_StateChange(int appid, int orgid, std::string oldState, std::string newState,
                                        std::string reason) {
-  return notify(appDraft(Code::OpApp_StateChange, appid, orgid)
-                    .string(key::kOld, oldState)
-                    .string(key::kNew, newState)
-                    .string(key::kReason, reason));
+  return kNotifications.tell<Code::OpApp_StateChange>(with(appid, orgid, oldState, newState, reason));
 }
 
 int Zunt_RYN_Browser_OpApp_ContextChange(int appid, int orgid, std::string sloc, std::string lloc,
                                          std::string reason) {
-  return notify(appDraft(Code::OpApp_ContextChange, appid, orgid)
-                    .string(key::kSloc, sloc)
-                    .string(key::kLloc, lloc)
-                    .string(key::kReason, reason));
+  return kNotifications.tell<Code::OpApp_ContextChange>(with(appid, orgid, sloc, lloc, reason));
 }
 
 int Zunt_RYN_Browser_OpApp_Update(int appid, int orgid, std::string event) {
-  return notify(appDraft(Code::OpApp_Update, appid, orgid).string(key::kEvent, event));
+  return kNotifications.tell<Code::OpApp_Update>(with(appid, orgid, event));
 }
 
 int Zunt_RYN_Browser_IsParentalRatingBlocked(int appid, int orgid, bool* blocked) {
   if (blocked == nullptr) return -3;
-  return askBoolean(kQueries, appDraft(Code::IsParentalRatingBlocked, appid, orgid), key::kBlocked,
-                    blocked);
+  return kQueries.ask<Code::IsParentalRatingBlocked>(with(appid, orgid), blocked);
 }
 
 int Zunt_RYN_Browser_IsObjectSupported(const std::string& mtype, bool* supported) {
   if (supported == nullptr) return -3;
-  return askBoolean(kQueries, Draft(Code::IsObjectSupported).string(key::kMtype, mtype), key::kSupported,
-                    supported);
+  return kQueries.ask<Code::IsObjectSupported>(with(mtype), supported);
 }

@@ -15,8 +15,9 @@ namespace hbbtv_ryn {
 extern std::mutex g_plugin_mutex;
 extern std::atomic<IpcClient*> g_plugin_client;  // null while the endpoint is not started
 
-// The callback registered for an event. False when there is none. Waits for no request.
-bool findEventCallback(ZuntRynEvent event, ZuntRynEventCallback* callback);
+// The callback registered for an event, of which all members are null when there is none. Waits for no
+// request.
+ZuntRynEventCallback findEventCallback(ZuntRynEvent event);
 
 // The callbacks of the notification and the query server. The user data goes on to onApp.
 IpcMessage* Zunt_RYN_Plugin_Server_Callback(const IpcMessage* request, int32_t kind, void* user_data);

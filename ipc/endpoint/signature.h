@@ -1,0 +1,222 @@
+/// @file
+/// Functions of the interface against the rows of the catalogue. A sender names its code and its values, a
+/// route its code and its handler; the compiler checks that their number, order and types are the row's:
+///
+/// | Type of the member | Sent              | Stored       | A handler takes                 | and answers
+/// |
+/// |--------------------|-------------------|--------------|---------------------------------|--------------|
+/// | kInt               | int, enumeration  | int*         | int                             | int* | |
+/// kFlag, kBoolean    | bool              | bool*        | bool                            | bool*        |
+/// | kString, kIdFields | const char*, text | std::string* | const char*, std::string, a const reference |
+/// std::string& | | kKeyCount          | KeyList           | KeyCodes*    | const KeyCodes& | KeyCodes& |
+/// | kInt under "ret"   |                   | the result   |                                 | the result |
+///
+/// A handler's parameters stand in the order of the row, but what it takes and what it answers may mix. Its
+/// `void*` is no member: it gets the user data. What is no template is exchange.h's.
+#ifndef HBBTV_RYN_IPC_ENDPOINT_SIGNATURE_H
+#define HBBTV_RYN_IPC_ENDPOINT_SIGNATURE_H
+
+#include <array>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+
+#include "ipc/endpoint/exchange.h"
+#include "ipc/protocol/queues.h"
+
+namespace hbbtv_ryn {
+namespace signature_detail {
+
+template <typename T>
+constexpr bool travelsAs(Type type) {
+  if (std::is_same_v<T, bool>) return isFlag(type);
+  if (std::is_same_v<T, int> || std::is_enum_v<T>) return type == Type::kInt;
+  if (std::is_same_v<T, KeyList> || std::is_same_v<T, KeyCodes>) return type == Type::kKeyCount;
+  return std::is_convertible_v<T, std::string_view> && isText(type);
+}
+
+template <typename... Types>
+struct List {};
+
+/// Whether the members are of these types, one for one, without "ret" and, for a handler, without those
+/// that nobody reads.
+template <typename... Types>
+constexpr bool areOf(List<Types...> /*types*/, const Members& members, bool for_handler) {
+  const Member* member = members.begin();
+  const auto skip = [&] {
+    while (member != members.end() && (member->isResult() || (for_handler && !member->delivered))) ++member;
+    return member != members.end();
+  };
+  return ((skip() && travelsAs<Types>((member++)->type)) && ...) && !skip();
+}
+
+constexpr bool hasResult(const Members& members) {
+  return members.size() != 0 && (members.end() - 1)->isResult();
+}
+
+template <typename T>
+Given givenOf(const T& value) {
+  if constexpr (std::is_enum_v<T> || std::is_same_v<T, bool>) {
+    return static_cast<int>(value);
+  } else if constexpr (std::is_convertible_v<T, std::string_view>) {
+    return std::string_view(value);
+  } else {
+    return value;
+  }
+}
+
+/// What a handler's parameter is for.
+template <typename P>
+inline constexpr bool kIsUserData = std::is_same_v<P, void*>;
+template <typename P>
+inline constexpr bool kIsAnswer = std::is_same_v<P, int*> || std::is_same_v<P, bool*> ||
+                                  std::is_same_v<P, std::string&> || std::is_same_v<P, KeyCodes&>;
+
+template <typename... Lists>
+struct Joined;
+template <typename... Types>
+struct Joined<List<Types...>> : List<Types...> {
+  using Type = List<Types...>;
+};
+template <typename... A, typename... B, typename... Rest>
+struct Joined<List<A...>, List<B...>, Rest...> : Joined<List<A..., B...>, Rest...> {};
+template <bool Wanted, typename T>
+using OnlyIf = std::conditional_t<Wanted, List<T>, List<>>;
+
+template <typename Signature>
+struct Handler;
+
+template <typename Result, typename... Parameters>
+struct Handler<Result (*)(Parameters...)> {
+  using Takes = typename Joined<List<>, OnlyIf<!kIsAnswer<Parameters> && !kIsUserData<Parameters>,
+                                               std::decay_t<Parameters>>...>::Type;
+  using Answers =
+      typename Joined<List<>, OnlyIf<kIsAnswer<Parameters>,
+                                     std::remove_pointer_t<std::remove_reference_t<Parameters>>>...>::Type;
+
+  static constexpr bool fits(const Message& row) {
+    return areOf(Takes(), row.request, true) && areOf(Answers(), row.reply, true) &&
+           hasResult(row.reply) == std::is_same_v<Result, int>;
+  }
+
+  static void call(AnyFunction handler, Call* with) {
+    const Value* in = with->in.items;
+    Value* out = with->out.items;
+    std::tuple<Parameters...> arguments{next<Parameters>(with, &in, &out)...};
+    const auto typed = reinterpret_cast<Result (*)(Parameters...)>(handler);
+    if constexpr (std::is_void_v<Result>) {
+      std::apply(typed, std::move(arguments));
+    } else {
+      out->number = std::apply(typed, std::move(arguments));
+    }
+  }
+
+ private:
+  template <typename P>
+  static P next(Call* with, const Value** in, Value** out) {
+    if constexpr (kIsUserData<P>) {
+      return with->user_data;
+    } else if constexpr (kIsAnswer<P>) {
+      Value& value = *(*out)++;
+      if constexpr (std::is_same_v<P, KeyCodes&>)
+        return with->out.keys;
+      else if constexpr (std::is_same_v<P, std::string&>)
+        return value.text;
+      else if constexpr (std::is_same_v<P, bool*>)
+        return &value.flag;
+      else
+        return &value.number;
+    } else {
+      const Value& value = *(*in)++;
+      if constexpr (std::is_same_v<P, const KeyCodes&>)
+        return with->in.keys;
+      else if constexpr (std::is_same_v<P, const char*>)
+        return value.text.c_str();
+      else if constexpr (std::is_arithmetic_v<P>)
+        return static_cast<P>(value.number);
+      else
+        return value.text;
+    }
+  }
+};
+
+}  // namespace signature_detail
+
+/// The values of one message, by reference: to be made where it is sent.
+template <typename... Types>
+struct Sent {
+  std::array<Given, sizeof...(Types)> values;
+};
+template <typename... Types>
+Sent<Types...> with(const Types&... values) {
+  return {{signature_detail::givenOf(values)...}};
+}
+
+/// Where an endpoint sends the messages of one queue. Results are those of exchange().
+template <key_t Queue>
+struct Outlet : Line {
+  /// Sends a one-way message.
+  template <Code C, typename... Types>
+  int tell(const Sent<Types...>& sent, Observer observer = nullptr) const {
+    static_assert(messageOf(C).delivery == Delivery::kOneWay, "the row says that this is answered: ask()");
+    check<C, Types...>();
+    return exchange(*this, messageOf(C), sent.values.data(), nullptr, observer);
+  }
+
+  /// Sends a synchronous message, waits and stores the answer.
+  template <Code C, typename... Types, typename... Stored>
+  int ask(const Sent<Types...>& sent, Stored*... stored) const {
+    static_assert(messageOf(C).delivery == Delivery::kSync,
+                  "the row says that nobody answers this: tell()");
+    static_assert(signature_detail::areOf(signature_detail::List<Stored...>(), messageOf(C).reply, false),
+                  "what is stored is not, in number, order and types, what the row's reply holds");
+    check<C, Types...>();
+    const std::array<void*, sizeof...(Stored)> places{stored...};
+    return exchange(*this, messageOf(C), sent.values.data(), places.data(), nullptr);
+  }
+
+ private:
+  template <Code C, typename... Types>
+  static constexpr void check() {
+    static_assert(queueOf(messageOf(C)) == Queue, "the row's message travels on another queue");
+    static_assert(signature_detail::areOf(signature_detail::List<Types...>(), messageOf(C).request, false),
+                  "the values are not, in number, order and types, what the row's request holds");
+  }
+};
+
+/// The route of a code to the handlers of a signature, of which `Find` yields the present one.
+template <Code C, typename Signature, AnyFunction (*Find)()>
+constexpr Route route() {
+  using Handler = signature_detail::Handler<Signature>;
+  static_assert(Handler::fits(messageOf(C)),
+                "the handler's parameters or result are not what the row holds");
+  return {&messageOf(C), Find, &Handler::call};
+}
+
+template <auto Function>
+AnyFunction ours() {
+  return reinterpret_cast<AnyFunction>(Function);
+}
+
+/// The route of a code to a function of ours, for what has no handler of its own shape.
+template <Code C, auto Function>
+constexpr Route route() {
+  return route<C, decltype(Function), &ours<Function>>();
+}
+
+/// Whether these are the routes of exactly the rows that travel on the queue.
+template <key_t Queue, std::size_t Count>
+constexpr bool serveExactly(const Route (&routes)[Count]) {
+  std::size_t served = 0;
+  for (const Message& row : kMessages) {
+    if (queueOf(row) != Queue) continue;
+    if (served == Count || routes[served++].row != &row) return false;
+  }
+  return served == Count;
+}
+
+}  // namespace hbbtv_ryn
+
+#endif  // HBBTV_RYN_IPC_ENDPOINT_SIGNATURE_H
