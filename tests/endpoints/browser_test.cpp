@@ -33,6 +33,25 @@ TEST_F(BrowserTest, WithoutAHandlerADefaultIsAnsweredByteForByte) {
   EXPECT_TRUE(sameJson(R"({"t":208,"appNum":0,"appidArray":"","orgidArray":""})", ask(R"({"t":207})")));
 }
 
+TEST_F(BrowserTest, WithoutAHandlerEveryAnswerHoldsItsDefaults) {
+  for (const auto& request : kBrowser.receives) {
+    if (!request.isSynchronous()) continue;
+    Json::Value defaults = parsed(request.reply);
+    for (const auto& name : defaults.getMemberNames()) {
+      if (name[0] == 'k') {
+        defaults.removeMember(name);
+      } else if (name != "t" && name != "flag") {
+        defaults[name] = defaults[name].isString() ? Json::Value("") : Json::Value(0);
+      }
+    }
+    const int code = parsed(request.text)["t"].asInt();
+    if (code == 201) defaults["appid"] = 77;
+    if (code == 278) defaults["flag"] = true;
+    if (code == 284) defaults["status"] = -2;
+    EXPECT_EQ(defaults, parsed(ask(request.text))) << request.text;
+  }
+}
+
 TEST_F(BrowserTest, RequestsAreReadLeniently) {
   for (const int code : {209, 216, 280}) messageOf(code).receive();
   // Missing members read as zero, numbers convert, and a text ends at its NUL.
