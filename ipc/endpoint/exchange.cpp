@@ -16,20 +16,20 @@ namespace {
 
 // Returns the result of the function that asked.
 int store(const Members& members, Values* values, void* const* stored) {
-  Value* value = values->items;
+  const Scalar* scalar = values->scalars;
+  std::string* text = values->texts;
   for (const Member& member : members) {
-    if (member.isResult()) return value->number;
+    if (member.isResult()) return scalar->number;
     void* const place = *stored++;
     if (isText(member.type)) {
-      *static_cast<std::string*>(place) = std::move(value->text);
+      *static_cast<std::string*>(place) = std::move(*text++);
     } else if (isFlag(member.type)) {
-      *static_cast<bool*>(place) = value->number != 0;
+      *static_cast<bool*>(place) = scalar++->number != 0;
     } else if (member.type == Type::kKeyCount) {
       *static_cast<KeyCodes*>(place) = values->keys;
     } else {
-      *static_cast<int*>(place) = value->number;
+      *static_cast<int*>(place) = scalar++->number;
     }
-    ++value;
   }
   return 0;
 }
@@ -68,12 +68,15 @@ int exchangeOrThrow(const Line& line, const Message& row, const Given* given, vo
 
 // The default answers, for what no handler answers.
 void prepareAnswer(const Members& reply, const Json::Value& request, Values* values) {
-  Value* value = values->items;
+  Scalar* scalar = values->scalars;
   for (const Member& member : reply) {
     const bool repeated = member.default_answer == kAsRequested;
-    value->number = repeated ? integer(request, member.key) : member.default_answer;
-    value->flag = value->number != 0;
-    ++value;
+    const int answer = repeated ? integer(request, member.key) : member.default_answer;
+    if (member.type == Type::kKeyCount) {
+      values->keys = {answer, {}};
+    } else if (!isText(member.type)) {
+      *scalar++ = {answer, answer != 0};
+    }
   }
 }
 
@@ -116,7 +119,8 @@ IpcMessage* serve(const Service& service, const IpcMessage* message, int32_t kin
   const Message& row = *route->row;
   traced.received(row);
 
-  Call call{{}, {}, user_data};
+  Call call;
+  call.user_data = user_data;
   read(request, row.request, &call.in);
   prepareAnswer(row.reply, request, &call.out);
   {

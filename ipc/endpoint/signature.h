@@ -85,6 +85,15 @@ struct Joined<List<A...>, List<B...>, Rest...> : Joined<List<A..., B...>, Rest..
 template <bool Wanted, typename T>
 using OnlyIf = std::conditional_t<Wanted, List<T>, List<>>;
 
+/// The next values of each kind.
+struct Cursor {
+  Call* call;
+  const Scalar* in;
+  const std::string* in_text;
+  Scalar* out;
+  std::string* out_text;
+};
+
 template <typename Signature>
 struct Handler;
 
@@ -102,42 +111,37 @@ struct Handler<Result (*)(Parameters...)> {
   }
 
   static void call(AnyFunction handler, Call* with) {
-    const Value* in = with->in.items;
-    Value* out = with->out.items;
-    std::tuple<Parameters...> arguments{next<Parameters>(with, &in, &out)...};
+    Cursor at{with, with->in.scalars, with->in.texts, with->out.scalars, with->out.texts};
+    std::tuple<Parameters...> arguments{next<Parameters>(&at)...};
     const auto typed = reinterpret_cast<Result (*)(Parameters...)>(handler);
     if constexpr (std::is_void_v<Result>) {
       std::apply(typed, std::move(arguments));
     } else {
-      out->number = std::apply(typed, std::move(arguments));
+      at.out->number = std::apply(typed, std::move(arguments));
     }
   }
 
  private:
   template <typename P>
-  static P next(Call* with, const Value** in, Value** out) {
-    if constexpr (kIsUserData<P>) {
-      return with->user_data;
-    } else if constexpr (kIsAnswer<P>) {
-      Value& value = *(*out)++;
-      if constexpr (std::is_same_v<P, KeyCodes&>)
-        return with->out.keys;
-      else if constexpr (std::is_same_v<P, std::string&>)
-        return value.text;
-      else if constexpr (std::is_same_v<P, bool*>)
-        return &value.flag;
-      else
-        return &value.number;
+  static P next(Cursor* at) {
+    if constexpr (std::is_same_v<P, void*>) {
+      return at->call->user_data;
+    } else if constexpr (std::is_same_v<P, int*>) {
+      return &at->out++->number;
+    } else if constexpr (std::is_same_v<P, bool*>) {
+      return &at->out++->flag;
+    } else if constexpr (std::is_same_v<P, std::string&>) {
+      return *at->out_text++;
+    } else if constexpr (std::is_same_v<P, KeyCodes&>) {
+      return at->call->out.keys;
+    } else if constexpr (std::is_same_v<P, const KeyCodes&>) {
+      return at->call->in.keys;
+    } else if constexpr (std::is_same_v<P, const char*>) {
+      return at->in_text++->c_str();
+    } else if constexpr (std::is_arithmetic_v<P>) {
+      return static_cast<P>(at->in++->number);
     } else {
-      const Value& value = *(*in)++;
-      if constexpr (std::is_same_v<P, const KeyCodes&>)
-        return with->in.keys;
-      else if constexpr (std::is_same_v<P, const char*>)
-        return value.text.c_str();
-      else if constexpr (std::is_arithmetic_v<P>)
-        return static_cast<P>(value.number);
-      else
-        return value.text;
+      return *at->in_text++;
     }
   }
 };

@@ -93,7 +93,7 @@ struct Member {
       : key(its_key), type(its_type), default_answer(its_default) {}
 
   /// The host's own result, which an asking function returns in place of 0. The last member of its reply.
-  constexpr bool isResult() const { return key == std::string_view(key::kRet); }
+  constexpr bool isResult() const { return key == key::kRet; }
 
   const char* key = nullptr;
   Type type = Type::kInt;

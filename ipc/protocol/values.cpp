@@ -14,12 +14,7 @@ void add(Json::Value* message, const Member& member, const Given& value) {
   set(message, member.key, member.type == Type::kBoolean ? Json::Value(value.number != 0) : value.number);
 }
 
-Given givenOf(const Member& member, const Value& value, const KeyCodes& keys) {
-  if (isText(member.type)) return std::string_view(value.text);
-  if (isFlag(member.type)) return value.flag ? 1 : 0;
-  return member.type == Type::kKeyCount ? Given(KeyList{keys.codes, keys.count}) : value.number;
-}
-
+// A message without members.
 Json::Value envelope(int code) {
   Json::Value message(Json::objectValue);
   if (code != kNoReplyCode) set(&message, key::kCode, static_cast<Json::UInt>(code));
@@ -36,25 +31,34 @@ Json::Value compose(int code, const Members& members, const Given* values) {
 
 Json::Value compose(int code, const Members& members, const Values& values) {
   Json::Value message = envelope(code);
-  const Value* value = values.items;
-  for (const Member& member : members) add(&message, member, givenOf(member, *value++, values.keys));
+  const Scalar* scalar = values.scalars;
+  const std::string* text = values.texts;
+  for (const Member& member : members) {
+    if (isText(member.type)) {
+      add(&message, member, std::string_view(*text++));
+    } else if (member.type == Type::kKeyCount) {
+      add(&message, member, KeyList{values.keys.codes, values.keys.count});
+    } else {
+      add(&message, member, isFlag(member.type) ? static_cast<int>(scalar->flag) : scalar->number);
+      ++scalar;
+    }
+  }
   return message;
 }
 
 void read(const Json::Value& message, const Members& members, Values* values) {
-  Value* value = values->items;
+  Scalar* scalar = values->scalars;
+  std::string* text = values->texts;
   for (const Member& member : members) {
     if (!member.delivered) continue;
     if (isText(member.type)) {
-      value->text = string(message, member.key);
+      *text++ = string(message, member.key);
+    } else if (member.type == Type::kKeyCount) {
+      values->keys = {integer(message, member.key), {}};
+      readKeyCodes(message, values->keys.count, values->keys.codes);
     } else {
-      value->number = integer(message, member.key);
+      scalar++->number = integer(message, member.key);
     }
-    if (member.type == Type::kKeyCount) {
-      values->keys.count = value->number;
-      readKeyCodes(message, value->number, values->keys.codes);
-    }
-    ++value;
   }
 }
 

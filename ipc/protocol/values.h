@@ -22,8 +22,8 @@ struct KeyList {
 
 /// A key-code list as received: the count as told, the codes that there is room for, 0 past them.
 struct KeyCodes {
-  int count = 0;
-  int codes[kMaxKeyCodes] = {};
+  int count;
+  int codes[kMaxKeyCodes];
 };
 
 /// A value to be sent, by reference, so that naming it cannot fail.
@@ -37,16 +37,30 @@ struct Given {
 };
 
 /// A value as received, where a flag is a number, or as a handler answers it.
-struct Value {
-  int number = 0;
-  bool flag = false;
-  std::string text;
+struct Scalar {
+  int number;
+  bool flag;
 };
 
-/// The values of a message, in the order of its row without the members that are not delivered. It has one
-/// key-code list at most, since the names k0, k1, … are fixed.
+/// The most texts that one half of a row holds.
+inline constexpr std::size_t kMostTexts = [] {
+  std::size_t most = 0;
+  for (const Message& row : kMessages) {
+    for (const Members* members : {&row.request, &row.reply}) {
+      std::size_t texts = 0;
+      for (const Member& member : *members) texts += isText(member.type) ? 1 : 0;
+      most = texts > most ? texts : most;
+    }
+  }
+  return most;
+}();
+
+/// The values of a message: the texts, and the rest, each in the order of the row without the members that
+/// are not delivered. It has one key-code list at most, since the names k0, k1, … are fixed. What the row
+/// does not hold is not set.
 struct Values {
-  Value items[Members::kCapacity];
+  Scalar scalars[Members::kCapacity];
+  std::string texts[kMostTexts];
   KeyCodes keys;
 };
 

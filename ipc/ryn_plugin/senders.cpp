@@ -19,7 +19,7 @@ const Outlet<kRequestQueueKey> kBrowser{{g_plugin_client, g_plugin_mutex}};
 // A key-code list is one member of the row and two parameters here.
 template <Code C>
 int askKeyCodes(int appid, int orgid, int* otherKeys, int* num) {
-  KeyCodes keys;
+  KeyCodes keys{};
   const int result = kBrowser.ask<C>(with(appid, orgid), &keys);
   if (result != 0) return result;
   *num = keys.count;
