@@ -134,10 +134,11 @@ TEST_F(BrowserTest, BadArgumentsAreRefusedAndInvalidTextHarmsNothing) {
   EXPECT_EQ(-3, Zunt_RYN_Browser_IsParentalRatingBlocked(1, 2, nullptr));
   EXPECT_EQ(-3, Zunt_RYN_Browser_IsObjectSupported("x", nullptr));
   EXPECT_EQ(0U, queries.requests.depth());
-  // Invalid UTF-8 is either refused or sent as something that parses.
-  if (Zunt_RYN_Browser_OpApp_Update(1, 2, "\xff\xc3(\xed\xa0\x80") == 0) {
-    parsed(notifications.takeMessage().text);
-  }
+  // What is no UTF-8 is replaced.
+  EXPECT_EQ(0, Zunt_RYN_Browser_OpApp_Update(1, 2, "a\xff"));
+  EXPECT_EQ("a\ufffd", parsed(notifications.takeMessage().text)["event"].asString());
+  EXPECT_EQ(0, Zunt_RYN_Browser_OpApp_Update(1, 2, "\xff\xc3(\xed\xa0\x80"));
+  EXPECT_TRUE(parsed(notifications.takeMessage().text).isMember("event"));
   EXPECT_EQ("0:", exchange(messageOf(270)));
 }
 
