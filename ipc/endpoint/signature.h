@@ -29,27 +29,47 @@
 namespace hbbtv_ryn {
 namespace signature_detail {
 
+/// Whether a value, or a pointer to where one is stored, is of the type that travels so.
 template <typename T>
 constexpr bool travelsAs(Type type) {
+  if constexpr (std::is_pointer_v<T> && !std::is_same_v<T, const char*>) {
+    return travelsAs<std::remove_pointer_t<T>>(type);
+  }
   if (std::is_same_v<T, bool>) return isFlag(type);
   if (std::is_same_v<T, int> || std::is_enum_v<T>) return type == Type::kInt;
   if (std::is_same_v<T, KeyList> || std::is_same_v<T, KeyCodes>) return type == Type::kKeyCount;
   return std::is_convertible_v<T, std::string_view> && isText(type);
 }
 
-template <typename... Types>
-struct List {};
+/// What a handler's parameter is for, of those that are no user data.
+template <typename P>
+inline constexpr bool kIsAnswer = std::is_same_v<P, int*> || std::is_same_v<P, bool*> ||
+                                  std::is_same_v<P, std::string&> || std::is_same_v<P, KeyCodes&>;
+template <typename P>
+inline constexpr bool kIsTaken = !kIsAnswer<P> && !std::is_same_v<P, void*>;
 
-/// Whether the members are of these types, one for one, without "ret" and, for a handler, without those
-/// that nobody reads.
+/// Members of a row, one after the other, without "ret".
+struct Walk {
+  const Members& members;
+  bool delivered_only = false;
+  const Member* at = members.begin();
+
+  constexpr bool more() {
+    while (at != members.end() && (at->isResult() || (delivered_only && !at->delivered))) ++at;
+    return at != members.end();
+  }
+  /// Whether the next one is of this type.
+  template <typename T>
+  constexpr bool take() {
+    return more() && travelsAs<std::decay_t<T>>((at++)->type);
+  }
+};
+
+/// Whether the members are of these types, one for one.
 template <typename... Types>
-constexpr bool areOf(List<Types...> /*types*/, const Members& members, bool for_handler) {
-  const Member* member = members.begin();
-  const auto skip = [&] {
-    while (member != members.end() && (member->isResult() || (for_handler && !member->delivered))) ++member;
-    return member != members.end();
-  };
-  return ((skip() && travelsAs<Types>((member++)->type)) && ...) && !skip();
+constexpr bool areOf(const Members& members) {
+  Walk walk{members};
+  return (walk.take<Types>() && ...) && !walk.more();
 }
 
 constexpr bool hasResult(const Members& members) {
@@ -67,24 +87,6 @@ Given givenOf(const T& value) {
   }
 }
 
-/// What a handler's parameter is for.
-template <typename P>
-inline constexpr bool kIsUserData = std::is_same_v<P, void*>;
-template <typename P>
-inline constexpr bool kIsAnswer = std::is_same_v<P, int*> || std::is_same_v<P, bool*> ||
-                                  std::is_same_v<P, std::string&> || std::is_same_v<P, KeyCodes&>;
-
-template <typename... Lists>
-struct Joined;
-template <typename... Types>
-struct Joined<List<Types...>> : List<Types...> {
-  using Type = List<Types...>;
-};
-template <typename... A, typename... B, typename... Rest>
-struct Joined<List<A...>, List<B...>, Rest...> : Joined<List<A..., B...>, Rest...> {};
-template <bool Wanted, typename T>
-using OnlyIf = std::conditional_t<Wanted, List<T>, List<>>;
-
 /// The next values of each kind.
 struct Cursor {
   Call* call;
@@ -99,14 +101,11 @@ struct Handler;
 
 template <typename Result, typename... Parameters>
 struct Handler<Result (*)(Parameters...)> {
-  using Takes = typename Joined<List<>, OnlyIf<!kIsAnswer<Parameters> && !kIsUserData<Parameters>,
-                                               std::decay_t<Parameters>>...>::Type;
-  using Answers =
-      typename Joined<List<>, OnlyIf<kIsAnswer<Parameters>,
-                                     std::remove_pointer_t<std::remove_reference_t<Parameters>>>...>::Type;
-
   static constexpr bool fits(const Message& row) {
-    return areOf(Takes(), row.request, true) && areOf(Answers(), row.reply, true) &&
+    Walk taken{row.request, true};
+    Walk answered{row.reply};
+    return ((!kIsTaken<Parameters> || taken.take<Parameters>()) && ...) && !taken.more() &&
+           ((!kIsAnswer<Parameters> || answered.take<Parameters>()) && ...) && !answered.more() &&
            hasResult(row.reply) == std::is_same_v<Result, int>;
   }
 
@@ -174,7 +173,7 @@ struct Outlet : Line {
   int ask(const Sent<Types...>& sent, Stored*... stored) const {
     static_assert(messageOf(C).delivery == Delivery::kSync,
                   "the row says that nobody answers this: tell()");
-    static_assert(signature_detail::areOf(signature_detail::List<Stored...>(), messageOf(C).reply, false),
+    static_assert(signature_detail::areOf<Stored...>(messageOf(C).reply),
                   "what is stored is not, in number, order and types, what the row's reply holds");
     check<C, Types...>();
     const std::array<void*, sizeof...(Stored)> places{stored...};
@@ -185,7 +184,7 @@ struct Outlet : Line {
   template <Code C, typename... Types>
   static constexpr void check() {
     static_assert(queueOf(messageOf(C)) == Queue, "the row's message travels on another queue");
-    static_assert(signature_detail::areOf(signature_detail::List<Types...>(), messageOf(C).request, false),
+    static_assert(signature_detail::areOf<Types...>(messageOf(C).request),
                   "the values are not, in number, order and types, what the row's request holds");
   }
 };

@@ -172,7 +172,7 @@ constexpr Message query(Code code, std::string_view name, Members request, Membe
 
 using namespace key;
 
-// In ascending order of the codes.
+/// In ascending order of the codes.
 inline constexpr Message kMessages[] = {
     question(Code::GetOwnerApp, "GetOwnerApp", {kAppid}, {{kAppid, Type::kInt, kAsRequested}, kOrgid}),
     question(Code::GetCurrentApp, "GetCurrentApp", {}, {kAppid, kOrgid}),
