@@ -124,8 +124,8 @@ IpcMessage* serve(const Service& service, const IpcMessage* message, int32_t kin
   read(request, row.request, &call.in);
   prepareAnswer(row.reply, request, &call.out);
   {
-    std::unique_lock<std::mutex> guard;
-    if (service.mutex != nullptr) guard = std::unique_lock<std::mutex>(*service.mutex);
+    const auto guard = service.mutex == nullptr ? std::unique_lock<std::mutex>()
+                                                : std::unique_lock<std::mutex>(*service.mutex);
     const AnyFunction handler = route->find();
     if (handler != nullptr) route->call(handler, &call);
   }

@@ -1,6 +1,8 @@
 // Answers the plug-in process's requests through the host's handlers.
 
 #include <algorithm>
+#include <iterator>
+#include <type_traits>
 #include <utility>
 
 #include "ipc/endpoint/signature.h"

@@ -2,7 +2,9 @@
 // its two queries with them.
 
 #include <cstdio>
+#include <iterator>
 #include <string>
+#include <type_traits>
 #include <utility>
 
 #include "ipc/endpoint/signature.h"

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <string>
 
 #include "ipc/endpoint/signature.h"
 #include "ipc/protocol/lists.h"

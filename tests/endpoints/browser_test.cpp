@@ -53,13 +53,14 @@ TEST_F(BrowserTest, WithoutAHandlerEveryAnswerHoldsItsDefaults) {
 }
 
 TEST_F(BrowserTest, RequestsAreReadLeniently) {
-  for (const int code : {209, 216, 280}) messageOf(code).receive();
-  // Missing members read as zero, numbers convert, and a text ends at its NUL.
+  for (const int code : {209, 214, 216, 280}) messageOf(code).receive();
+  // Missing members read as zero, numbers convert without their fraction, and a text ends at its NUL.
   ask(R"({"t":209})");
   ask(R"({"t":280})");
   ask(R"(  /* a comment */ {"orgid" : true, "extra":[{}], "appid":5.9, "t":216.0})");
   ask(std::string("{\"t\":216}\0 and more", 19));
-  EXPECT_EQ((Calls{"209 0 0 '' 0 0 0 0", "280 ''", "216 5 1 0", "216 0 0 0"}), g_calls.take());
+  ask(R"({"t":214,"focus":0.5})");
+  EXPECT_EQ((Calls{"209 0 0 '' 0 0 0 0", "280 ''", "216 5 1 0", "216 0 0 0", "214 0 0 0"}), g_calls.take());
   // Invalid UTF-8 may come out as anything.
   ask("{\"t\":280,\"status\":\"\xff\xfe\xc3\"}");
   ask(R"({"t":280,"status":"\ud800"})");
