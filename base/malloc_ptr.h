@@ -1,4 +1,5 @@
-// Owner of memory that crosses the channel: it comes from malloc() and goes back by free().
+/// @file
+/// Owner of memory that comes from malloc() and goes back by free(), as texts do that cross the channel.
 #ifndef HBBTV_RYN_BASE_MALLOC_PTR_H
 #define HBBTV_RYN_BASE_MALLOC_PTR_H
 
@@ -10,6 +11,7 @@ namespace hbbtv_ryn {
 struct FreeDeleter {
   void operator()(void* memory) const { std::free(memory); }
 };
+/// Frees with free().
 template <typename T>
 using MallocPtr = std::unique_ptr<T, FreeDeleter>;
 

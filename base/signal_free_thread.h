@@ -1,5 +1,6 @@
-// Threads of the library run with every signal blocked, so that a host's handlers never run on them and
-// no host signal interrupts their system calls.
+/// @file
+/// Threads of the library run with every signal blocked, so that a host's handlers never run on them and
+/// no host signal interrupts their system calls.
 #ifndef HBBTV_RYN_BASE_SIGNAL_FREE_THREAD_H
 #define HBBTV_RYN_BASE_SIGNAL_FREE_THREAD_H
 
@@ -8,10 +9,11 @@
 
 namespace hbbtv_ryn {
 
-// As pthread_create() with default attributes, or the given ones. The mask is set in the creating thread,
-// since a new thread would be open to signals until its first instruction.
+/// As pthread_create(), with every signal blocked in the new thread.
+/// @param attributes  null: the default ones.
 inline int createSignalFreeThread(pthread_t* thread, const pthread_attr_t* attributes,
                                   void* (*entry)(void*), void* argument) {
+  // In the creating thread, since a new one would be open to signals until its first instruction.
   sigset_t every_signal;
   sigset_t before;
   sigfillset(&every_signal);

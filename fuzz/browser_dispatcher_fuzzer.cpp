@@ -2,7 +2,7 @@
 #include <cstring>
 
 #include "fuzzing.h"
-#include "ipc/ryn_browser/browser_state.h"
+#include "ipc/ryn_browser/state.h"
 
 using namespace hbbtv_ryn;  // NOLINT(google-build-using-namespace)
 

@@ -41,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   for (std::size_t at = 0; at < size; at += kLogCommandBytes) {
     char command[kLogCommandBytes] = {};
     std::memcpy(command, data + at, std::min(kLogCommandBytes, size - at));
-    obeyLogCommand(command);
+    applyLogCommand(command);
     checkList();
   }
   return 0;

@@ -1,6 +1,6 @@
 // Any text as a notification and as a query of the browser process.
 #include "fuzzing.h"
-#include "ipc/ryn_plugin/plugin_state.h"
+#include "ipc/ryn_plugin/state.h"
 
 using namespace hbbtv_ryn;  // NOLINT(google-build-using-namespace)
 
@@ -40,7 +40,7 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-  fuzz::serveAndCheck(&notificationEntry, data, size);
-  fuzz::serveAndCheck(&queryEntry, data, size);
+  fuzz::serveAndCheck(&Zunt_RYN_Plugin_Server_Callback, data, size);
+  fuzz::serveAndCheck(&Zunt_RYN_Plugin_Query_Callback, data, size);
   return 0;
 }

@@ -9,7 +9,7 @@ namespace hbbtv_ryn {
 
 /// Keeps the command in g_modules_info and carries it out, if its text ends in time.
 /// @param command  as it came, zero past its end.
-void obeyLogCommand(const char (&command)[kLogCommandBytes]);
+void applyLogCommand(const char (&command)[kLogCommandBytes]);
 
 }  // namespace hbbtv_ryn
 

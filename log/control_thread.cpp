@@ -1,13 +1,11 @@
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <pthread.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cstring>
-#include <exception>
 #include <mutex>
 
+#include "base/loopback.h"
 #include "base/signal_free_thread.h"
 #include "hbbtv_ryn/log.h"
 #include "log/control_command.h"
@@ -23,23 +21,10 @@ namespace {
 // lock.
 std::mutex g_modules_info_writers;
 
-int openControlSocket() {
-  const int control = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  if (control == -1) return -1;
-  // The first send gives the socket a port on every address of the machine. Tied to the loopback
-  // interface, it gets no datagram from the network. Kernels before 5.7 grant this to root only.
-  constexpr char kLoopback[] = "lo";
-  (void)setsockopt(control, SOL_SOCKET, SO_BINDTODEVICE, kLoopback, sizeof kLoopback);
-  return control;
-}
-
 void sendReport(int control) {
   char names[kLogCommandBytes] = {};
   get_modules_list(names);
-  sockaddr_in tool{};
-  tool.sin_family = AF_INET;
-  tool.sin_port = htons(hbbtv_ryn::kLogReportPort);
-  tool.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const sockaddr_in tool = hbbtv_ryn::loopbackAddress(hbbtv_ryn::kLogReportPort);
   // Nobody may be listening: nothing is lost then.
   (void)sendto(control, names, std::strlen(names), 0, reinterpret_cast<const sockaddr*>(&tool),
                sizeof tool);
@@ -53,17 +38,12 @@ bool takeCommand(int control, char (&command)[kLogCommandBytes]) {
 
 void* log_control_thread(void* /*unused*/) {
   pthread_setname_np(pthread_self(), "ryn_log_control");
-  const int control = openControlSocket();
+  const int control = hbbtv_ryn::openLoopbackSocket();
   char command[kLogCommandBytes];
   for (;;) {
-    try {
-      sendReport(control);
-      sleep(hbbtv_ryn::kLogCycleSeconds);
-      if (takeCommand(control, command)) hbbtv_ryn::obeyLogCommand(command);
-    } catch (const std::exception&) {
-      // The list could not be locked: the next cycle tries again.
-      continue;
-    }
+    sendReport(control);
+    sleep(hbbtv_ryn::kLogCycleSeconds);
+    if (takeCommand(control, command)) hbbtv_ryn::applyLogCommand(command);
   }
 }
 
@@ -82,7 +62,7 @@ bool knownMode(int mode) {
 
 }  // namespace
 
-void hbbtv_ryn::obeyLogCommand(const char (&command)[kLogCommandBytes]) {
+void hbbtv_ryn::applyLogCommand(const char (&command)[kLogCommandBytes]) {
   {
     const std::lock_guard<std::mutex> guard(g_modules_info_writers);
     std::memcpy(g_modules_info, command, sizeof command);

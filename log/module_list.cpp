@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "log/module_level.h"
+#include "hbbtv_ryn/log.h"
+#include "log/module_switch.h"
 #include "log/output.h"
 
 namespace hbbtv_ryn {
@@ -157,3 +158,25 @@ void ModuleList::publish() {
 }
 
 }  // namespace hbbtv_ryn
+
+using hbbtv_ryn::kLogCommandTextBytes;
+using hbbtv_ryn::moduleList;
+
+int zunt_log_getLevel(const char* module) {
+  return module != nullptr && moduleList().full(module) ? LOG_LEVEL_INFO : LOG_LEVEL_ERROR;
+}
+
+int insert_modules_list(const char* names, unsigned int value) {
+  if (names == nullptr) return -1;
+  moduleList().edit({names, strnlen(names, kLogCommandTextBytes)}, static_cast<int>(value));
+  return 0;
+}
+
+int get_modules_list(char* names) {
+  return names == nullptr ? 0 : static_cast<int>(moduleList().describe(names));
+}
+
+int clear_modules_list() {
+  moduleList().clear();
+  return 0;
+}

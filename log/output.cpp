@@ -5,17 +5,14 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
+
+#include "base/malloc_ptr.h"
 
 namespace hbbtv_ryn {
 
 namespace {
 
 constexpr std::size_t kStackText = 2048 + 512;  // a longest message with its prefix, file and function
-
-struct FreeDeleter {
-  void operator()(char* text) const { std::free(text); }
-};
 
 }  // namespace
 
@@ -33,7 +30,7 @@ void writeOut(const char* format, ...) {  // NOLINT(cert-dcl50-cpp): vprintf() f
   if (size < sizeof text) {
     (void)std::fwrite(text, 1, size, stdout);
   } else {
-    const std::unique_ptr<char, FreeDeleter> heap(static_cast<char*>(std::malloc(size + 1)));
+    const MallocPtr<char> heap(static_cast<char*>(std::malloc(size + 1)));
     va_start(arguments, format);
     if (heap) {
       (void)std::vsnprintf(heap.get(), size + 1, format, arguments);

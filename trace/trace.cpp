@@ -1,7 +1,5 @@
 #include "trace/trace.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <pthread.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -15,6 +13,8 @@
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
+
+#include "base/loopback.h"
 
 namespace hbbtv_ryn::trace {
 
@@ -30,12 +30,8 @@ std::atomic<int> g_socket{kNoSocket};
 std::atomic<std::uint64_t> g_sequence{0};
 
 int openSocket() {
-  const int opened = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  const int opened = openLoopbackSocket();
   if (opened == kNoSocket) return kNoSocket;
-  // The first send gives the socket a port on every address of the machine. Tied to the loopback
-  // interface, it gets no datagram from the network. Kernels before 5.7 grant this to root only.
-  constexpr char kLoopback[] = "lo";
-  (void)setsockopt(opened, SOL_SOCKET, SO_BINDTODEVICE, kLoopback, sizeof kLoopback);
   int first = kNoSocket;
   if (g_socket.compare_exchange_strong(first, opened)) return opened;
   close(opened);  // another thread was faster
@@ -117,10 +113,7 @@ void send(const Event& event) {
     parts[2] = bytesOf(kCutMark);
     parts[1].iov_len = room - parts[2].iov_len;
   }
-  sockaddr_in reader{};
-  reader.sin_family = AF_INET;
-  reader.sin_port = htons(kPort);
-  reader.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  sockaddr_in reader = loopbackAddress(kPort);
   msghdr datagram{};
   datagram.msg_name = &reader;
   datagram.msg_namelen = sizeof reader;

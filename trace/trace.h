@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "log/module_level.h"
+#include "log/module_switch.h"
 #include "trace/datagram.h"
 
 namespace hbbtv_ryn::trace {

@@ -32,9 +32,19 @@ inline constexpr int ZUNT_RYN_MAX_OTHER_KEYS = 20;
 /// answered with what its out-parameters hold on entry.
 ///
 /// Handlers run on the library's receive thread, one at a time, in the order of the requests. While one
-/// runs, every later request waits. A handler must not register or unregister handlers. An exception that
-/// leaves a handler makes that one request fail; the thread goes on. Every pointer and reference handed to
-/// a handler is valid only during the call.
+/// runs, every later request waits. An exception that leaves a handler makes that one request fail; the
+/// thread goes on. Every pointer and reference handed to a handler is valid only during the call.
+///
+/// A handler must not call Zunt_RYN_Browser_Initialize(), Zunt_RYN_Browser_Finalize() or the two functions
+/// that register. It may notify and ask, but then it depends on what the plug-in host does whether anybody
+/// gets any further. Three circles hang both processes for good:
+///   - a request; its handler asks a query; the query's callback makes a request, which waits for the
+///   first;
+///   - the same with a callback that registers or unregisters, which waits for the first request too;
+///   - a query; its callback makes a request; the request's handler notifies or asks, which waits for the
+///     query.
+/// A host closes none of them whose handlers hand what they have to send to another thread, and do not wait
+/// for it, as those of examples/browser_host.cpp do.
 ///
 /// `appid` and `orgid` identify an application, `tabid` the browser tab that holds one. Out-parameters:
 /// the value on entry, which is the default answer, stands behind each slot.
@@ -93,22 +103,21 @@ struct ZuntRynBrowserEventCallback {
   int (*OpApp_RequestUpdate)();
 };
 
-// --- Lifecycle and registration ----------------------------------------------------------------------
-
 /// Starts the browser side: the server of the plug-in process's requests and the two clients.
 ///
 /// @return 0, also when already started; -1 when something could not be created. Then nothing is left
 ///   behind, and a later call starts afresh.
 ///
-/// Call from one thread. Does not block.
+/// Call from one thread, not from a handler. Requests are served from the server's creation on, so handlers
+/// may run before this returns. Does not block, but for a failure, which waits for a running handler.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_Initialize();
 
 /// Stops the browser side. Registered handlers stay registered.
 ///
-/// @return 0, also when not started; -1 when something could not be released; a later call tries again.
+/// @return 0, also when not started.
 ///
 /// Call from one thread, not from a handler and not while another thread of the host sends. Blocks until a
-/// running handler has returned, and up to half a second when a query that took long has just ended.
+/// running handler has returned.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_Finalize();
 
 /// Registers the host's handlers. All slots are replaced, null ones too.
@@ -128,44 +137,63 @@ HBBTV_RYN_EXPORT int Zunt_RYN_Browser_RegisterCallback(ZuntRynBrowserEventCallba
 /// Any thread may call, but no handler. Waits for a running handler.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_UnregisterCallback();
 
-// --- Notifications -----------------------------------------------------------------------------------
-// One-way messages to the plug-in process. Each returns
-//    0  the message was handed to the queue (whether it is read is not known);
-//   -1  the message exceeds 16384 bytes as JSON text, or the send failed;
-//   -3  the browser side is not started, or no plug-in process has ever run;
-//   -4  out of memory.
-// Any thread may call; messages leave one at a time. A call waits for the call before it, a query
-// included, and up to 300 ms per record of 1025 bytes while the plug-in's queue is full.
-// Strings are UTF-8 and travel unchanged.
+/// @name Notifications
+/// One-way messages to the plug-in process: an event of the application (`appid`, `orgid`), of the
+/// broadcast service or of the operator application. Each returns
+///    0  the message was handed to the queue (whether it is read is not known);
+///   -1  the message exceeds 16384 bytes as JSON text, or the send failed;
+///   -3  the browser side is not started, or no plug-in process has ever run;
+///   -4  out of memory.
+/// Any thread may call, but of a handler see ZuntRynBrowserEventCallback. Messages leave one at a time. A
+/// call waits for the call before it, a query included, and up to 300 ms per record of 1025 bytes while the
+/// plug-in's queue is full.
+/// Strings are UTF-8 and travel unchanged. Bytes that are none arrive as U+FFFD or as another character.
+/// @{
 
+/// The application could not be loaded: ZUNT_RYN_EVENT_APP_LOAD_ERROR.
 /// @param error  a load-error code; it travels, but the plug-in host is not told it.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_SendAppLoadError(int appid, int orgid, int error);
+/// The application is loaded: ZUNT_RYN_EVENT_APP_LOADED.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_SendAppLoaded(int appid, int orgid);
+/// The application is unloaded: ZUNT_RYN_EVENT_APP_UNLOADED.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_SendAppUnloaded(int appid, int orgid);
+/// ZUNT_RYN_EVENT_APP_TOPMOST or ZUNT_RYN_EVENT_APP_NOT_TOPMOST.
 /// @param topmost  whether the application has become the top-most one or has stopped being so.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_SendTopMost(int appid, int orgid, bool topmost);
+/// The application wants to be destroyed: ZUNT_RYN_EVENT_APP_DESTROY_REQUEST.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_RequestDestroyApp(int appid, int orgid);
+/// A key event: ZUNT_RYN_EVENT_KEY_TYPE_1 to ZUNT_RYN_EVENT_KEY_TYPE_3.
 /// @param key   travels, but the plug-in host is not told it.
 /// @param type  1, 2 and 3 raise an event in the plug-in process, other values none.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_SendKey(int appid, int orgid, ZuntKey key, ZuntKeyEventType type);
+/// ZUNT_RYN_EVENT_GET_CONFIGURATION.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_Get_Configuration();
+/// ZUNT_RYN_EVENT_BROADCAST_SERVICE with the value.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_Handle_BroadcastService(bool value);
+/// ZUNT_RYN_EVENT_BROADCAST_FULLSCREEN with the value.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_Set_BroadcastFullScreen(bool value);
+/// The operator application changes its state: ZUNT_RYN_EVENT_OPAPP_STATE_CHANGE.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_OpApp_StateChange(int appid, int orgid, std::string oldState,
                                                         std::string newState, std::string reason);
+/// The operator application's locations change: ZUNT_RYN_EVENT_OPAPP_CONTEXT_CHANGE.
+/// @param sloc  startup location.
+/// @param lloc  launch location.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_OpApp_ContextChange(int appid, int orgid, std::string sloc,
                                                           std::string lloc, std::string reason);
+/// The operator application's update: ZUNT_RYN_EVENT_OPAPP_UPDATE.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_OpApp_Update(int appid, int orgid, std::string event);
+/// @}
 
-// --- Queries -----------------------------------------------------------------------------------------
-// Synchronous questions to the plug-in process. Each returns
-//    0  the answer was received and stored;
-//   -1  as for notifications, or no usable answer came, or the plug-in process is gone;
-//   -3  as for notifications, or the out-parameter is null (nothing is sent then);
-//   -4  out of memory.
-// Any thread may call. A query blocks until the plug-in host has answered, however long it takes, and
-// every other call of this section and the one above waits behind it; when the plug-in process is gone it
-// returns within a second.
+/// @name Queries
+/// Synchronous questions to the plug-in process. Each returns
+///    0  the answer was received and stored;
+///   -1  as for notifications, or no usable answer came, or the plug-in process is gone;
+///   -3  as for notifications, or the out-parameter is null (nothing is sent then);
+///   -4  out of memory.
+/// Any thread may call, but a handler only at the risk that ZuntRynBrowserEventCallback tells of. A query
+/// blocks until the plug-in host has answered, however long it takes, and every notification and query
+/// waits behind it; when the plug-in process is gone it returns within a second.
+/// @{
 
 /// Is the application's content blocked by parental rating?
 /// @param[out] blocked  set only when 0 is returned.
@@ -175,5 +203,6 @@ HBBTV_RYN_EXPORT int Zunt_RYN_Browser_IsParentalRatingBlocked(int appid, int org
 /// @param mtype           the object type, passed unchanged; may be empty.
 /// @param[out] supported  set only when 0 is returned.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_IsObjectSupported(const std::string& mtype, bool* supported);
+/// @}
 
 #endif  // HBBTV_RYN_BROWSER_H

@@ -32,8 +32,8 @@ enum {
 };
 
 /// The last command datagram that the control thread took, all 1025 bytes of it (those past the received
-/// length are zero); zero before the first. Written by the control thread without a lock: for a
-/// debugger's eyes, not for decisions.
+/// length are zero); zero before the first. A control thread may be writing it while you read, and takes no
+/// lock that you could take: for a debugger's eyes, not for decisions.
 HBBTV_RYN_EXPORT extern char g_modules_info[1025];
 
 /// Starts the control thread, which reports the module list to 127.0.0.1, UDP port 54321, once a second

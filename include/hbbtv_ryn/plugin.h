@@ -38,9 +38,19 @@ enum ZuntRynEvent : int {
 /// One function, held under the member that fits its event.
 ///
 /// Notification callbacks (all but the two queries) run on one receive thread of the library, in the
-/// order in which the browser sent; query callbacks run on another, and the browser waits for them. Both
-/// may make requests, register and unregister, but not call Zunt_RYN_Plugin_Finalize(). An exception that
-/// leaves a callback costs that one message: the event is dropped, the query fails.
+/// order in which the browser sent; query callbacks run on another, and the browser waits for them. An
+/// exception that leaves a callback costs that one message: the event is dropped, the query fails.
+///
+/// A callback must not call Zunt_RYN_Plugin_Finalize(). A notification callback may make requests, register
+/// and unregister. So may a query callback, but the browser process waits for it, and then it depends on
+/// what the browser host does whether anybody gets any further. Three circles hang both processes for good:
+///   - a request; the browser's handler asks a query; the query's callback makes a request, which waits for
+///     the first;
+///   - the same with a callback that registers or unregisters, which waits for the first request too;
+///   - a query; its callback makes a request; the browser's handler notifies or asks, which waits for the
+///     query.
+/// A host closes none of them whose query callbacks answer from what they know, and leave requests and
+/// registrations to another thread without waiting for it.
 union ZuntRynEventCallback {
   /// `user_data` is always null.
   void (*onApp)(int appid, int orgid, void* user_data);
@@ -54,14 +64,13 @@ union ZuntRynEventCallback {
   void (*onOpAppUpdate)(int appid, int orgid, std::string event);
 };
 
-// --- Lifecycle and events ----------------------------------------------------------------------------
-
 /// Starts the plug-in side: the client for requests and the servers of notifications and queries.
 ///
 /// @return 0, also when already started; -3 when a queue can be neither created nor opened; -4 out of
 ///   memory; -5 when a receive thread cannot be started. On failure nothing is left behind.
 ///
-/// Call from one thread. Waits for a request in progress.
+/// Call from one thread. Waits for a request in progress. From a callback that is running while another
+/// thread stops the endpoint it returns 0 and starts nothing.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_Initialize();
 
 /// Stops the plug-in side. Registered callbacks stay registered.
@@ -76,10 +85,11 @@ HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_Finalize();
 /// event first.
 ///
 /// @param event     the event; an unknown value is accepted and never raised.
-/// @param callback  copied; the member that fits the event must be set. Null is as none.
+/// @param callback  copied; the member that fits the event must be set. Null takes the event's place as any
+///                  other does, and is never called.
 /// @return 0; -4 out of memory.
 ///
-/// Any thread may call, at any time. Waits for a request in progress.
+/// Any thread may call; a query callback see ZuntRynEventCallback. Waits for a request in progress.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_RegisterRynEventCallback(ZuntRynEvent event,
                                                               ZuntRynEventCallback callback);
 
@@ -87,24 +97,27 @@ HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_RegisterRynEventCallback(ZuntRynEvent event
 ///
 /// @return 0.
 ///
-/// Any thread may call, at any time. Waits for a request in progress.
+/// Any thread may call; a query callback see ZuntRynEventCallback. Waits for a request in progress.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_UnRegisterRynEventCallback(ZuntRynEvent event);
 
-// --- Requests ----------------------------------------------------------------------------------------
-// Commands return as soon as the message is on the browser's queue; questions wait for its answer. Each
-// returns
-//    0  done; for a question, the answer was stored;
-//   -1  the request exceeds 16384 bytes as JSON text or the send failed; for a question also: no usable
-//       answer came, or the browser process is gone;
-//   -3  the plug-in side is not started, or no browser process has ever run, or an argument is refused as
-//       said below (nothing is sent then);
-//   -4  out of memory.
-// Out-parameters are set only when 0 is returned, and must not be null where nothing else is said.
-// Any thread may call, callbacks of this library included; one request is served at a time, and a call
-// waits for the calls before it. A command blocks up to 300 ms per record of 1025 bytes while the
-// browser's queue is full. A question blocks until the browser host has answered, however long it takes;
-// when the browser process is gone it returns within a second.
-// `appid` and `orgid` identify an application, `tabid` the browser tab that holds one.
+/// @name Requests
+/// Commands return as soon as the message is on the browser's queue; questions wait for its answer. Each
+/// returns
+///    0  done; for a question, the answer was stored;
+///   -1  the request exceeds 16384 bytes as JSON text or the send failed; for a question also: no usable
+///       answer came, or the browser process is gone;
+///   -3  the plug-in side is not started, or no browser process has ever run, or an argument is refused as
+///       said below (nothing is sent then);
+///   -4  out of memory.
+/// Out-parameters are set only when 0 is returned, and must not be null where nothing else is said.
+/// Any thread may call, callbacks of this library included, but of a query callback see
+/// ZuntRynEventCallback. An exit handler may call, too. One request is served at a time, and a call waits
+/// for the calls before it. A command blocks up to 300 ms per record of 1025 bytes while the browser's
+/// queue is full. A question blocks until the browser host has answered, however long it takes; when the
+/// browser process is gone it returns within a second. `appid` and `orgid` identify an application, `tabid`
+/// the browser tab that holds one. Strings are UTF-8 and travel unchanged. Bytes that are none arrive as
+/// U+FFFD or as another character.
+/// @{
 
 /// Which application owns this one?
 /// @param[in,out] appid  in: the asking application; out: the owner. Null is refused with -3.
@@ -126,33 +139,49 @@ HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetChildApps(int appid, int orgid, int* app
 /// @param[out] newAppid,newOrgid  the created application. Null is refused with -3.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_CreateApp(int appid, int orgid, const char* url, bool child,
                                                bool opapp, int* newAppid, int* newOrgid);
+/// Shows the application.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_ShowApp(int appid, int orgid);
+/// Hides the application.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_HideApp(int appid, int orgid);
+/// Destroys the application.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_DestroyApp(int appid, int orgid);
+/// Gives the application input.
 /// @param focus  whether the application gains the input focus.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_ActivateInput(int appid, int orgid, bool focus);
+/// Takes input from the application.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_DeactivateInput(int appid, int orgid);
 
+/// Is the application visible?
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetVisible(int appid, int orgid, bool* visible);
+/// Is the application active?
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetActive(int appid, int orgid, bool* active);
+/// Is the application the primary receiver of key input?
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetPrimaryReceiver(int appid, int orgid, bool* primary);
+/// Which keys has the application's key set?
 /// @param[out] value  the key set's bit mask.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetValue(int appid, int orgid, int* value);
+/// Which keys may the application's key set have at most? As Zunt_RYN_Plugin_GetValue().
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetMaxiMumValue(int appid, int orgid, int* maxvalue);
+/// Which keys outside the bit mask has the key set?
 /// @param[out] otherKeys  room for 20 entries. Null: -1 after the exchange, with `*num` as received.
 /// @param[out] num        the number of keys, at most 20; 0 or negative as the browser host told it.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetOtherKeys(int appid, int orgid, int* otherKeys, int* num);
-/// Arguments as Zunt_RYN_Plugin_GetOtherKeys().
+/// Which keys outside the bit mask may it have at most? As Zunt_RYN_Plugin_GetOtherKeys().
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetMaxiMumOtherKeys(int appid, int orgid, int* otherKeys, int* num);
+/// Says whether the application supports a pointer.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_SetSupportsPointer(int appid, int orgid, bool pointer);
+/// Does the application support a pointer?
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetSupportsPointer(int appid, int orgid, bool* pointer);
-/// Sets the key set. Writes the request to standard output.
+/// Sets the key set. Writes the request to standard output, best effort: what cannot be written is sent all
+/// the same.
 /// @param otherKeys  `keynum` key codes, of which the browser keeps 20; null writes a line to standard
 ///                   output and sends no key.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_SetValue(int appid, int orgid, int value, const int* otherKeys,
                                               int keynum);
+/// What does the key look like?
 /// @param[out] icon  replaced by the icon of the key.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetKeyIcon(int appid, int orgid, int code, std::string& icon);
+/// What is the key called?
 /// @param[out] label  replaced by the label of the key.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetKeyLabel(int appid, int orgid, int code, std::string& label);
 
@@ -162,6 +191,7 @@ HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_Get_VB_Resouce_Allowed(int tabid, bool* all
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_SetBRAppToBI(int tabid);
 /// Makes the tab's broadcast-independent application broadcast-related.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_SetBIAppToBR(int tabid);
+/// Of which type is the tab's application?
 /// @param[out] appType  the numbering is the browser host's.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_Get_APP_TYPE(int tabid, int* appType);
 /// Did the browser consume this key press?
@@ -169,18 +199,29 @@ HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_KeyConsumedByBrowser(int tabid, int keyCode
 
 /// May the operator application be uninstalled?
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_OpApp_Uninstall_Judge(bool* flag);
+/// @}
 
-// The following return the browser host's own result in place of 0. A result of -1, -3 or -4 cannot be
-// told from a failure of the request.
+/// @name Requests with a result of their own
+/// As the requests above, but they return the browser host's own result in place of 0. A result of -1, -3
+/// or -4 cannot be told from a failure of the request.
+/// @{
 
+/// What is the operator application's status?
 /// @param[out] status  replaced by the operator application's status, whatever the result.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_OpApp_GetStatus(std::string& status);
+/// Sets the operator application's status.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_OpApp_SetStatus(std::string status);
+/// Moves the operator application to the transient state.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_OpApp_RequestTransient();
+/// Moves it to the foreground state.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_OpApp_RequestForeground();
+/// Moves it to the background state.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_OpApp_RequestBackground();
+/// How far is its update?
 /// @param[out] status  the update's status, whatever the result.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_OpApp_GetUpdateStatus(int* status);
+/// Starts its update.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_OpApp_RequestUpdate();
+/// @}
 
 #endif  // HBBTV_RYN_PLUGIN_H

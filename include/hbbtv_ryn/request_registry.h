@@ -15,8 +15,9 @@
 
 /// Adds an entry behind the others, unless a look-up of its key already yields this value.
 ///
-/// A null value is therefore never added. A key that is registered with another value gets a second
-/// entry; look-ups keep yielding the older one until it is deleted.
+/// A null value is therefore added only where the look-up yields another value, and is then hidden behind
+/// it. A key that is registered with another value gets a second entry; look-ups keep yielding the older
+/// one until it is deleted.
 ///
 /// @param flag   first part of the key.
 /// @param name   second part, copied; compared byte by byte, embedded NULs included.

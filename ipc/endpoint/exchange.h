@@ -1,86 +1,71 @@
-// What both endpoints do alike: send a draft, ask one, and answer what arrives. The one place where the
-// channel and the language meet.
+/// @file
+/// What both endpoints do alike, whatever the message: a row and values become an exchange, and a message
+/// becomes a call. The one place where the channel and the language meet. Functions and handlers reach it
+/// through ipc/endpoint/signature.h, which checks them against the row.
 #ifndef HBBTV_RYN_IPC_ENDPOINT_EXCHANGE_H
 #define HBBTV_RYN_IPC_ENDPOINT_EXCHANGE_H
 
-#include <json/value.h>
-
 #include <atomic>
+#include <cstddef>
 #include <mutex>
 
 #include "hbbtv_ryn/ipc.h"
-#include "ipc/protocol/catalogue.h"
-#include "ipc/protocol/draft.h"
+#include "ipc/protocol/values.h"
 
 namespace hbbtv_ryn {
 
-// Where an endpoint sends. The handle is read under the mutex, which is held for the whole exchange; null
-// while the endpoint is not started.
-struct Outlet {
+/// Where an endpoint sends. The handle is read under the mutex, which is held for the whole exchange; null
+/// while the endpoint is not started.
+struct Line {
   const std::atomic<IpcClient*>& client;
   std::mutex& mutex;
 };
 
-// A function that takes the reply, stores what it holds and returns the result of the request. It reads all
-// values before it stores the first: a value that does not convert throws.
-class ReplyReader {
- public:
-  template <typename Function>
-  ReplyReader(
-      const Function& function)  // NOLINT(google-explicit-constructor): a parameter type for lambdas
-      : function_(&function), call_([](const void* f, const Json::Value& reply) -> int {
-          return (*static_cast<const Function*>(f))(reply);
-        }) {}
-  int operator()(const Json::Value& reply) const { return call_(function_, reply); }
+/// Is shown a message before it is sent. Throws nothing.
+using Observer = void (*)(const Json::Value& message);
 
- private:
-  const void* function_;
-  int (*call_)(const void*, const Json::Value&);
+/// Sends a message and, when it is synchronous, waits for the answer and stores what it holds: all of it is
+/// read before the first is stored.
+///
+/// @param given     one value for each member of the request.
+/// @param stored    an int*, bool*, std::string* or KeyCodes*, as the row has it, for each member of the
+///                  reply but the host's own result.
+/// @param observer  may be null.
+/// @return 0, or the host's own result where the reply has one; -1 for a reply that is empty, no JSON
+/// object
+///   or does not convert; else the channel's result; -4 when memory is out.
+int exchange(const Line& line, const Message& row, const Given* given, void* const* stored,
+             Observer observer);
+
+/// A function of any signature.
+using AnyFunction = void (*)();
+
+/// What a handler is called with: the request, read whole, and the default answers, which it may replace.
+struct Call {
+  Values in;
+  Values out;
+  void* user_data;  ///< what the server's callback was registered with
 };
 
-// Sends a one-way message. Returns the channel's result, or -4 when memory is out.
-int tell(const Outlet& outlet, const Draft& message);
-
-// Sends a synchronous message, waits and hands the reply to `read`, all under the mutex. Returns what
-// `read` returns; -1 for a reply that is empty, no JSON object or does not convert; else the channel's
-// result, or -4 when memory is out.
-int ask(const Outlet& outlet, const Draft& message, ReplyReader read);
-
-// The readers of replies that store one value.
-int askInteger(const Outlet& outlet, const Draft& message, const char* key, int* value);
-int askBoolean(const Outlet& outlet, const Draft& message, const char* key, bool* value);
-int askString(const Outlet& outlet, const Draft& message, const char* key, std::string* value);
-
-// A parsed message on its way to the host. The readers throw Json::Exception when a member does not
-// convert.
-struct Incoming {
-  const Json::Value& members;
-  void* user_data;  // what the callback was registered with
-
-  int integer(const char* key) const;
-  bool boolean(const char* key) const;
-  std::string string(const char* key) const;
-  int appid() const { return integer(key::kAppid); }
-  int orgid() const { return integer(key::kOrgid); }
-  int tabid() const { return integer(key::kTabid); }
-};
-
-// What serves a code: reads the message, calls the host and fills the reply.
+/// How a message is served.
 struct Route {
-  Code code;
-  void (*handle)(const Incoming& in, Json::Value* reply);
+  const Message* row;
+  AnyFunction (*find)();                          ///< the handler; null when there is none now
+  void (*call)(AnyFunction handler, Call* with);  ///< hands it its parameters
 };
 
-// Serves one message of a kind from a queue with the route of its code. Returns the reply for the channel;
-// null for a one-way message, one that is no message or has no route, and when memory for the reply is out.
-// Throws what the route throws.
-IpcMessage* serve(const IpcMessage* request, int32_t kind, void* user_data, const Route* routes,
-                  std::size_t route_count);
+/// What a server serves.
+struct Service {
+  key_t queue;
+  const Route* routes;  ///< in ascending order of their codes
+  std::size_t route_count;
+  std::mutex* mutex;  ///< held while a handler is looked for and runs; null: none
+};
 
-template <std::size_t Count>
-IpcMessage* serve(const IpcMessage* request, int32_t kind, void* user_data, const Route (&routes)[Count]) {
-  return serve(request, kind, user_data, routes, Count);
-}
+/// Serves one message of a kind. Returns the reply for the channel; null for a one-way message, one that is
+/// no message or has no route, and when memory for the reply is out. Throws what the handler throws, and
+/// Json::Exception, without a call, when a member does not convert.
+IpcMessage* serve(const Service& service, const IpcMessage* message, int32_t kind, void* user_data);
 
 }  // namespace hbbtv_ryn
 

@@ -1,5 +1,6 @@
-// The trace of one message at either end. While the trace is off an object reads the switch once, and
-// nothing else of it runs.
+/// @file
+/// The trace of one message at either end. An object asks once whether the trace is on; while it is off its
+/// functions do nothing.
 #ifndef HBBTV_RYN_IPC_ENDPOINT_EXCHANGE_TRACE_H
 #define HBBTV_RYN_IPC_ENDPOINT_EXCHANGE_TRACE_H
 
@@ -12,97 +13,61 @@
 
 namespace hbbtv_ryn {
 
-// The sender's end. Each call hands its argument through.
+/// The sender's end.
 class SendTrace {
  public:
-  // Traces the message as sent. The text must outlive the object.
-  SendTrace(Code code, std::string_view text) : on_(trace::isOn()) {
-    if (on_) begin(code, text);
-  }
-  // An answer of which understood() has not been told by now was not usable.
-  ~SendTrace() {
-    if (on_ && !settled_) traceUnusable();
-  }
+  /// About to be sent. The text must outlive the object.
+  SendTrace(const Message& row, std::string_view text);
   SendTrace(const SendTrace&) = delete;
   SendTrace& operator=(const SendTrace&) = delete;
 
-  // Of a one-way message: the channel's result.
-  int told(int result) {
-    if (on_) traceTold(result);
-    return result;
-  }
-  // Of a question: either the channel's failure,
-  int unanswered(int result) {
-    if (on_) traceUnanswered(result);
-    return result;
-  }
-  // or its answer,
-  void answered(const IpcMessage& reply) {
-    if (on_) traceAnswered(reply);
-  }
-  // and whether the answer could be read.
-  int understood(int result) {
-    settled_ = true;
-    return result;
-  }
+  /// The channel has returned: its result, and the answer to a synchronous message.
+  void ended(int result, const IpcMessage& reply) const;
+  /// The answer could not be read.
+  void unusable() const;
 
  private:
-  void begin(Code code, std::string_view text);
-  void traceTold(int result);
-  void traceUnanswered(int result);
-  void traceAnswered(const IpcMessage& reply);
-  void traceUnusable();
-
+  const Message& row_;
+  const std::string_view text_;
   const bool on_;
-  bool settled_ = true;
-  Code code_{};
-  std::string_view text_;
   std::int64_t sent_at_ = 0;
 };
 
-// The receiver's end.
+/// The receiver's end.
 class ServeTrace {
  public:
-  // `any_code` is a code that the same queue carries.
-  ServeTrace(const IpcMessage& message, int32_t kind, Code any_code) : on_(trace::isOn()) {
-    if (on_) begin(message, kind, any_code);
-  }
-  // What has neither been dropped nor answered by now was left by an exception.
-  ~ServeTrace() {
-    if (on_ && !settled_) drop(trace::Drop::kThrew);
-  }
+  ServeTrace(key_t queue, const IpcMessage& message, int32_t kind)
+      : queue_(queue), message_(message), kind_(kind), on_(trace::isOn()) {}
+  /// What has not ended by now was ended by an exception.
+  ~ServeTrace();
   ServeTrace(const ServeTrace&) = delete;
   ServeTrace& operator=(const ServeTrace&) = delete;
 
+  /// About to be handled.
+  void received(const Message& row);
+  /// Nothing comes of it. Returns null.
   IpcMessage* dropped(trace::Drop reason, int code = 0) {
-    if (on_) {
-      code_ = code;
-      drop(reason);
-    }
+    drop_ = reason;
+    code_ = code;
     return nullptr;
   }
-  void received(Code code) {
-    if (on_) traceReceived(code);
-  }
+  /// Handled. Returns the reply, which is null for a one-way message and when memory is out.
   IpcMessage* answered(IpcMessage* reply) {
-    if (on_) traceAnswered(reply);
+    drop_ = trace::Drop::kNone;
+    reply_ = reply;
     return reply;
   }
 
  private:
-  void begin(const IpcMessage& message, int32_t kind, Code any_code);
-  void drop(trace::Drop reason);
-  void traceReceived(Code code);
-  void traceAnswered(const IpcMessage* reply);
-
+  const key_t queue_;
+  const IpcMessage& message_;
+  const int32_t kind_;
   const bool on_;
-  bool settled_ = false;
-  key_t queue_ = 0;
-  int32_t record_kind_ = IPC_KIND_ONEWAY;
-  trace::Kind kind_ = trace::Kind::kUnknown;
+  const Message* row_ = nullptr;
   int code_ = 0;
-  std::string_view text_;
   std::int64_t received_at_ = 0;
+  trace::Drop drop_ = trace::Drop::kThrew;
+  const IpcMessage* reply_ = nullptr;
 };
 
 }  // namespace hbbtv_ryn

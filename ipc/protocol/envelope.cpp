@@ -20,8 +20,9 @@ std::string serialise(const Json::Value& message) {
 
 bool parse(const char* text, Json::Value* message) {
   constexpr bool kCollectComments = false;
-  // Making a reader costs as much as reading a short message does. It keeps nothing of a message.
-  thread_local Json::Reader reader;
+  // Not kept from one text to the next, though making it costs as much as a short text does: a host asks
+  // from its exit handlers too, when what a thread keeps is gone.
+  Json::Reader reader;
   try {
     return reader.parse(text, text + std::strlen(text), *message, kCollectComments) && message->isObject();
   } catch (const Json::Exception&) {

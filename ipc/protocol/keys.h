@@ -1,10 +1,11 @@
-// The JSON keys of the wire.
+/// @file
+/// The JSON keys of the wire.
 #ifndef HBBTV_RYN_IPC_PROTOCOL_KEYS_H
 #define HBBTV_RYN_IPC_PROTOCOL_KEYS_H
 
 namespace hbbtv_ryn::key {
 
-// Arrays, not pointers, so that a key can be a template argument.
+/// Each has one address in the process, by which the result of an answer is known.
 inline constexpr char kCode[] = "t";
 inline constexpr char kActive[] = "active";
 inline constexpr char kAllowed[] = "allowed";

@@ -1,7 +1,8 @@
-// The two kinds of lists on the wire.
-//
-// A key-code list is a count and the integer members k0, k1, … . An id list is a count and two strings of
-// fixed-width fields.
+/// @file
+/// The two kinds of lists on the wire.
+///
+/// A key-code list is a count and the integer members k0, k1, … . An id list is a count and two strings of
+/// fixed-width fields.
 #ifndef HBBTV_RYN_IPC_PROTOCOL_LISTS_H
 #define HBBTV_RYN_IPC_PROTOCOL_LISTS_H
 
@@ -11,28 +12,28 @@
 
 namespace hbbtv_ryn {
 
-// What the browser keeps of a key-code list, and the most that a reply carries.
+/// What the browser keeps of a key-code list, and the most that a reply carries.
 inline constexpr int kMaxKeyCodes = 20;
 
-// Name of the index-th member of a key-code list.
+/// Name of the index-th member of a key-code list.
 std::string keyCodeName(int index);
 
-// Sets the members k0 to k(count - 1). Nothing for a count of 0 or less.
+/// Sets the members k0 to k(count - 1). Nothing for a count of 0 or less.
 void setKeyCodes(Json::Value* message, const int* codes, int count);
 
-// Reads the members k0 to k(count - 1), at most kMaxKeyCodes of them, into `codes`.
+/// Reads the members k0 to k(count - 1), at most kMaxKeyCodes of them, into `codes`.
 void readKeyCodes(const Json::Value& message, int count, int* codes);
 
 inline constexpr int kIdFieldChars = 16;  // "%16d": wide enough for any int, fixed by the wire format
 
-// What a caller makes room for: the most that one deliverable reply lists, two fields each.
+/// What a caller makes room for: the most that one deliverable reply lists, two fields each.
 inline constexpr int kMaxChildApps = 512;
 
-// The ids as one string of fields. Empty for a count of 0 or less.
+/// The ids as one string of fields. Empty for a count of 0 or less.
 std::string idFields(const int* ids, int count);
 
-// Reads the fields that lie wholly inside the string, at most `count`. An entry without field, or whose
-// field holds no number, keeps its value.
+/// Reads the fields that lie wholly inside the string, at most `count`. An entry without field, or whose
+/// field holds no number, keeps its value.
 void readIdFields(const std::string& fields, int count, int* ids);
 
 }  // namespace hbbtv_ryn

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "ipc/protocol/queues.h"
-#include "ipc/ryn_plugin/plugin_state.h"
+#include "ipc/ryn_plugin/state.h"
 #include "ipc/server.h"
 
 namespace hbbtv_ryn {
@@ -34,11 +34,11 @@ int createAll() {
   int result = zunt_ipc_client_create(kRequestQueueKey, kChannel, kWithReply, IPC_CHUNK_SIZE, &client);
   if (result != 0) return result;
   g_plugin_client = client;
-  result = createServer(kNotificationQueueKey, kChannel, kOneWayOnly, IPC_CHUNK_SIZE, &notificationEntry,
-                        nullptr, &g_plugin_notify_server);
+  result = createServer(kNotificationQueueKey, kChannel, kOneWayOnly, IPC_CHUNK_SIZE,
+                        &Zunt_RYN_Plugin_Server_Callback, nullptr, &g_plugin_notify_server);
   if (result != 0) return result;
-  return createServer(kQueryQueueKey, kChannel, kWithReply, IPC_CHUNK_SIZE, &queryEntry, nullptr,
-                      &g_plugin_query_server);
+  return createServer(kQueryQueueKey, kChannel, kWithReply, IPC_CHUNK_SIZE, &Zunt_RYN_Plugin_Query_Callback,
+                      nullptr, &g_plugin_query_server);
 }
 
 int destroyServer(IpcServer* server) {
@@ -62,13 +62,10 @@ int destroyAll(std::unique_lock<std::mutex>* guard) {
 
 }  // namespace
 
-bool findEventCallback(ZuntRynEvent event, ZuntRynEventCallback* callback) {
+ZuntRynEventCallback findEventCallback(ZuntRynEvent event) {
   const std::lock_guard<std::mutex> guard(g_plugin_event_mutex);
   const auto found = g_plugin_event_callbacks.find(event);
-  // A host that fills no member registers nothing. All members are pointers to functions.
-  if (found == g_plugin_event_callbacks.end() || found->second.onNotify == nullptr) return false;
-  *callback = found->second;
-  return true;
+  return found == g_plugin_event_callbacks.end() ? ZuntRynEventCallback{} : found->second;
 }
 
 }  // namespace hbbtv_ryn
@@ -92,8 +89,11 @@ int Zunt_RYN_Plugin_Finalize() {
   if (g_plugin_initialized == 0) return 0;
   std::unique_lock<std::mutex> guard(g_plugin_mutex);
   if (g_plugin_initialized == 0) return 0;
+  const int result = destroyAll(&guard);
+  // Last: a callback that was running meanwhile and started the endpoint has started nothing.
+  guard.lock();
   g_plugin_initialized = 0;
-  return destroyAll(&guard);
+  return result;
 }
 
 int Zunt_RYN_Plugin_RegisterRynEventCallback(ZuntRynEvent event, ZuntRynEventCallback callback) {

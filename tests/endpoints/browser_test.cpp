@@ -33,14 +33,34 @@ TEST_F(BrowserTest, WithoutAHandlerADefaultIsAnsweredByteForByte) {
   EXPECT_TRUE(sameJson(R"({"t":208,"appNum":0,"appidArray":"","orgidArray":""})", ask(R"({"t":207})")));
 }
 
+TEST_F(BrowserTest, WithoutAHandlerEveryAnswerHoldsItsDefaults) {
+  for (const auto& request : kBrowser.receives) {
+    if (!request.isSynchronous()) continue;
+    Json::Value defaults = parsed(request.reply);
+    for (const auto& name : defaults.getMemberNames()) {
+      if (name[0] == 'k') {
+        defaults.removeMember(name);
+      } else if (name != "t" && name != "flag") {
+        defaults[name] = defaults[name].isString() ? Json::Value("") : Json::Value(0);
+      }
+    }
+    const int code = parsed(request.text)["t"].asInt();
+    if (code == 201) defaults["appid"] = 77;
+    if (code == 278) defaults["flag"] = true;
+    if (code == 284) defaults["status"] = -2;
+    EXPECT_EQ(defaults, parsed(ask(request.text))) << request.text;
+  }
+}
+
 TEST_F(BrowserTest, RequestsAreReadLeniently) {
-  for (const int code : {209, 216, 280}) messageOf(code).receive();
-  // Missing members read as zero, numbers convert, and a text ends at its NUL.
+  for (const int code : {209, 214, 216, 280}) messageOf(code).receive();
+  // Missing members read as zero, numbers convert without their fraction, and a text ends at its NUL.
   ask(R"({"t":209})");
   ask(R"({"t":280})");
   ask(R"(  /* a comment */ {"orgid" : true, "extra":[{}], "appid":5.9, "t":216.0})");
   ask(std::string("{\"t\":216}\0 and more", 19));
-  EXPECT_EQ((Calls{"209 0 0 '' 0 0 0 0", "280 ''", "216 5 1 0", "216 0 0 0"}), g_calls.take());
+  ask(R"({"t":214,"focus":0.5})");
+  EXPECT_EQ((Calls{"209 0 0 '' 0 0 0 0", "280 ''", "216 5 1 0", "216 0 0 0", "214 0 0 0"}), g_calls.take());
   // Invalid UTF-8 may come out as anything.
   ask("{\"t\":280,\"status\":\"\xff\xfe\xc3\"}");
   ask(R"({"t":280,"status":"\ud800"})");
@@ -115,10 +135,11 @@ TEST_F(BrowserTest, BadArgumentsAreRefusedAndInvalidTextHarmsNothing) {
   EXPECT_EQ(-3, Zunt_RYN_Browser_IsParentalRatingBlocked(1, 2, nullptr));
   EXPECT_EQ(-3, Zunt_RYN_Browser_IsObjectSupported("x", nullptr));
   EXPECT_EQ(0U, queries.requests.depth());
-  // Invalid UTF-8 is either refused or sent as something that parses.
-  if (Zunt_RYN_Browser_OpApp_Update(1, 2, "\xff\xc3(\xed\xa0\x80") == 0) {
-    parsed(notifications.takeMessage().text);
-  }
+  // What is no UTF-8 is replaced.
+  EXPECT_EQ(0, Zunt_RYN_Browser_OpApp_Update(1, 2, "a\xff"));
+  EXPECT_EQ("a\ufffd", parsed(notifications.takeMessage().text)["event"].asString());
+  EXPECT_EQ(0, Zunt_RYN_Browser_OpApp_Update(1, 2, "\xff\xc3(\xed\xa0\x80"));
+  EXPECT_TRUE(parsed(notifications.takeMessage().text).isMember("event"));
   EXPECT_EQ("0:", exchange(messageOf(270)));
 }
 

@@ -1,9 +1,11 @@
 // What the plug-in endpoint alone does, before a raw browser process.
 #include "hbbtv_ryn/plugin.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <iostream>
 
 #include "endpoints/any_function.h"
 #include "endpoints/messages.h"
@@ -90,6 +92,18 @@ TEST_F(PluginTest, SetValueWritesItsRequestToStandardOutput) {
   EXPECT_TRUE(sameJson(sent, written.substr(heading.size())));
 }
 
+TEST_F(PluginTest, SetValueIsSentThoughItsLineCannotBeWritten) {
+  const OutputCapture restores_standard_output(stdout);
+  const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+  ASSERT_LE(0, dup2(full, STDOUT_FILENO));
+  close(full);
+  std::cout.exceptions(std::ios::badbit | std::ios::failbit);
+  EXPECT_EQ(0, Zunt_RYN_Plugin_SetValue(1, 2, 3, nullptr, 2));
+  std::cout.exceptions(std::ios::goodbit);
+  EXPECT_TRUE(
+      sameJson(R"({"t":234,"appid":1,"orgid":2,"value":3,"keynum":2})", m_browser.nextRequest().text));
+}
+
 TEST_F(PluginTest, StateAndContextChangesAreTracedWhenSomebodyListens) {
   kPlugin.marker.receive();
   for (const bool listening : {false, true}) {
@@ -116,6 +130,18 @@ TEST_F(PluginTest, TheFirstRegistrationStaysUntilItIsRemoved) {
   EXPECT_EQ(Calls{}, g_calls.takeUntil("99 1 2 null"));
 }
 
+TEST_F(PluginTest, ANullCallbackTakesItsEventsPlaceAsAnyOtherDoes) {
+  kPlugin.marker.receive();
+  EXPECT_EQ(0, Zunt_RYN_Plugin_RegisterRynEventCallback(ZUNT_RYN_EVENT_APP_UNLOADED, {}));
+  ZuntRynEventCallback second;
+  noteCalls<99>(second.onApp);
+  EXPECT_EQ(0, Zunt_RYN_Plugin_RegisterRynEventCallback(ZUNT_RYN_EVENT_APP_UNLOADED, second));
+  EXPECT_EQ(Calls{}, callsFor(messageOf(241).text));
+  EXPECT_EQ(0, Zunt_RYN_Plugin_UnRegisterRynEventCallback(ZUNT_RYN_EVENT_APP_UNLOADED));
+  EXPECT_EQ(0, Zunt_RYN_Plugin_RegisterRynEventCallback(ZUNT_RYN_EVENT_APP_UNLOADED, second));
+  EXPECT_EQ(Calls{"99 1 2 null"}, callsFor(messageOf(241).text));
+}
+
 TEST_F(PluginTest, QueriesThatNobodyAnswersAreDenied) {
   EXPECT_EQ("{\n   \"blocked\" : 0,\n   \"t\" : 246\n}\n", ask(kQueryKey, R"({"t":245})"));
   EXPECT_TRUE(sameJson(R"({"t":246,"supported":0})", ask(kQueryKey, R"({"t":247})")));
@@ -137,6 +163,24 @@ TEST_F(PluginTest, StoppingDuringACallbackThatMakesRequestsEndsBoth) {
   waitUntil("the callback ran", [] { return entered.load(); });
   Concurrently stop(&Zunt_RYN_Plugin_Finalize);
   EXPECT_EQ(0, stop.result());
+}
+
+TEST_F(PluginTest, WhatACallbackStartsWhileTheEndpointStopsIsNotStarted) {
+  static std::atomic<bool> entered{false};
+  static std::atomic<int> started{-1};
+  ZuntRynEventCallback callback;
+  callback.onNotify = [] {
+    entered = true;
+    waitUntil("the endpoint stops", [] { return Zunt_RYN_Plugin_ShowApp(1, 2) == -3; });
+    started = Zunt_RYN_Plugin_Initialize();
+  };
+  Zunt_RYN_Plugin_RegisterRynEventCallback(ZUNT_RYN_EVENT_GET_CONFIGURATION, callback);
+  m_notifications.sendMessage(kRawOneWay, R"({"t":270})");
+  waitUntil("the callback ran", [] { return entered.load(); });
+  EXPECT_EQ(0, Zunt_RYN_Plugin_Finalize());
+  EXPECT_EQ(0, started);
+  EXPECT_EQ(-3, Zunt_RYN_Plugin_ShowApp(1, 2));
+  EXPECT_EQ(0, rawLife(kNotificationKey));
 }
 
 }  // namespace

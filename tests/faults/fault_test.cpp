@@ -3,17 +3,43 @@
 // sanitizer.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
 #include <set>
 #include <string>
 
 #include "faults/injection.h"
 #include "hbbtv_ryn/browser.h"
+#include "hbbtv_ryn/ipc.h"
 #include "hbbtv_ryn/log.h"
 #include "hbbtv_ryn/plugin.h"
 #include "hbbtv_ryn/request_registry.h"
 #include "support/deadline.h"
 #include "support/output_capture.h"
+
+namespace hbbtv_ryn::test {
+namespace {
+
+// Set: the next client with a reply queue is created in vain, once a handler is sending.
+std::atomic<bool> g_refuse_client{false};
+std::atomic<bool> g_handler_sends{false};
+
+}  // namespace
+}  // namespace hbbtv_ryn::test
+
+// What the linker puts in the place of zunt_ipc_client_create(), and that function.
+extern "C" {
+int __real__Z22zunt_ipc_client_createiliiPP9IpcClient(key_t, long, int, int, IpcClient**);
+int __wrap__Z22zunt_ipc_client_createiliiPP9IpcClient(key_t key, long channel, int with_reply,
+                                                      int chunk_size, IpcClient** client) {
+  using namespace hbbtv_ryn::test;
+  if (with_reply == 0 || !g_refuse_client.exchange(false)) {
+    return __real__Z22zunt_ipc_client_createiliiPP9IpcClient(key, channel, with_reply, chunk_size, client);
+  }
+  waitUntil("a handler sends", [] { return g_handler_sends.load(); });
+  return -4;
+}
+}
 
 namespace hbbtv_ryn::test {
 namespace {
@@ -122,6 +148,28 @@ TEST_F(EndpointFaultTest, Starting) {
     if (expected.fault == Fault::kSemaphore) untold.insert(0);
     withEachCallFailing({expected.fault, untold}, &Zunt_RYN_Browser_Initialize, next);
   }
+}
+
+// The endpoint is taken back in the order in which it stops: whoever is sending keeps what he sends with.
+TEST_F(EndpointFaultTest, StartingFailsWhileAHandlerSends) {
+  static std::atomic<int> refused{0};
+  start();
+  EXPECT_EQ(0, Zunt_RYN_Browser_Finalize());
+  ZuntRynBrowserEventCallback handlers{};
+  handlers.ShowApp = [](int appid, int orgid) {
+    waitUntil("the handler can send", [&] { return Zunt_RYN_Browser_SendAppLoaded(appid, orgid) == 0; });
+    g_handler_sends = true;
+    for (int i = 0; i < 300; ++i) refused += Zunt_RYN_Browser_SendAppLoaded(appid, orgid) != 0;
+  };
+  Zunt_RYN_Browser_RegisterCallback(handlers, nullptr);
+  EXPECT_EQ(0, Zunt_RYN_Plugin_ShowApp(1, 2));  // waits on the queue for the server
+  g_refuse_client = true;
+  EXPECT_EQ(-1, Zunt_RYN_Browser_Initialize());
+  EXPECT_TRUE(g_handler_sends);
+  EXPECT_EQ(0, refused);
+  start();
+  expectAnswers();
+  stop();
 }
 
 // With a handle that has done nothing yet, so that every fault can strike its first exchange, and with one

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "hbbtv_ryn/log.h"
-#include "log/module_level.h"
+#include "log/module_switch.h"
 #include "support/output_capture.h"
 
 namespace hbbtv_ryn::test {

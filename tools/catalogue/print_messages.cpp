@@ -21,6 +21,7 @@ std::string members(const Members& list, bool with_defaults) {
   std::string text;
   for (const Member& member : list) {
     text += (text.empty() ? "\"" : ", \"") + std::string(member.key) + "\" " + typeName(member.type);
+    if (!member.delivered) text += " (nobody reads it)";
     if (with_defaults) text += " (" + defaultAnswer(member) + ")";
   }
   return text;

@@ -1,7 +1,7 @@
 // The browser endpoint's life, and the registration of the host's handlers.
 
 #include "ipc/protocol/queues.h"
-#include "ipc/ryn_browser/browser_state.h"
+#include "ipc/ryn_browser/state.h"
 #include "ipc/server.h"
 
 namespace hbbtv_ryn {
@@ -17,9 +17,7 @@ namespace {
 int createRequestServer() {
   if (g_browser_server != nullptr) return 0;
   return createServer(kRequestQueueKey, kChannel, kWithReply, IPC_CHUNK_SIZE,
-                      &Zunt_RYN_Browser_Server_Callback, nullptr, &g_browser_server) == 0
-             ? 0
-             : -1;
+                      &Zunt_RYN_Browser_Server_Callback, nullptr, &g_browser_server);
 }
 
 int createClient(key_t key, int with_reply, std::atomic<IpcClient*>* client) {
@@ -51,17 +49,13 @@ int destroyServer() {
 using namespace hbbtv_ryn;  // NOLINT(google-build-using-namespace): the definitions of the public functions
 
 int Zunt_RYN_Browser_Initialize() {
-  if (createRequestServer() != 0) return -1;
-  if (createClient(kNotificationQueueKey, kOneWayOnly, &g_browser_notify_client) != 0) {
-    destroyServer();
-    return -1;
+  if (createRequestServer() == 0 &&
+      createClient(kNotificationQueueKey, kOneWayOnly, &g_browser_notify_client) == 0 &&
+      createClient(kQueryQueueKey, kWithReply, &g_browser_query_client) == 0) {
+    return 0;
   }
-  if (createClient(kQueryQueueKey, kWithReply, &g_browser_query_client) != 0) {
-    destroyClient(&g_browser_notify_client);
-    destroyServer();
-    return -1;
-  }
-  return 0;
+  Zunt_RYN_Browser_Finalize();
+  return -1;
 }
 
 int Zunt_RYN_Browser_Finalize() {

@@ -1,7 +1,7 @@
 /// @file
-/// The level of one module for code that asks on a hot path.
-#ifndef HBBTV_RYN_LOG_MODULE_LEVEL_H
-#define HBBTV_RYN_LOG_MODULE_LEVEL_H
+/// Whether one module is listed for full output, for code that asks on a hot path.
+#ifndef HBBTV_RYN_LOG_MODULE_SWITCH_H
+#define HBBTV_RYN_LOG_MODULE_SWITCH_H
 
 #include <atomic>
 
@@ -38,4 +38,4 @@ class ModuleSwitch {
 
 }  // namespace hbbtv_ryn
 
-#endif  // HBBTV_RYN_LOG_MODULE_LEVEL_H
+#endif  // HBBTV_RYN_LOG_MODULE_SWITCH_H
