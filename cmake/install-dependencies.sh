@@ -12,9 +12,9 @@ END
 
 packages_of() {
   case $1 in
-    build) echo cmake ninja-build ccache g++ pkg-config libjsoncpp-dev libcli11-dev ;;
+    build) echo cmake ninja-build ccache g++ pkg-config libjsoncpp-dev libcli11-dev libfmt-dev ;;
     check) echo libgtest-dev ;;
-    armhf) echo g++-arm-linux-gnueabihf libjsoncpp-dev:armhf libgtest-dev:armhf libstdc++6:armhf qemu-user ;;
+    armhf) echo g++-arm-linux-gnueabihf libjsoncpp-dev:armhf libfmt-dev:armhf libgtest-dev:armhf libstdc++6:armhf qemu-user ;;
     package) echo debootstrap dpkg-dev file ;;
     lint) echo clang-format clang-tidy ;;
     fuzz) echo clang libclang-rt-dev ;;

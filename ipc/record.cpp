@@ -51,13 +51,6 @@ ssize_t takeRecord(int queue_id, long channel, std::size_t payload, IpcRecord* r
   return -1;
 }
 
-// Whether the record keeps its own promises: any process may write to the queue.
-bool isWhole(const IpcRecord& record, std::size_t received, int chunk_size) {
-  if (received < kHeaderBytes || record.chunk_length < 0 || record.chunk_length > chunk_size + 1)
-    return false;
-  return static_cast<std::size_t>(record.chunk_length) <= received - kHeaderBytes;
-}
-
 // Doubles the buffer until `more` bytes and a NUL fit behind `used`. False when it cannot.
 bool makeRoom(char** text, int* capacity, int used, int more, int limit) {
   while (*text == nullptr || more >= *capacity - used) {
@@ -99,6 +92,12 @@ static_assert(offsetof(FenceRecord, data) == offsetof(IpcRecord, data));
 constexpr std::size_t kFencePayloadBytes = kHeaderBytes + sizeof(FenceToken);
 
 }  // namespace
+
+bool isWhole(const IpcRecord& record, std::size_t received, int chunk_size) {
+  if (received < kHeaderBytes || record.chunk_length < 0 || record.chunk_length > chunk_size + 1)
+    return false;
+  return static_cast<std::size_t>(record.chunk_length) <= received - kHeaderBytes;
+}
 
 MallocPtr<IpcRecord> newRecord(int chunk_size) {
   return MallocPtr<IpcRecord>(static_cast<IpcRecord*>(std::calloc(1, ipc_record_bytes(chunk_size))));

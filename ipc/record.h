@@ -25,6 +25,10 @@ constexpr bool isChunkSize(int chunk_size) {
   return chunk_size > 0 && chunk_size < INT_MAX / 2;
 }
 
+// Whether the record keeps its own promises: any process may write to the queue.
+// @param received  what msgrcv() said: bytes behind the type word.
+bool isWhole(const IpcRecord& record, std::size_t received, int chunk_size);
+
 // A zeroed record buffer; null when memory is out.
 MallocPtr<IpcRecord> newRecord(int chunk_size);
 // The same; when memory is out, after a line on standard error.

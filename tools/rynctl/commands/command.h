@@ -1,0 +1,34 @@
+// How a group of commands joins the tool.
+#ifndef HBBTV_RYN_TOOLS_RYNCTL_COMMANDS_COMMAND_H
+#define HBBTV_RYN_TOOLS_RYNCTL_COMMANDS_COMMAND_H
+
+#include <CLI/App.hpp>
+#include <functional>
+#include <memory>
+
+#include "tools/rynctl/failure.h"
+
+namespace hbbtv_ryn::rynctl {
+
+/// What the command line asks for: main() runs it when the whole line has been accepted.
+using Action = std::function<ExitCode()>;
+
+/// Lets a subcommand be what is done, with the options that the line has set.
+template <typename Options>
+void onChosen(CLI::App* command, Action& action, const std::shared_ptr<Options>& options,
+              ExitCode (*perform)(const Options&)) {
+  command->callback([=, &action] { action = [=] { return perform(*options); }; });
+}
+
+/// Each adds its subcommands to `app`. `action` outlives the parse.
+void addCallCommands(CLI::App& app, Action& action);
+void addDoctorCommand(CLI::App& app, Action& action);
+void addListCommands(CLI::App& app, Action& action);
+void addLogCommand(CLI::App& app, Action& action);
+void addMonitorCommand(CLI::App& app, Action& action);
+void addQueueCommands(CLI::App& app, Action& action);
+void addServeCommands(CLI::App& app, Action& action);
+
+}  // namespace hbbtv_ryn::rynctl
+
+#endif  // HBBTV_RYN_TOOLS_RYNCTL_COMMANDS_COMMAND_H

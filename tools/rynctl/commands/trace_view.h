@@ -1,0 +1,74 @@
+// Makes one line per message out of what both processes trace.
+#ifndef HBBTV_RYN_TOOLS_RYNCTL_COMMANDS_TRACE_VIEW_H
+#define HBBTV_RYN_TOOLS_RYNCTL_COMMANDS_TRACE_VIEW_H
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "tools/rynctl/text/trace_datagram.h"
+
+namespace hbbtv_ryn::rynctl {
+
+/// A message is traced where it is sent and where it is received, an answer where it is given and where it
+/// arrives. When both ends are traced the second sight of a message is not shown, and an answer is shown
+/// with what both ends know of it.
+class TraceView {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  struct Filter {
+    std::string glob;
+    std::optional<double> slow;  // only answers that took so many milliseconds
+    bool errors;                 // only what went wrong
+  };
+
+  explicit TraceView(Filter filter) : filter_(std::move(filter)) {}
+
+  /// Prints what is to be shown now.
+  void take(const TraceEvent& event);
+  /// Prints the answers whose other end has not been seen for a while, or at the end all of them.
+  enum class Which { kOverdue, kAll };
+  void showLeft(Which which);
+
+  /// Messages shown or hidden by the filter, without second sights.
+  std::uint64_t messages() const { return messages_; }
+  /// Datagrams that are missing between the first and the last of each process.
+  std::uint64_t lost() const;
+
+ private:
+  struct Numbers {
+    std::uint64_t first = 0;
+    std::uint64_t last = 0;
+    std::uint64_t count = 0;
+  };
+  struct Answer {
+    TraceEvent event;
+    Clock::time_point seen;
+  };
+  /// What is known of one queue.
+  struct Queue {
+    std::deque<TraceEvent> sent;    // not yet seen to be received
+    std::deque<Answer> answers;     // given to a traced client, not yet seen to arrive
+    bool answer_to_traced = false;  // the request that is being handled came from a traced client
+  };
+
+  void count(const TraceEvent& event);
+  void show(const TraceEvent& event, std::optional<std::int64_t> handling);
+  bool isShown(const TraceEvent& event, std::optional<std::int64_t> handling) const;
+  std::string line(const TraceEvent& event, std::optional<std::int64_t> handling);
+  const std::string& processName(const TraceEvent& event);
+
+  const Filter filter_;
+  std::map<pid_t, Numbers> numbers_;
+  std::map<pid_t, std::string> names_;
+  std::map<key_t, Queue> queues_;
+  std::uint64_t messages_ = 0;
+};
+
+}  // namespace hbbtv_ryn::rynctl
+
+#endif  // HBBTV_RYN_TOOLS_RYNCTL_COMMANDS_TRACE_VIEW_H
