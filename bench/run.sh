@@ -7,9 +7,9 @@ usage() {
 Usage: bench/run.sh [--docs] [BUILD_DIR] [-- RYN_BENCH_OPTIONS]
 
 Runs BUILD_DIR/bin/ryn_bench (default build/bench) and writes its table, CSV files
-and plots to BUILD_DIR/report. With --docs the table is also put into
-docs/performance.md and the plots that it shows into docs/performance: do that on a
-machine that does nothing else.
+and plots to BUILD_DIR/report. With --docs the figures of round trips and bursts on
+one core are also put into docs/performance.md, and the plots that it shows and the
+CSV files into docs/performance: do that on a machine that does nothing else.
 TEXT
 }
 
@@ -49,8 +49,8 @@ fi
 gnuplot -e "csv='$report'; out='$report'" "$root/bench/plots.gp"
 if [ "$docs" = yes ]; then
   mkdir -p "$root/docs/performance"
-  for plot in latency-pinned latency-free ratio-pinned sweep-pinned; do
-    cp "$report/$plot.svg" "$root/docs/performance/"
+  for file in latency-pinned.svg latency-free.svg ratio-pinned.svg sweep-pinned.svg results.csv sweep.csv; do
+    cp "$report/$file" "$root/docs/performance/"
   done
   awk -v table="$report/table.txt" '
     /<!-- table: end/ { inside = 0 }
@@ -58,7 +58,10 @@ if [ "$docs" = yes ]; then
     /<!-- table: begin/ {
       inside = 1
       print "```text"
-      while ((getline line < table) > 0) print line
+      while ((getline line < table) > 0) {
+        if (line ~ /^[^ ]/) wanted = line ~ /^(Machine|(Round trip|Bursts).*one core)/
+        if (wanted) { print line }
+      }
       print "```"
     }' "$root/docs/performance.md" >"$report/performance.md"
   cp "$report/performance.md" "$root/docs/performance.md"

@@ -48,8 +48,6 @@ struct Section {
   }
 };
 
-// --- Kernel --------------------------------------------------------------------------------------------
-
 constexpr unsigned long kRecordBytes = recordPayloadBytes(IPC_CHUNK_SIZE);
 constexpr unsigned long kRecords = recordsOf(IPC_MAX_MESSAGE);
 constexpr unsigned long kLargestMessage = kRecords * kRecordBytes;
@@ -91,8 +89,6 @@ Section kernelLimits() {
       ", so a dead peer is not noticed", "sysctl -w kernel.sem='250 32000 100 128'");
   return section;
 }
-
-// --- Queues --------------------------------------------------------------------------------------------
 
 void checkServer(const QueueState& state, Section* section) {
   const Servers& servers = state.servers;
@@ -166,8 +162,6 @@ Section queuesAndPeers() {
   return section;
 }
 
-// --- Logging -------------------------------------------------------------------------------------------
-
 void checkPort(std::uint16_t port, const char* purpose, Section* section) {
   const auto owner = findUdpPortOwner(port);
   const std::string text =
@@ -210,8 +204,6 @@ Section logging() {
   }
   return section;
 }
-
-// -------------------------------------------------------------------------------------------------------
 
 constexpr const char* kVerdicts[] = {"ok", "note", "WRONG"};
 

@@ -94,7 +94,7 @@ ExitCode monitor(const Options& options) {
       while (const auto datagram = traces.take(trace::kMaxDatagram + 1)) {
         const auto event = parseTrace(datagram->bytes);
         if (!event) continue;
-        if (file.is_open()) file << oneLine(jsonOf(*event)) << '\n';
+        if (file.is_open()) file << oneLine(event->json) << '\n';
         view.take(*event);
       }
       view.showLeft(TraceView::Which::kOverdue);

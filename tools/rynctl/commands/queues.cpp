@@ -29,8 +29,6 @@ struct Options {
   bool yes = false;
 };
 
-// --- queues --------------------------------------------------------------------------------------------
-
 std::string seen(const Process& process, std::time_t when) {
   return process.pid == 0 ? "-" : compose("{}, {}", process.text(), ageText(when));
 }
@@ -102,8 +100,6 @@ ExitCode queues(const Options& options) {
   return ExitCode::Done;
 }
 
-// --- peek ----------------------------------------------------------------------------------------------
-
 /// Name and members, or the text where it is no message of the catalogue.
 std::string textOf(const WaitingMessage& waiting, const QueueName& queue) {
   const auto [message, members] = decode(waiting.text);
@@ -138,8 +134,6 @@ ExitCode peek(const Options& options) {
   }
   return ExitCode::Done;
 }
-
-// --- reset ---------------------------------------------------------------------------------------------
 
 unsigned long takeOff(const QueueState& state) {
   unsigned long taken = 0;

@@ -1,9 +1,8 @@
 #include "tools/rynctl/text/message_text.h"
 
 #include <fnmatch.h>
+#include <strings.h>
 
-#include <algorithm>
-#include <cctype>
 #include <charconv>
 #include <set>
 
@@ -30,24 +29,17 @@ void append(std::string& text, const std::string& key, const Json::Value& value)
   text += printable(key) + '=' + valueText(value);
 }
 
-std::string lowerCase(std::string_view text) {
-  std::string result(text);
-  std::transform(result.begin(), result.end(), result.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return result;
-}
-
 /// Up to three names that hold the typed one, or begin as it does.
 std::string suggestions(const std::string& name) {
   constexpr std::size_t kPrefix = 3;
   constexpr std::size_t kMost = 3;
   std::vector<std::string> close;
-  for (const Message& message : kMessages) {
-    if (matches('*' + name + '*', message.name)) close.emplace_back(message.name);
-  }
-  for (const Message& message : kMessages) {
-    if (!close.empty() || name.size() < kPrefix) break;
-    if (matches('*' + name.substr(0, kPrefix) + '*', message.name)) close.emplace_back(message.name);
+  for (const std::string& part : {name, name.substr(0, kPrefix)}) {
+    for (const Message& message : kMessages) {
+      if (part.size() >= kPrefix && matches('*' + part + '*', message.name))
+        close.emplace_back(message.name);
+    }
+    if (!close.empty()) break;
   }
   if (close.size() > kMost) close.resize(kMost);
   return close.empty() ? ";" : compose("; did you mean {}?", joined(close, ", "));
@@ -56,7 +48,7 @@ std::string suggestions(const std::string& name) {
 }  // namespace
 
 bool matches(const std::string& glob, std::string_view name) {
-  return fnmatch(lowerCase(glob).c_str(), lowerCase(name).c_str(), 0) == 0;
+  return fnmatch(glob.c_str(), std::string(name).c_str(), FNM_CASEFOLD) == 0;
 }
 
 const Message& findByName(const std::string& name) {
@@ -66,7 +58,7 @@ const Message& findByName(const std::string& name) {
     if (const Message* const message = findMessage(code)) return *message;
   }
   for (const Message& message : kMessages) {
-    if (lowerCase(message.name) == lowerCase(name)) return message;
+    if (strcasecmp(std::string(message.name).c_str(), name.c_str()) == 0) return message;
   }
   throw Failure(ExitCode::Usage, "no message is called {}{} 'rynctl list' shows them all", printable(name),
                 suggestions(name));

@@ -29,6 +29,7 @@ struct TraceEvent {
   trace::Drop drop = trace::Drop::kNone;
   int result = 0;
   std::string text;  // with trace::kCutMark at its end when it was cut
+  Json::Value json;  // all that was sent, and the name of the message
 
   bool isAnswer() const { return kind == trace::Kind::kReply || kind == trace::Kind::kFailure; }
   bool isProblem() const {
@@ -38,8 +39,6 @@ struct TraceEvent {
 
 /// Nothing when the datagram is none of a traced process. Fields that are not known are passed over.
 std::optional<TraceEvent> parseTrace(std::string_view datagram);
-
-Json::Value jsonOf(const TraceEvent& event);
 
 template <typename Word, std::size_t Count>
 const char* wordOf(Word word, const char* const (&names)[Count]) {
