@@ -107,7 +107,7 @@ soak: ## Thirty minutes of normal traffic with restarts
 docs: ## Print the message tables of docs/protocol.md from the catalogue
 	$(install) build check
 	$(call build,dev,print_messages)
-	@build/dev/bin/print_messages --update docs/protocol.md
+	@scripts/page_section.py --update docs/protocol.md build/dev/bin/print_messages
 
 format: ## Put the sources into shape
 	$(install) lint

@@ -52,18 +52,11 @@ if [ "$docs" = yes ]; then
   for file in latency-pinned.svg latency-free.svg ratio-pinned.svg sweep-pinned.svg results.csv sweep.csv; do
     cp "$report/$file" "$root/docs/performance/"
   done
-  awk -v table="$report/table.txt" '
-    /<!-- table: end/ { inside = 0 }
-    !inside { print }
-    /<!-- table: begin/ {
-      inside = 1
-      print "```text"
-      while ((getline line < table) > 0) {
-        if (line ~ /^[^ ]/) wanted = line ~ /^(Machine|(Round trip|Bursts).*one core)/
-        if (wanted) { print line }
-      }
-      print "```"
-    }' "$root/docs/performance.md" >"$report/performance.md"
-  cp "$report/performance.md" "$root/docs/performance.md"
+  # shellcheck disable=SC2016  # awk's fields
+  "$root/scripts/page_section.py" --update "$root/docs/performance.md" awk '
+    BEGIN { print "<!-- table: begin, written by bench/run.sh --docs -->"; print "```text" }
+    /^[^ ]/ { wanted = /^(Machine|(Round trip|Bursts).*one core)/ }
+    wanted { print }
+    END { print "```"; print "<!-- table: end -->" }' "$report/table.txt"
 fi
 echo "Table, CSV files and plots: $report"

@@ -7,8 +7,6 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <string>
-#include <vector>
 
 #include "hbbtv_ryn/ipc.h"
 #include "tools/catalogue/catalogue_text.h"
@@ -253,13 +251,12 @@ ExitCode doctor(const Options& options) {
 
 void addDoctorCommand(CLI::App& app, Action& action) {
   const auto options = std::make_shared<Options>();
-  CLI::App* const command = app.add_subcommand("doctor", "Say what is wrong, and what mends it");
-  command->add_flag("--json", options->json, "Print each finding as a line of JSON");
-  command->footer(
+  addCommand(
+      app, action, options, &doctor, "doctor", "Say what is wrong, and what mends it",
       R"(Looks at kernel limits, servers and readers of the queues, messages that nobody reads, a second server
 and the logging ports. Listens for log reports, which takes one to three seconds. Ends with 1 when
-something is wrong.)");
-  onChosen(command, action, options, &doctor);
+something is wrong.)")
+      ->add_flag("--json", options->json, "Print each finding as a line of JSON");
 }
 
 }  // namespace hbbtv_ryn::rynctl

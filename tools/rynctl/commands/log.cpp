@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <map>
 #include <set>
 
 #include "tools/rynctl/commands/command.h"
@@ -169,8 +168,7 @@ void addLogCommand(CLI::App& app, Action& action) {
       log->add_flag("-w,--watch", options->watch, "Keep on showing, until interrupted");
   CLI::Option* const json = log->add_flag("--json", options->json, "Print each report as a line of JSON");
   const auto add_port = [&](CLI::App* command) {
-    command->add_option("--port", options->port, "Only the process that reports from port N")
-        ->type_name("N")
+    addValue(command, "--port", options->port, "N", "Only the process that reports from port N")
         ->check(CLI::Range(std::uint16_t{1}, kHighestPort));
   };
   const auto add = [&](const char* name, const char* help, std::uint8_t value, const char* effect) {
