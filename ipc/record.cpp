@@ -85,6 +85,12 @@ int joinRecords(int queue_id, long channel, int chunk_size, IpcRecord* record, c
 
 }  // namespace
 
+bool isWhole(const IpcRecord& record, std::size_t received, int chunk_size) {
+  if (received < kHeaderBytes || record.chunk_length < 0 || record.chunk_length > chunk_size + 1)
+    return false;
+  return static_cast<std::size_t>(record.chunk_length) <= received - kHeaderBytes;
+}
+
 MallocPtr<IpcRecord> newRecord(int chunk_size) {
   return MallocPtr<IpcRecord>(static_cast<IpcRecord*>(std::calloc(1, ipc_record_bytes(chunk_size))));
 }
@@ -171,12 +177,6 @@ int receiveMessage(int queue_id, long channel, int chunk_size, IpcRecord* record
   const Bounds bounds{std::max(kJoinLimit, 2 * chunk_size + 1), ends_at_empty_record};
   return joinRecords(queue_id, channel, chunk_size, record, &bytes, &text->capacity, &bounds,
                      &text->length);
-}
-
-bool isWhole(const IpcRecord& record, std::size_t received, int chunk_size) {
-  if (received < kHeaderBytes || record.chunk_length < 0 || record.chunk_length > chunk_size + 1)
-    return false;
-  return static_cast<std::size_t>(record.chunk_length) <= received - kHeaderBytes;
 }
 
 int32_t reportedLength(const IpcRecord& record, JoinedText* text) {

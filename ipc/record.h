@@ -25,6 +25,10 @@ constexpr bool isChunkSize(int chunk_size) {
   return chunk_size > 0 && chunk_size < INT_MAX / 2;
 }
 
+// Whether the record keeps its own promises: any process may write to the queue.
+// @param received  what msgrcv() said: bytes behind the type word.
+bool isWhole(const IpcRecord& record, std::size_t received, int chunk_size);
+
 // A zeroed record buffer; null when memory is out.
 MallocPtr<IpcRecord> newRecord(int chunk_size);
 // The same; when memory is out, after a line on standard error.
@@ -80,10 +84,6 @@ Sent sendMessage(int queue_id, long channel, int chunk_size, const IpcMessage* m
 // IPC_KIND_STOP.
 int receiveMessage(int queue_id, long channel, int chunk_size, IpcRecord* record, JoinedText* text,
                    bool ends_at_empty_record);
-
-// Whether the record keeps its own promises: any process may write to the queue. `received` is what
-// msgrcv() returned.
-bool isWhole(const IpcRecord& record, std::size_t received, int chunk_size);
 
 // The length to report for a received message: the header's total_length, unless it points outside the
 // buffer; then what was really joined. Bytes between the joined text and that length are made 0.

@@ -37,7 +37,10 @@ TEST(RynctlTest, WhatIsWrongWithTheCommandLineIsSaidAndNothingIsSent) {
       {{}, 2, "Usage: rynctl"},
       {{"bogus"}, 2, "bogus"},
       {{"list", "Nothing*"}, 1, "no message matches Nothing*"},
-      {{"describe", "Visible"}, 2, "did you mean GetVisible?"},
+      {{"describe", "Visible"},
+       2,
+       "no message is called Visible; did you mean GetVisible? 'rynctl list' shows"},
+      {{"describe", "Zz"}, 2, "no message is called Zz; 'rynctl list' shows them all"},
       {{"peek", "request"}, 2, "request"},
       {{"reset", "--all", "--stale"}, 2, "--stale"},
       {{"serve", "middle"}, 2, "middle"},
@@ -62,11 +65,27 @@ TEST(RynctlTest, WhatIsWrongWithTheCommandLineIsSaidAndNothingIsSent) {
   EXPECT_EQ(0U, browser.requests.depth());
 }
 
+TEST(RynctlTest, WhatTheSystemRefusesIsNoMissingPeer) {
+  if (kEmulated) GTEST_SKIP() << "the emulator needs more descriptors";
+  expectEnd(Tool({"listen"}, "exec 3>&- 4>&- 5>&- 6>&-; ulimit -n 4;").result(), 7,
+            "cannot wait for signals");
+}
+
+TEST(RynctlListTest, MessagesAreFoundByPatternAndDescribedAsTheyAreSent) {
+  EXPECT_EQ(
+      "CODE  NAME         TO       DELIVERY     KEYS              REPLY KEYS\n"
+      "235   GetKeyIcon   browser  synchronous  appid orgid code  pointer\n"
+      "237   GetKeyLabel  browser  synchronous  appid orgid code  label\n",
+      rynctl({"list", "getkey*"}).out);
+  EXPECT_TRUE(holds(rynctl({"describe", "234"}).out,
+                    "rynctl send SetValue appid=1 orgid=10 value=31 keynum=2 k0=403 k1=404\n"));
+}
+
 TEST(RynctlCallTest, TheAnswerIsPrintedOnOneLineAndTheTimeBesideIt) {
   const Host browser("browser");
   const ToolResult result =
       rynctl({"call", "getvisible", "--json", R"({"t":216,"appid":9,"orgid":10})", "appid=0x1"});
-  EXPECT_EQ("{ \"t\" : 217, \"visible\" : 1 }\n", result.out);
+  EXPECT_EQ("{\"t\":217,\"visible\":1}\n", result.out);
   EXPECT_EQ(0, result.err.find("answered in ")) << result.err;
   EXPECT_EQ(0, result.exit_code);
   expectEnd({"call", "GetKeyLabel", "appid=1", "orgid=2", "code=3"}, 1, "has no answer to GetKeyLabel");
@@ -80,7 +99,7 @@ TEST(RynctlCallTest, ThePluginIsAskedAsByTheBrowser) {
     plugin.reply(answer);
     return tool.result();
   };
-  EXPECT_EQ("{ \"supported\" : 1 }\n", answered("{\"supported\":1}").out);
+  EXPECT_EQ("{\"supported\":1}\n", answered("{\"supported\":1}").out);
   expectEnd(answered("oo\033ps"), 6, "no JSON object: oo\\x1bps");
 }
 
@@ -109,6 +128,11 @@ TEST(RynctlSendTest, MessagesWaitForALaterPeerUntilTheQueueIsFull) {
   const Json::Value sent = parsed(requests.takeMessage().text);
   EXPECT_EQ(2, sent["keynum"].asInt());
   EXPECT_EQ(404, sent["k1"].asInt());
+
+  Tool slow(with(set_value, {"--repeat", "2", "--every", "3600000", "--force"}));
+  waitUntil("the first is sent", [&] { return requests.depth() > 2; });
+  slow.signal(SIGINT);
+  expectEnd(slow.result(), 0, "sent 1 message\n");
   while (requests.trySend(rawRecord(kRawOneWay, "x"))) continue;
   expectEnd(with(kShowApp, {"--force"}), 5, "the queue 'requests' is full: ");
 }
@@ -181,6 +205,17 @@ TEST_F(RynctlServeTest, AListenerPrintsWhatTheBrowserTellsAndAnswersWhatItAsks) 
       "IsObjectSupported mtype=a\\x1bb  -> supported=1\n"
       "?  no\\x07thing\n",
       await(4));
+  EXPECT_EQ(0, tool->result().exit_code);
+}
+
+TEST_F(RynctlServeTest, AListenerPrintsTheMessagesThatAreNamedAndEndsAfterTheLast) {
+  RawQueue notifications(kNotifications);
+  for (const char* text :
+       {R"({"t":270})", "nothing", R"({"t":271,"bValue":1})", R"({"t":271,"bValue":0})"}) {
+    notifications.sendMessage(kRawOneWay, text);
+  }
+  start({"listen", "handle_broadcastservice", "-n", "1"});
+  EXPECT_EQ("Handle_BroadcastService bValue=1\n", await(1));
   EXPECT_EQ(0, tool->result().exit_code);
 }
 

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -38,7 +39,17 @@ TEST(RynctlLogTest, CommandsReachEveryProcessOrTheOneThatIsNamed) {
   EXPECT_TRUE(holds(table, "  a\\x1b[2Jb, ui\n")) << table;
   EXPECT_EQ("all modules: off (2 processes)\n", rynctl({"log", "clear"}).out);
   EXPECT_EQ("", LoopbackSocket(kReportPort).next().bytes);
-  expectEnd({"log", "clear", "--port", "1"}, 3, "port 1 has not reported");
+  expectEnd({"log", "clear", "--port", "1"}, 3, "no process on port 1 has reported");
+}
+
+TEST(RynctlLogTest, WatchingGoesOnWithTheProcessesThatCome) {
+  const Host browser("browser", "net");
+  Tool watch({"log", "--watch"});
+  waitUntil("the first is shown", [&] { return holds(watch.out(), "net"); });
+  const Host plugin("plugin", "ui");
+  waitUntil("the second is shown", [&] { return holds(watch.out(), "ui"); });
+  watch.signal(SIGINT);
+  EXPECT_EQ(0, watch.result().exit_code);
 }
 
 TEST(RynctlLogTest, AProcessThatIsMissingOrDoesNotObeyIsSaid) {
@@ -59,7 +70,7 @@ TEST(RynctlLogTest, AProcessThatIsMissingOrDoesNotObeyIsSaid) {
   const Host full("browser", "0|1|2|3|4|5|6|7|8|9|a|b|c|d|e|f|g|h|i|j");
   expectEnd({"log", "errors", "0"}, 1, "not taken, the list of 20 modules is full: 0");
   const LoopbackSocket other_tool(kReportPort);
-  expectEnd({"log", "clear"}, 3, "(pid " + std::to_string(getpid()) + "); only one at a time");
+  expectEnd({"log", "clear"}, 3, "(" + std::to_string(getpid()) + "); only one at a time");
 }
 
 TEST(RynctlMonitorTest, TrafficOfBothProcessesIsShownOncePerMessage) {
@@ -111,7 +122,7 @@ class ForgedTracesTest : public testing::Test {
     Tool monitor(arguments);
     waitUntilTaken(kTracePort);
     send();
-    trace(90, "way=out kind=oneway code=0 drop=not-sent", "end");
+    trace(90, "way=out kind=oneway code=216 drop=not-sent", "end");
     waitUntil("the last trace is shown", [&] { return holds(monitor.out(), "end"); });
     monitor.signal(SIGTERM);
     return monitor.result();
@@ -141,14 +152,37 @@ TEST_F(ForgedTracesTest, GapsAreCountedAsLostAndGarbageIsPassedOver) {
 }
 
 TEST_F(ForgedTracesTest, FiltersChooseByTimeAndError) {
+  const std::string own = std::to_string(getpid());
   const std::string out = shown({"monitor", "--slow", "2.5", "--errors"}, [&] {
                             trace(1, "way=in kind=reply code=216 waited=900");
                             trace(2, "way=in kind=reply code=218 waited=3000");
                             trace(3, "way=out kind=reply code=222 handling=4000");
                             trace(4, "way=in kind=failure code=220 result=-1");
+                            trace(5, "way=in kind=failure code=220 result=-2 pid=" + own);
                           }).out;
   EXPECT_TRUE(holds(out, "NO ANSWER, result -1 by pid 999999, gone")) << out;
-  EXPECT_EQ(3 + 1, occurrences(out, "\n")) << out;
+  // This process has that id now, and had not yet at the time of the trace.
+  EXPECT_TRUE(holds(out, "result -2 by pid " + own + ", gone")) << out;
+  EXPECT_EQ(4 + 1, occurrences(out, "\n")) << out;
+}
+
+TEST_F(ForgedTracesTest, ThePatternChoosesWhatIsShownAndEverythingIsSaved) {
+  const std::string file = "rynctl_traces_" + std::to_string(getpid()) + ".json";
+  const std::string out = shown({"monitor", "getv*", "--save", file}, [&] {
+                            trace(1, "way=out kind=oneway code=212 drop=no-memory", "{\"appid\":7}");
+                            trace(2, "way=in kind=reply code=216 waited=900", "{\"visible\":1}");
+                          }).out;
+  EXPECT_EQ(0, occurrences(out, "ShowApp")) << out;
+  EXPECT_EQ(1, occurrences(out, "visible=1")) << out;
+  std::ifstream saved(file);
+  std::string line;
+  std::getline(saved, line);
+  const Json::Value trace = parsed(line);
+  EXPECT_EQ("ShowApp", trace["name"].asString());
+  EXPECT_EQ("no-memory", trace["drop"].asString());
+  EXPECT_EQ(1700000000.000001, trace["time"].asDouble());
+  EXPECT_EQ("{\"appid\":7}", trace["text"].asString());
+  std::remove(file.c_str());
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include "hbbtv_ryn/log.h"
 #include "support/deadline.h"
 #include "support/isolation.h"
+#include "support/output_capture.h"
 #include "support/raw_peer.h"
 #include "tool.h"
 
@@ -17,6 +18,37 @@ namespace {
 Json::Value requestsShown() {
   const std::string lines = rynctl({"queues", "--json"}).out;
   return parsed(lines.substr(0, lines.find('\n')));
+}
+
+TEST(RynctlJsonTest, WhatIsShownIsAnObjectOnEachLine) {
+  const Host browser("browser", "net");
+  RawQueue(kNotifications).sendMessage(kRawOneWay, "{}");
+  const struct {
+    Words command;
+    const char* member;
+  } commands[] = {
+      {{"list"}, "code"},      {{"describe", "ShowApp"}, "request"},
+      {{"queues"}, "state"},   {{"peek", "notifications"}, "kind"},
+      {{"log"}, "modules"},    {{"log", "--watch"}, "modules"},
+      {{"doctor"}, "verdict"}, {{"queues", "--watch", "0.1"}, "servers"},
+  };
+  for (auto each : commands) {
+    each.command.emplace_back("--json");
+    Tool tool(each.command);
+    waitUntil("there is a line", [&] { return holds(tool.out(), "\n"); });
+    tool.signal(SIGINT);
+    const std::string line = tool.out().substr(0, tool.out().find('\n'));
+    EXPECT_TRUE(parsed(line).isMember(each.member)) << line;
+  }
+  EXPECT_TRUE(holds(rynctl({"doctor", "--json"}).out, "\"fix\":\"start the plug-in process"));
+}
+
+TEST(RynctlQueuesTest, WatchingGoesOnUntilInterrupted) {
+  const RawQueue requests(kRequests);
+  Tool watch({"queues", "--watch", "0.1"});
+  waitUntil("it is shown again", [&] { return occurrences(watch.out(), "requests  ") > 1; });
+  watch.signal(SIGINT);
+  EXPECT_EQ(0, watch.result().exit_code);
 }
 
 /// Waits out the second in which a read and a hang look alike.

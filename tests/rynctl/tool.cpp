@@ -35,10 +35,10 @@ const ChildRole kHost("host", [](Parent& parent) {
 
 }  // namespace
 
-Tool::Tool(const Words& arguments)
+Tool::Tool(const Words& arguments, const std::string& before)
     : m_out(memfd_create("standard output", MFD_CLOEXEC)),
       m_err(memfd_create("standard error", MFD_CLOEXEC)) {
-  Words words = {"/bin/sh", "-c", "exec $HBBTV_RYN_EMULATOR \"$@\"", "sh", RYNCTL};
+  Words words = {"/bin/sh", "-c", before + "exec $HBBTV_RYN_EMULATOR \"$@\"", "sh", RYNCTL};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<char*> pointers;
   for (auto& word : words) pointers.push_back(word.data());

@@ -29,7 +29,8 @@ struct ToolResult {
 
 class Tool {
  public:
-  explicit Tool(const Words& arguments);
+  /// @param before  shell commands that end with a semicolon.
+  explicit Tool(const Words& arguments, const std::string& before = "");
   /// SIGKILL, unless it has ended.
   ~Tool();
   Tool(const Tool&) = delete;

@@ -1,5 +1,7 @@
 #include "tools/catalogue/catalogue_text.h"
 
+#include <json/writer.h>
+
 #include <array>
 #include <string_view>
 
@@ -9,59 +11,36 @@
 namespace hbbtv_ryn {
 namespace {
 
-struct SampleString {
-  std::string_view key;
-  const char* value;
-};
+constexpr const char* kTypes[] = {"int", "0/1", "boolean", "string", "int and k0, k1, …", "string of ids"};
 
-constexpr SampleString kSampleStrings[] = {
-    {key::kUrl, "http://portal.example/index.html"},
-    {key::kMtype, "video/mp4"},
-    {key::kPointer, "icons/403.png"},
-    {key::kLabel, "Red"},
-    {key::kStatus, "foreground"},
-    {key::kOld, "background"},
-    {key::kNew, "foreground"},
-    {key::kReason, "user"},
-    {key::kSloc, "boot"},
-    {key::kLloc, "home"},
-    {key::kEvent, "SOFTWARE_INSTALLED"},
-};
-
-struct SampleNumber {
-  std::string_view key;
-  int value;
-};
-
-constexpr SampleNumber kSampleNumbers[] = {
-    {key::kAppid, 1}, {key::kOrgid, 10},  {key::kTabid, 1},  {key::kKeySetCode, 403}, {key::kKeyCode, 403},
-    {key::kKey, 403}, {key::kKeytype, 1}, {key::kValue, 31}, {key::kMaxvalue, 1023},  {key::kAppNum, 2},
-    {key::kError, 4}, {key::kAppType, 1}, {key::kStatus, 3}, {key::kRet, 0},
-};
+/// A value for each key: some are numbers here and texts there.
+const Json::Value& samples(Type type) {
+  static const Json::Value kSamples = [] {
+    Json::Value values;
+    parse(R"({
+      "int": {"appid": 1, "orgid": 10, "tabid": 1, "code": 403, "keyCode": 403, "key": 403, "keytype": 1, "value": 31,
+              "maxvalue": 1023, "appNum": 2, "error": 4, "appType": 1, "status": 3, "ret": 0},
+      "string": {"url": "http://portal.example/index.html", "mtype": "video/mp4", "pointer": "icons/403.png",
+                 "label": "Red", "status": "foreground", "old": "background", "new": "foreground", "reason": "user",
+                 "sloc": "boot", "lloc": "home", "event": "SOFTWARE_INSTALLED"}})",
+          &values);
+    return values;
+  }();
+  return kSamples[typeName(type)];
+}
 
 constexpr std::array<int, 2> kSampleKeys{403, 404};
 constexpr std::array<int, 2> kSampleIds{2, 3};
 
-template <typename Table>
-auto sampleFor(const Table& table, std::string_view key) {
-  for (const auto& sample : table) {
-    if (sample.key == key) return sample.value;
-  }
-  return decltype(table[0].value){};
-}
-
 void addSample(Json::Value* message, const Member& member) {
   switch (member.type) {
     case Type::kInt:
-      return set(message, member.key, sampleFor(kSampleNumbers, member.key));
+    case Type::kString:
+      return set(message, member.key, samples(member.type)[member.key]);
     case Type::kFlag:
       return set(message, member.key, 1);
     case Type::kBoolean:
       return set(message, member.key, true);
-    case Type::kString: {
-      const char* const text = sampleFor(kSampleStrings, member.key);
-      return set(message, member.key, text == nullptr ? "" : text);
-    }
     case Type::kKeyCount:
       setKeyCodes(message, kSampleKeys.data(), static_cast<int>(kSampleKeys.size()));
       return set(message, member.key, static_cast<int>(kSampleKeys.size()));
@@ -80,21 +59,7 @@ Json::Value sampleOf(int code, const Members& members) {
 }  // namespace
 
 const char* typeName(Type type) {
-  switch (type) {
-    case Type::kInt:
-      return "int";
-    case Type::kFlag:
-      return "0/1";
-    case Type::kBoolean:
-      return "boolean";
-    case Type::kString:
-      return "string";
-    case Type::kKeyCount:
-      return "int and k0, k1, …";
-    case Type::kIdFields:
-      return "string of ids";
-  }
-  return "";
+  return kTypes[static_cast<std::size_t>(type)];
 }
 
 const char* directionName(Direction direction) {
@@ -128,16 +93,15 @@ Json::Value sampleRequest(const Message& message) {
 }
 
 std::string oneLine(const Json::Value& message) {
-  std::string line;
-  bool indentation = false;
-  for (const char c : serialise(message)) {
-    // A newline inside a string is escaped, so each one here is layout.
-    if (c == '\n') line += ' ';
-    indentation = c == '\n' || (indentation && c == ' ');
-    if (!indentation) line += c;
-  }
-  line.pop_back();  // the final newline
-  return line;
+  static const Json::StreamWriterBuilder kCompact = [] {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    // A time of this century with its microseconds, and no digit that its double does not have.
+    builder["precision"] = 6;
+    builder["precisionType"] = "decimal";
+    return builder;
+  }();
+  return Json::writeString(kCompact, message);
 }
 
 Json::Value sampleReply(const Message& message) {

@@ -1,0 +1,58 @@
+#!/bin/bash
+# Runs the two hosts of the demo as two processes, for an evening of television or for as many as the variable
+# EVENINGS says, and ends when both have ended.
+#
+# They meet in an IPC namespace of their own where the machine permits one: the queues vanish with it and
+# a set that runs on this machine is not disturbed. Otherwise the queues are removed afterwards.
+# Exit code: 0 when both hosts were content, else 1; 2 usage.
+set -euo pipefail
+
+if [ $# -ne 1 ] || [ ! -x "$1/browser_host" ] || [ ! -x "$1/plugin_host" ]; then
+  echo "Usage: demo/run.sh FOLDER   (the one that holds browser_host and plugin_host)" >&2
+  exit 2
+fi
+programs=$1
+
+own_namespace=$(dirname "$0")/../scripts/own_namespace.sh
+if [ -z "${HBBTV_RYN_DEMO_NAMESPACE:-}" ] && "$own_namespace" true 2>/dev/null; then
+  HBBTV_RYN_DEMO_NAMESPACE=own exec "$own_namespace" "$0" "$@"
+fi
+
+# The keys of what is there: queues (q) or semaphores (s).
+ipc_keys() { ipcs "-$1" | awk '/^0x/ { print $1 }' | sort; }
+
+queues=$(ipc_keys q)
+semaphores=$(ipc_keys s)
+hosts=()
+
+# shellcheck disable=SC2317  # the trap calls it
+clean_up() {
+  local key
+  [ ${#hosts[@]} -eq 0 ] || kill "${hosts[@]}" 2>/dev/null || true
+  wait || true
+  for key in $(comm -13 <(echo "$queues") <(ipc_keys q)); do ipcrm -Q "$key" || true; done
+  for key in $(comm -13 <(echo "$semaphores") <(ipc_keys s)); do ipcrm -S "$key" || true; done
+}
+trap clean_up EXIT
+
+"$programs/browser_host" &
+browser=$!
+hosts+=("$browser")
+result=0
+"$programs/plugin_host" --evenings "${EVENINGS:-1}" || result=1
+
+# The browser host runs until it is told to stop, and ends with 0 only if its own checks held.
+kill "$browser" 2>/dev/null || true
+wait "$browser" || result=1
+hosts=()
+if [ $result -ne 0 ]; then
+  echo "The demo failed: a host ended with an error." >&2
+  exit 1
+fi
+
+if [ -x "$programs/rynctl" ]; then
+  echo
+  echo "Worth typing next, in two terminals (docs/rynctl.md goes on from there):"
+  echo "  $programs/rynctl serve browser"
+  echo "  $programs/rynctl call CreateApp appid=0 orgid=0 'url=http://portal.example/?org=10' child=0 opapp=0"
+fi

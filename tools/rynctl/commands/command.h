@@ -1,0 +1,45 @@
+// How a group of commands joins the tool.
+#ifndef HBBTV_RYN_TOOLS_RYNCTL_COMMANDS_COMMAND_H
+#define HBBTV_RYN_TOOLS_RYNCTL_COMMANDS_COMMAND_H
+
+#include <CLI/App.hpp>
+#include <functional>
+#include <memory>
+
+#include "tools/rynctl/failure.h"
+
+namespace hbbtv_ryn::rynctl {
+
+/// What the command line asks for: main() runs it when the whole line has been accepted.
+using Action = std::function<ExitCode()>;
+
+/// Adds a subcommand that is performed with the options that the line has set.
+template <typename Options>
+CLI::App* addCommand(CLI::App& app, Action& action, const std::shared_ptr<Options>& options,
+                     ExitCode (*perform)(const Options&), const char* name, const char* help,
+                     const char* footer = "") {
+  CLI::App* const command = app.add_subcommand(name, help);
+  command->footer(footer);
+  command->callback([=, &action] { action = [=] { return perform(*options); }; });
+  return command;
+}
+
+/// Adds an option with a value, which the help shows as `value_name`.
+template <typename Value>
+CLI::Option* addValue(CLI::App* command, const char* name, Value& value, const char* value_name,
+                      const char* help) {
+  return command->add_option(name, value, help)->type_name(value_name);
+}
+
+/// Each adds its subcommands to `app`. `action` outlives the parse.
+void addCallCommands(CLI::App& app, Action& action);
+void addDoctorCommand(CLI::App& app, Action& action);
+void addListCommands(CLI::App& app, Action& action);
+void addLogCommand(CLI::App& app, Action& action);
+void addMonitorCommand(CLI::App& app, Action& action);
+void addQueueCommands(CLI::App& app, Action& action);
+void addServeCommands(CLI::App& app, Action& action);
+
+}  // namespace hbbtv_ryn::rynctl
+
+#endif  // HBBTV_RYN_TOOLS_RYNCTL_COMMANDS_COMMAND_H

@@ -1,0 +1,117 @@
+// `rynctl list` and `rynctl describe`: the catalogue.
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+
+#include "tools/catalogue/catalogue_text.h"
+#include "tools/rynctl/commands/command.h"
+#include "tools/rynctl/text/message_text.h"
+#include "tools/rynctl/text/output.h"
+#include "tools/rynctl/text/table.h"
+
+namespace hbbtv_ryn::rynctl {
+
+namespace {
+
+struct Options {
+  std::string name = "*";
+  bool json = false;
+};
+
+std::string keys(const Members& members) {
+  std::vector<std::string> texts;
+  for (const Member& member : members) texts.emplace_back(member.key);
+  return texts.empty() ? "-" : joined(texts, " ");
+}
+
+Json::Value jsonOf(const Members& members) {
+  Json::Value list(Json::arrayValue);
+  for (const Member& member : members) {
+    Json::Value one(Json::objectValue);
+    one["key"] = member.key;
+    one["type"] = typeName(member.type);
+    list.append(one);
+  }
+  return list;
+}
+
+Json::Value jsonOf(const Message& message) {
+  Json::Value value(Json::objectValue);
+  value["code"] = static_cast<int>(message.code);
+  value["name"] = std::string(message.name);
+  value["to"] = nameOf(receiverOf(message));
+  value["delivery"] = deliveryName(message.delivery);
+  value["request"] = jsonOf(message.request);
+  if (message.delivery == Delivery::kSync) value["reply"] = jsonOf(message.reply);
+  if (message.reply_code != kNoReplyCode) value["reply_code"] = message.reply_code;
+  return value;
+}
+
+ExitCode list(const Options& options) {
+  Table table(options.json, {"CODE", "NAME", "TO", "DELIVERY", "KEYS", "REPLY KEYS"});
+  for (const Message& message : kMessages) {
+    if (!matches(options.name, message.name)) continue;
+    table.add(jsonOf(message),
+              {compose("{}", static_cast<int>(message.code)), std::string(message.name),
+               nameOf(receiverOf(message)), deliveryName(message.delivery), keys(message.request),
+               message.delivery == Delivery::kSync ? keys(message.reply) : ""});
+  }
+  if (table.size() == 0) {
+    throw Failure(ExitCode::Refused,
+                  "no message matches {}; a pattern is as for the shell: '*Key*', 'OpApp_*'",
+                  printable(options.name));
+  }
+  print("{}", table.text());
+  return ExitCode::Done;
+}
+
+void printMembers(const char* title, const Members& members, bool with_defaults) {
+  print("\n{}\n", styled(Style::Heading, title));
+  if (members.size() == 0) print("  none\n");
+  std::size_t width = 0;
+  for (const Member& member : members) width = std::max(width, std::string_view(member.key).size());
+  for (const Member& member : members) {
+    const std::string note =
+        with_defaults ? compose(", {} where the host has no handler", defaultAnswer(member)) : "";
+    print("  {:{}}  {}{}\n", member.key, width, typeName(member.type), note);
+  }
+}
+
+ExitCode describe(const Options& options) {
+  const Message& message = findByName(options.name);
+  if (options.json) {
+    print("{}\n", oneLine(jsonOf(message)));
+    return ExitCode::Done;
+  }
+  const bool sync = message.delivery == Delivery::kSync;
+  print("{}  code {}, {}, {}\nsent by {}()\n", styled(Style::Heading, message.name),
+        static_cast<int>(message.code), deliveryName(message.delivery), directionName(message.direction),
+        senderName(message));
+  printMembers("Keys", message.request, false);
+  if (sync) printMembers("Reply keys", message.reply, true);
+  const Json::Value sample = sampleRequest(message);
+  print("\n{}\n  {}\n", styled(Style::Heading, "Sample"), oneLine(sample));
+  if (sync) print("  {}\n", oneLine(sampleReply(message)));
+  print("\n{}\n  rynctl {} {}\n", styled(Style::Heading, "To try it"), sync ? "call" : "send",
+        commandText(message, sample));
+  return ExitCode::Done;
+}
+
+}  // namespace
+
+void addListCommands(CLI::App& app, Action& action) {
+  const auto options = std::make_shared<Options>();
+
+  CLI::App* const list_command = addCommand(app, action, options, &list, "list",
+                                            "Show the messages: code, name, receiver, delivery and keys");
+  list_command->add_option("GLOB", options->name, "Only names that match, such as 'OpApp_*'; in any case");
+  list_command->add_flag("--json", options->json, "Print each message as a line of JSON");
+
+  CLI::App* const describe_command =
+      addCommand(app, action, options, &describe, "describe",
+                 "Show one message: keys, types, a sample and how to send it");
+  describe_command->add_option("NAME", options->name, "Name or code of the message")->required();
+  describe_command->add_flag("--json", options->json, "Print it as a line of JSON");
+}
+
+}  // namespace hbbtv_ryn::rynctl

@@ -1,0 +1,209 @@
+// `rynctl log`: the logging of the running processes.
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <set>
+
+#include "tools/rynctl/commands/command.h"
+#include "tools/rynctl/system/log_control.h"
+#include "tools/rynctl/system/process.h"
+#include "tools/rynctl/text/output.h"
+#include "tools/rynctl/text/table.h"
+
+namespace hbbtv_ryn::rynctl {
+
+namespace {
+
+struct Options {
+  std::optional<std::uint16_t> port;
+  bool watch = false;
+  bool json = false;
+  std::vector<std::string> modules;
+};
+
+[[noreturn]] void failWithoutReport(std::optional<std::uint16_t> port) {
+  throw Failure(
+      ExitCode::NoPeer,
+      "{} has reported within {} seconds; a process reports after zunt_log_initialize(1), to its own "
+      "network namespace",
+      port ? compose("no process on port {}", *port) : "no process", kReportPatience.count());
+}
+
+struct Reporter {
+  std::vector<std::string> modules;
+  std::optional<Process> process;
+  std::time_t reported;
+};
+using Reporters = std::map<std::uint16_t, Reporter>;
+
+/// @return whether it shows something new.
+bool update(Reporters& reporters, const LogReport& report) {
+  auto [at, added] = reporters.try_emplace(report.port);
+  Reporter& reporter = at->second;
+  if (added) reporter.process = findUdpPortOwner(report.port);
+  const bool changed = added || reporter.modules != report.modules;
+  reporter.modules = report.modules;
+  reporter.reported = std::time(nullptr);
+  return changed;
+}
+
+bool dropSilentOnes(Reporters& reporters) {
+  const std::size_t before = reporters.size();
+  for (auto at = reporters.begin(); at != reporters.end();) {
+    const bool silent = std::time(nullptr) - at->second.reported > kReportPatience.count();
+    at = silent ? reporters.erase(at) : std::next(at);
+  }
+  return reporters.size() != before;
+}
+
+Table tableOf(const Reporters& reporters, bool json) {
+  Table table(json, {"PORT", "PROCESS", "REPORTED", "MODULES"});
+  for (const auto& [port, reporter] : reporters) {
+    Json::Value value(Json::objectValue);
+    value["port"] = port;
+    value["pid"] = reporter.process ? Json::Value(reporter.process->pid) : Json::Value();
+    value["process"] = reporter.process ? Json::Value(reporter.process->name) : Json::Value();
+    value["modules"] = Json::Value(Json::arrayValue);
+    for (const std::string& module : reporter.modules) value["modules"].append(module);
+    value["time"] = Json::Int64{reporter.reported};
+    table.add(value, {compose("{}", port), reporter.process ? reporter.process->text() : "-",
+                      ageText(reporter.reported),
+                      reporter.modules.empty() ? "-" : printable(joined(reporter.modules, ", "))});
+  }
+  return table;
+}
+
+ExitCode showReports(const Options& options) {
+  Reporters reporters;
+  hearEach(LogControl(), options.port, [&](const LogReport& report) { update(reporters, report); });
+  if (reporters.empty()) failWithoutReport(options.port);
+  print("{}", tableOf(reporters, options.json).text());
+  return ExitCode::Done;
+}
+
+/// On a terminal the table is kept up to date; elsewhere each change prints it once more. As JSON each
+/// report is printed.
+ExitCode watchReports(const Options& options) {
+  constexpr std::chrono::seconds kRefresh{1};
+  const LogControl control;
+  const Interrupt interrupt;
+  const bool terminal = isatty(fileno(output())) != 0;
+  Reporters reporters;
+  while (!interrupt.raised() && std::ferror(output()) == 0) {
+    awaitInput({control.descriptor(), interrupt.descriptor()}, Clock::now() + kRefresh);
+    const auto report = control.take();
+    bool changed = false;
+    if (report && options.port.value_or(report->port) == report->port) {
+      changed = update(reporters, *report);
+      if (options.json) print("{}", tableOf({*reporters.find(report->port)}, true).text());
+    }
+    changed |= dropSilentOnes(reporters);
+    if (!options.json && (terminal || changed)) redraw(tableOf(reporters, false).text());
+  }
+  return ExitCode::Done;
+}
+
+ExitCode show(const Options& options) {
+  return options.watch ? watchReports(options) : showReports(options);
+}
+
+std::string textOf(const LogOutcome& outcome) {
+  switch (outcome.effect) {
+    case LogOutcome::Effect::Refused:
+      return compose("not taken, the list of {} modules is full: {}", kMaxModules,
+                     printable(joined(outcome.refused, ", ")));
+    case LogOutcome::Effect::NotShown:
+      return "its reports do not show the change; does another tool edit the list?";
+    case LogOutcome::Effect::Silent:
+      return "has not reported since the command was sent";
+    case LogOutcome::Effect::Shown:
+      break;
+  }
+  return "";
+}
+
+/// @param done  what is said of the processes that have obeyed.
+ExitCode apply(const LogCommand& command, const std::string& done, std::optional<std::uint16_t> port) {
+  const auto outcomes = applyToEach(LogControl(), command, port);
+  if (outcomes.empty()) failWithoutReport(port);
+  ExitCode code = ExitCode::Done;
+  std::set<long> obeying;  // process ids; a process with several control threads counts once
+  for (const auto& [each, outcome] : outcomes) {
+    const auto owner = findUdpPortOwner(each);
+    if (outcome.effect == LogOutcome::Effect::Shown) {
+      obeying.insert(owner ? long{owner->pid} : -long{each});
+      continue;
+    }
+    complain(compose("port {}, {}: {}", each, owner ? owner->text() : "-", textOf(outcome)));
+    if (code != ExitCode::Refused) {
+      code = outcome.effect == LogOutcome::Effect::Silent ? ExitCode::NoAnswer : ExitCode::Refused;
+    }
+  }
+  if (!obeying.empty()) print("{} ({})\n", done, counted(obeying.size(), "process"));
+  return code;
+}
+
+ExitCode edit(const Options& options, std::uint8_t value, const char* effect) {
+  LogCommand command{{}, value};
+  std::set<std::string> seen;
+  for (const std::string& module : options.modules) {
+    if (seen.insert(module).second) command.modules.push_back(module);
+  }
+  if (seen.size() > kMaxModules) {
+    throw Failure(ExitCode::Usage, "a list holds {} modules at most", kMaxModules);
+  }
+  return apply(command, compose("{}: {}", printable(joined(command.modules, ", ")), effect), options.port);
+}
+
+}  // namespace
+
+void addLogCommand(CLI::App& app, Action& action) {
+  constexpr std::uint16_t kHighestPort = 65535;
+  const auto options = std::make_shared<Options>();
+  CLI::App* const log = app.add_subcommand(
+      "log", "Show the processes that report their logging, or change what their modules write");
+  log->require_subcommand(0, 1);
+  CLI::Option* const watch =
+      log->add_flag("-w,--watch", options->watch, "Keep on showing, until interrupted");
+  CLI::Option* const json = log->add_flag("--json", options->json, "Print each report as a line of JSON");
+  const auto add_port = [&](CLI::App* command) {
+    addValue(command, "--port", options->port, "N", "Only the process that reports from port N")
+        ->check(CLI::Range(std::uint16_t{1}, kHighestPort));
+  };
+  const auto add = [&](const char* name, const char* help, std::uint8_t value, const char* effect) {
+    CLI::App* const command = log->add_subcommand(name, help);
+    command->excludes(watch);
+    command->excludes(json);
+    add_port(command);
+    command->callback([=, &action] { action = [=] { return edit(*options, value, effect); }; });
+    command->add_option("MODULE", options->modules, "Module names, at most 32 bytes each")
+        ->required()
+        ->check(CLI::Validator(&whyNotAModuleName, "", "module name"));
+  };
+  add("on", "Let modules write all their records", kModuleFull, "on");
+  add("errors", "List modules, but let them write their errors only", kModuleErrorsOnly, "errors only");
+  add("off", "Take modules off the list; they write their errors only", kModuleRemoved, "off");
+  CLI::App* const clear = log->add_subcommand("clear", "Take every module off the list");
+  clear->excludes(watch);
+  clear->excludes(json);
+  add_port(clear);
+  clear->callback([=, &action] { action = [=] { return apply({}, "all modules: off", options->port); }; });
+  add_port(log);
+
+  // Subcommands made later would inherit it.
+  log->footer(
+      R"(Without a command: listens until each process has reported, a little more than a second, and shows the
+port of its control thread, the process, the age of the report and the listed modules. A report does
+not tell full output from errors. A process reports once it has called zunt_log_initialize(1).
+
+A command answers the next report of each process, waits for the report that shows the effect and says
+how many processes have followed. A process lists at most 20 modules.
+
+Only one tool at a time can hear the reports, and only in the network namespace of the processes.)");
+  log->callback([options, &action, log] {
+    if (log->get_subcommands().empty()) action = [options] { return show(*options); };
+  });
+}
+
+}  // namespace hbbtv_ryn::rynctl

@@ -1,0 +1,219 @@
+// `rynctl queues`, `rynctl peek` and `rynctl reset`: what lies on the queues.
+
+#include <sys/msg.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <iostream>
+
+#include "tools/rynctl/commands/command.h"
+#include "tools/rynctl/system/queue_state.h"
+#include "tools/rynctl/system/wait.h"
+#include "tools/rynctl/system/waiting_messages.h"
+#include "tools/rynctl/text/message_text.h"
+#include "tools/rynctl/text/output.h"
+#include "tools/rynctl/text/table.h"
+
+namespace hbbtv_ryn::rynctl {
+
+namespace {
+
+enum class Scope { kStale, kAll };
+
+struct Options {
+  double watch = 0;
+  bool json = false;
+  std::string queue;
+  unsigned count = 0;
+  Scope scope = Scope::kStale;
+  bool yes = false;
+};
+
+std::string seen(const Process& process, std::time_t when) {
+  return process.pid == 0 ? "-" : compose("{}, {}", process.text(), ageText(when));
+}
+
+std::string serverText(const QueueState& state) {
+  if (state.name->carriesReplies()) return "";
+  if (!state.servers.known()) return "unknown";
+  if (!state.servers.alive()) return "gone";
+  const std::string text = state.servers.latest.text();
+  return state.servers.count == 1 ? text : compose("{} and {} more", text, state.servers.count - 1);
+}
+
+Json::Value jsonOf(const Process& process) {
+  if (process.pid == 0) return {};
+  Json::Value value(Json::objectValue);
+  value["pid"] = process.pid;
+  value["alive"] = process.alive;
+  if (process.alive) value["process"] = process.name;
+  return value;
+}
+
+Json::Value jsonOf(const QueueState& queue, const char* state) {
+  Json::Value value(Json::objectValue);
+  value["queue"] = queue.name->name;
+  value["key"] = keyText(queue.name->key);
+  value["messages"] = Json::UInt64{queue.messages};
+  value["bytes"] = Json::UInt64{queue.bytes};
+  value["limit"] = Json::UInt64{queue.limit};
+  value["writer"] = jsonOf(queue.writer);
+  value["reader"] = jsonOf(queue.reader);
+  value["written"] = Json::Int64{queue.written};
+  value["read"] = Json::Int64{queue.read};
+  if (!queue.name->carriesReplies() && queue.servers.known()) value["servers"] = queue.servers.count;
+  value["state"] = state;
+  return value;
+}
+
+std::string queueTable(bool json) {
+  constexpr const char* kStates[] = {"idle", "busy", "STUCK", "ORPHANED"};
+  Table table(json, {"QUEUE", "MESSAGES", "BYTES", "LAST WRITER", "LAST READER", "SERVER", "STATE"});
+  for (const JudgedQueue& queue : judgeQueues()) {
+    const char* const state = kStates[queue.judgement];
+    table.add(
+        jsonOf(queue, state),
+        {queue.name->name, compose("{}", queue.messages), compose("{} of {}", queue.bytes, queue.limit),
+         seen(queue.writer, queue.written), seen(queue.reader, queue.read), serverText(queue),
+         styled(queue.judgement >= JudgedQueue::kStuck ? Style::Problem : Style::Good, state)});
+  }
+  if (table.size() > 0 || json) return table.text();
+  return "no queue exists: neither process has run since the system started\n";
+}
+
+ExitCode queues(const Options& options) {
+  if (options.watch == 0) {
+    print("{}", queueTable(options.json));
+    return ExitCode::Done;
+  }
+  const Interrupt interrupt;
+  const auto pause =
+      std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.watch));
+  do {
+    const std::string text = queueTable(options.json);
+    if (options.json) {
+      print("{}", text);
+    } else {
+      redraw(text);
+    }
+  } while (!interrupt.raised(pause) && std::ferror(output()) == 0);
+  return ExitCode::Done;
+}
+
+/// Name and members, or the text where it is no message of the catalogue.
+std::string textOf(const WaitingMessage& waiting, const QueueName& queue) {
+  const auto [message, members] = decode(waiting.text);
+  std::string text = message == nullptr || queue.carriesReplies() ? onOneLine(waiting.text)
+                                                                  : commandText(*message, members);
+  if (waiting.fault.empty()) return text;
+  return compose("({}){}{}", waiting.fault, text.empty() ? "" : " ", text);
+}
+
+ExitCode peekAt(const Options& options) {
+  const QueueName& name = findQueue(options.queue);
+  const auto state = look(name);
+  if (!state) {
+    throw Failure(ExitCode::NoPeer,
+                  "the queue '{}' does not exist: no process has served it since the system started",
+                  name.name);
+  }
+  Table table(options.json, {"#", "KIND", "RECORDS", "MESSAGE"});
+  for (const WaitingMessage& message : peek(*state, options.count)) {
+    Json::Value value(Json::objectValue);
+    value["kind"] = message.kind;
+    value["records"] = message.records;
+    value["text"] = message.text;
+    if (!message.fault.empty()) value["fault"] = message.fault;
+    table.add(value, {compose("{}", table.size() + 1), message.kind, compose("{}", message.records),
+                      textOf(message, name)});
+  }
+  if (table.size() > 0 || options.json) {
+    print("{}", table.text());
+  } else {
+    print("nothing waits on the queue '{}'\n", name.name);
+  }
+  return ExitCode::Done;
+}
+
+unsigned long takeOff(const QueueState& state) {
+  unsigned long taken = 0;
+  long type = 0;  // the buffer of a message that is cut to nothing
+  // No more than waited: a process that has started meanwhile keeps what it sends.
+  while (taken < state.messages && msgrcv(state.id, &type, 0, 0, IPC_NOWAIT | MSG_NOERROR) >= 0) ++taken;
+  return taken;
+}
+
+bool isConfirmed(const std::string& question) {
+  if (isatty(STDIN_FILENO) == 0) {
+    throw Failure(ExitCode::Usage, "standard input is no terminal to ask on: add --yes");
+  }
+  print("{} [y/N] ", question);
+  std::fflush(output());
+  std::string answer;
+  std::getline(std::cin, answer);
+  return answer == "y" || answer == "Y" || answer == "yes";
+}
+
+ExitCode reset(const Options& options) {
+  std::vector<JudgedQueue> chosen;
+  std::vector<std::string> texts;
+  std::vector<std::string> kept;
+  for (const JudgedQueue& queue : judgeQueues()) {
+    if (queue.messages == 0) continue;
+    // Neither who sent it nor who would read it lives.
+    const bool stale = queue.judgement == JudgedQueue::kOrphaned && !queue.writer.alive;
+    const bool goes = stale || options.scope == Scope::kAll;
+    (goes ? texts : kept).push_back(compose("{} on '{}'", queue.messages, queue.name->name));
+    if (goes) chosen.push_back(queue);
+  }
+  if (!kept.empty()) {
+    remark("kept, since a living process sent or reads them: {}; --all takes them too", joined(kept, ", "));
+  }
+  if (chosen.empty()) {
+    print("nothing to take off\n");
+    return ExitCode::Done;
+  }
+  if (!options.yes && !isConfirmed(compose("Take off the messages {}?", joined(texts, ", ")))) {
+    print("nothing was taken off\n");
+    return ExitCode::Refused;
+  }
+  for (const QueueState& state : chosen) print("took {} off '{}'\n", takeOff(state), state.name->name);
+  return ExitCode::Done;
+}
+
+}  // namespace
+
+void addQueueCommands(CLI::App& app, Action& action) {
+  const auto options = std::make_shared<Options>();
+
+  CLI::App* const queues_command = addCommand(
+      app, action, options, &queues, "queues",
+      "Show the queues, who writes and reads them, and whether they flow",
+      R"(States: idle, nothing waits; busy, messages wait and are read; STUCK, messages wait and the living
+reader does not read; ORPHANED, messages wait and nobody is there to read them.)");
+  addValue(queues_command, "--watch", options->watch, "S",
+           "Show them again every S seconds, until interrupted")
+      ->check(CLI::Range(0.1, 3600.0));
+  queues_command->add_flag("--json", options->json, "Print each queue as a line of JSON");
+
+  CLI::App* const peek_command =
+      addCommand(app, action, options, &peekAt, "peek",
+                 "Show the messages that wait on a queue, decoded, and leave them there",
+                 "The kernel must be built with CONFIG_CHECKPOINT_RESTORE.");
+  peek_command->add_option("QUEUE", options->queue, joined(queueNames(), ", ") + ", or a key")->required();
+  addValue(peek_command, "-n,--count", options->count, "N", "Only the first N messages");
+  peek_command->add_flag("--json", options->json, "Print each message as a line of JSON");
+
+  CLI::App* const reset_command = addCommand(app, action, options, &reset, "reset",
+                                             "Take off the queues what dead processes have left there");
+  const auto scope = [options](Scope wanted) { return [=] { options->scope = wanted; }; };
+  CLI::Option* const all = reset_command->add_flag_callback("--all", scope(Scope::kAll),
+                                                            "Every message, those of living processes too");
+  reset_command
+      ->add_flag_callback("--stale", scope(Scope::kStale),
+                          "Only what was sent and would be read by processes that are gone (default)")
+      ->excludes(all);
+  reset_command->add_flag("--yes", options->yes, "Do not ask");
+}
+
+}  // namespace hbbtv_ryn::rynctl

@@ -1,0 +1,176 @@
+#include "tools/rynctl/peer/applications.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "ipc/protocol/envelope.h"
+#include "ipc/protocol/lists.h"
+#include "tools/rynctl/text/message_text.h"
+
+namespace hbbtv_ryn::rynctl {
+
+namespace {
+
+using Json::Value;
+
+void setId(Value* message, int appid, int orgid) {
+  set(message, key::kAppid, appid);
+  set(message, key::kOrgid, orgid);
+}
+
+Event eventOf(Code code, int appid, int orgid) {
+  Event event;
+  event.message = &messageOf(code);
+  event.members = Value(Json::objectValue);
+  set(&event.members, key::kCode, static_cast<Json::UInt>(code));
+  setId(&event.members, appid, orgid);
+  return event;
+}
+
+Event topMost(int appid, int orgid, bool topmost) {
+  Event event = eventOf(Code::SendTopMost, appid, orgid);
+  set(&event.members, key::kTopmost, topmost);
+  return event;
+}
+
+void setKeys(const Value& request, Value* state) {
+  const int count = std::clamp(integer(request, key::kKeynum), 0, kMaxKeyCodes);
+  int keys[kMaxKeyCodes] = {};
+  readKeyCodes(request, count, keys);
+  set(state, key::kValue, integer(request, key::kValue));
+  set(state, key::kNum, count);
+  setKeyCodes(state, keys, count);
+}
+
+/// What a command changes of an application.
+void change(Code code, const Value& request, Value* state) {
+  switch (code) {
+    case Code::ShowApp:
+    case Code::HideApp:
+      return set(state, key::kVisible, flag(code == Code::ShowApp));
+    case Code::ActivateInput:
+    case Code::DeactivateInput:
+      set(state, key::kActive, flag(code == Code::ActivateInput));
+      return set(state, key::kPrimary, flag(code == Code::ActivateInput && boolean(request, key::kFocus)));
+    case Code::SetSupportsPointer:
+      return set(state, key::kPointer, flag(boolean(request, key::kPointer)));
+    case Code::SetValue:
+      return setKeys(request, state);
+    default:
+      return;
+  }
+}
+
+/// What a question is told of an application: what is kept under the names of the answer's members.
+void tell(const Message& question, const Value& state, Value* reply) {
+  for (const Member& member : question.reply) {
+    if (!state.isMember(member.key)) continue;
+    set(reply, member.key, state[member.key]);
+    if (member.type != Type::kKeyCount) continue;
+    for (int i = 0; i < integer(state, member.key); ++i) (*reply)[keyCodeName(i)] = state[keyCodeName(i)];
+  }
+}
+
+}  // namespace
+
+Applications::Id Applications::idIn(const Value& message) {
+  return {integer(message, key::kAppid), integer(message, key::kOrgid)};
+}
+
+Response Applications::respond(const Message& message, const Value& request) {
+  Response response;
+  response.members = defaultReply(message, request);
+  Value* const reply = &response.members;
+  const auto name = [reply](Id id) { setId(reply, id.first, id.second); };
+  switch (message.code) {
+    case Code::GetOwnerApp: {
+      const auto app = apps_.lower_bound({integer(request, key::kAppid), 0});
+      if (app != apps_.end() && app->first.first == integer(request, key::kAppid)) name(app->second.owner);
+      break;
+    }
+    case Code::GetCurrentApp:
+      name(current_);
+      break;
+    case Code::GetChildApps: {
+      std::vector<int> appids;
+      std::vector<int> orgids;
+      for (const auto& [appid, orgid] : childrenOf(idIn(request))) {
+        appids.push_back(appid);
+        orgids.push_back(orgid);
+      }
+      const auto count = static_cast<int>(appids.size());
+      set(reply, key::kAppNum, count);
+      set(reply, key::kAppidArray, idFields(appids.data(), count));
+      set(reply, key::kOrgidArray, idFields(orgids.data(), count));
+      break;
+    }
+    case Code::CreateApp: {
+      const auto [appid, orgid] = create(request);
+      name({appid, orgid});
+      response.then = {eventOf(Code::SendAppLoaded, appid, orgid), topMost(appid, orgid, true)};
+      break;
+    }
+    case Code::DestroyApp:
+      for (const auto& [appid, orgid] : destroy(idIn(request))) {
+        response.then.push_back(topMost(appid, orgid, false));
+        response.then.push_back(eventOf(Code::SendAppUnloaded, appid, orgid));
+      }
+      break;
+    case Code::OpApp_GetStatus:
+      set(reply, key::kStatus, operator_state_);
+      break;
+    case Code::OpApp_SetStatus:
+      operator_state_ = string(request, key::kStatus);
+      break;
+    case Code::OpApp_RequestTransient:
+    case Code::OpApp_RequestForeground:
+    case Code::OpApp_RequestBackground:
+      operator_state_ = message.code == Code::OpApp_RequestTransient    ? "transient"
+                        : message.code == Code::OpApp_RequestForeground ? "foreground"
+                                                                        : "background";
+      break;
+    default:
+      if (const auto app = apps_.find(idIn(request)); app != apps_.end()) {
+        change(message.code, request, &app->second.state);
+        tell(message, app->second.state, reply);
+      }
+  }
+  return response;
+}
+
+/// The organisation is the "org" parameter of the URL, or that of the application it is created for.
+Applications::Id Applications::create(const Value& request) {
+  constexpr char kParameter[] = "org=";
+  constexpr int kDecimal = 10;
+  const Id creator = idIn(request);
+  const std::string url = string(request, key::kUrl);
+  const auto at = url.find(kParameter);
+  const auto organisation = at == std::string::npos
+                                ? creator.second
+                                : std::strtol(url.c_str() + at + sizeof kParameter - 1, nullptr, kDecimal);
+  current_ = {next_appid_++, static_cast<int>(organisation)};
+  apps_[current_].owner = boolean(request, key::kChild) ? creator : Id();
+  return current_;
+}
+
+std::vector<Applications::Id> Applications::childrenOf(Id owner) const {
+  std::vector<Id> children;
+  for (const auto& [id, app] : apps_) {
+    if (app.owner == owner && owner != Id()) children.push_back(id);
+  }
+  return children;
+}
+
+std::vector<Applications::Id> Applications::destroy(Id id) {
+  std::vector<Id> gone;
+  if (apps_.count(id) == 0) return gone;
+  for (const Id& child : childrenOf(id)) {
+    for (const Id& each : destroy(child)) gone.push_back(each);
+  }
+  apps_.erase(id);
+  gone.push_back(id);
+  if (current_ == id) current_ = apps_.empty() ? Id() : apps_.rbegin()->first;
+  return gone;
+}
+
+}  // namespace hbbtv_ryn::rynctl

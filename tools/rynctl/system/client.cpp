@@ -1,0 +1,109 @@
+#include "tools/rynctl/system/client.h"
+
+#include <future>
+#include <thread>
+
+#include "base/malloc_ptr.h"
+#include "tools/rynctl/failure.h"
+#include "tools/rynctl/system/queue_state.h"
+
+namespace hbbtv_ryn::rynctl {
+
+Client::Client(const Message& message) : message_(message) {
+  IpcClient* created = nullptr;
+  const int with_reply = message.delivery == Delivery::kSync ? kWithReply : kOneWayOnly;
+  if (zunt_ipc_client_create(queueOf(message), kChannel, with_reply, IPC_CHUNK_SIZE, &created) != 0) {
+    throw std::bad_alloc();
+  }
+  client_.reset(created, &zunt_ipc_client_destroy);
+}
+
+void Client::requirePeer(bool unserved) const {
+  const QueueName& queue = queueAt(queueOf(message_));
+  if (!look(queue)) {
+    throw Failure(ExitCode::NoPeer,
+                  "no {} process: none has run since the system started; start it, or 'rynctl serve {}'",
+                  nameOf(queue.reader), queue.reader == Side::kBrowser ? "browser" : "plugin");
+  }
+  const Servers servers = serversOf(queue.key);
+  if (!unserved && servers.known() && !servers.alive()) {
+    throw Failure(ExitCode::NoPeer,
+                  "no {} process: the last one is gone; start it again, or see 'rynctl queues'",
+                  nameOf(queue.reader));
+  }
+}
+
+void Client::requireRoom(const std::string& text) const {
+  // As long as the channel itself keeps trying before it drops a record.
+  constexpr std::chrono::milliseconds kPatience{300};
+  constexpr std::chrono::milliseconds kPause{10};
+  if (text.size() > IPC_MAX_MESSAGE) {
+    throw Failure(ExitCode::NoRoom, "the message has {} bytes as JSON text, {} are the most", text.size(),
+                  IPC_MAX_MESSAGE);
+  }
+  const QueueName& queue = queueAt(queueOf(message_));
+  const unsigned long needed = recordsOf(text.size()) * recordPayloadBytes(IPC_CHUNK_SIZE);
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  for (;;) {
+    const auto state = look(queue);
+    if (!state) return;
+    // A message that no empty queue would hold passes in pieces while the server reads.
+    const bool passes = state->messages == 0 && state->servers.alive();
+    if (passes || state->bytes + needed <= state->limit) return;
+    if (std::chrono::steady_clock::now() > deadline) {
+      throw Failure(ExitCode::NoRoom,
+                    "the queue '{}' is full: {} messages wait, {} of {} bytes; 'rynctl doctor' says why",
+                    queue.name, state->messages, state->bytes, state->limit);
+    }
+    std::this_thread::sleep_for(kPause);
+  }
+}
+
+void Client::tell(const std::string& text, bool unserved) const {
+  requirePeer(unserved);
+  requireRoom(text);
+  std::string bytes = text;
+  const IpcMessage message{static_cast<int32_t>(bytes.size()), bytes.data()};
+  const int result = zunt_ipc_client_send(client_.get(), &message);
+  if (result != 0) throw Failure(ExitCode::NoPeer, "the queue cannot be written, result {}", result);
+}
+
+Reply Client::ask(const std::string& text, std::chrono::milliseconds limit) const {
+  requirePeer(false);
+  requireRoom(text);
+  struct Exchange {
+    int result = 0;
+    Reply reply{true, "", {}};
+  };
+  // The wait itself cannot be ended from outside, so it has a thread that may be left behind.
+  std::packaged_task<Exchange()> task([client = client_, request_text = text]() mutable {
+    Exchange exchange;
+    const IpcMessage request{static_cast<int32_t>(request_text.size()), request_text.data()};
+    IpcMessage reply{0, nullptr};
+    const auto start = std::chrono::steady_clock::now();
+    exchange.result = zunt_ipc_client_send_sync_with_params(client.get(), &request, &reply);
+    const auto took = std::chrono::steady_clock::now() - start;
+    const MallocPtr<char> owner(reply.text);
+    exchange.reply.took = std::chrono::duration_cast<std::chrono::microseconds>(took);
+    exchange.reply.failure = reply.length == 0;
+    if (reply.length > 0) exchange.reply.text.assign(reply.text, static_cast<std::size_t>(reply.length));
+    return exchange;
+  });
+  auto done = task.get_future();
+  std::thread(std::move(task)).detach();
+  const char* const peer = nameOf(receiverOf(message_));
+  if (limit.count() != 0 && done.wait_for(limit) != std::future_status::ready) {
+    throw Failure(ExitCode::NoAnswer,
+                  "{}: the {} process lives, but has not answered in {} ms; 'rynctl queues' shows whether "
+                  "it reads",
+                  message_.name, peer, limit.count());
+  }
+  const Exchange exchange = done.get();
+  if (exchange.result != 0) {
+    throw Failure(ExitCode::NoPeer,
+                  "no {} process: it went away before it answered, or its answer was lost", peer);
+  }
+  return exchange.reply;
+}
+
+}  // namespace hbbtv_ryn::rynctl

@@ -1,0 +1,30 @@
+// Things one below the other, for people or for programs.
+#ifndef HBBTV_RYN_TOOLS_RYNCTL_TEXT_TABLE_H
+#define HBBTV_RYN_TOOLS_RYNCTL_TEXT_TABLE_H
+
+#include <json/value.h>
+
+#include <string>
+#include <vector>
+
+namespace hbbtv_ryn::rynctl {
+
+using Row = std::vector<std::string>;
+
+/// Columns under a heading, each as wide as its longest text; or a line of JSON for each thing.
+class Table {
+ public:
+  Table(bool json, Row heading) : json_(json), rows_{std::move(heading)} {}
+  void add(const Json::Value& value, Row row);
+  std::size_t size() const { return json_ ? lines_.size() : rows_.size() - 1; }
+  std::string text() const;
+
+ private:
+  const bool json_;
+  std::vector<std::string> lines_;
+  std::vector<Row> rows_;  // the heading first
+};
+
+}  // namespace hbbtv_ryn::rynctl
+
+#endif  // HBBTV_RYN_TOOLS_RYNCTL_TEXT_TABLE_H
