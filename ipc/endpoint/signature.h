@@ -2,14 +2,13 @@
 /// Functions of the interface against the rows of the catalogue. A sender names its code and its values, a
 /// route its code and its handler; the compiler checks that their number, order and types are the row's:
 ///
-/// | Type of the member | Sent              | Stored       | A handler takes                 | and answers
-/// |
-/// |--------------------|-------------------|--------------|---------------------------------|--------------|
-/// | kInt               | int, enumeration  | int*         | int                             | int* | |
-/// kFlag, kBoolean    | bool              | bool*        | bool                            | bool*        |
-/// | kString, kIdFields | const char*, text | std::string* | const char*, std::string, a const reference |
-/// std::string& | | kKeyCount          | KeyList           | KeyCodes*    | const KeyCodes& | KeyCodes& |
-/// | kInt under "ret"   |                   | the result   |                                 | the result |
+/// | The row's member   | Sent             | Stored       | A handler takes          | and answers  |
+/// |--------------------|------------------|--------------|--------------------------|--------------|
+/// | kInt               | int, enumeration | int*         | int                      | int*         |
+/// | kFlag, kBoolean    | bool             | bool*        | bool                     | bool*        |
+/// | kString, kIdFields | any text         | std::string* | const char*, std::string | std::string& |
+/// | kKeyCount          | KeyList          | KeyCodes*    | const KeyCodes&          | KeyCodes&    |
+/// | kInt under "ret"   |                  | the result   |                          | the result   |
 ///
 /// A handler's parameters stand in the order of the row, but what it takes and what it answers may mix. Its
 /// `void*` is no member: it gets the user data. What is no template is exchange.h's.
