@@ -207,9 +207,12 @@ class Caller {
     std::atomic<Nanoseconds>& m_call;
   };
 
-  // How long the call lasted after its peer was dead.
+  // How long the call lasted after its peer was dead. Where another lives by now, the call may have waited
+  // for that one's slow handlers.
   void countDeadCall(Nanoseconds began) {
-    const Nanoseconds lasted = now() - std::max(began, g_ledger->killed_at[peerOf(m_host.side)].load());
+    const Nanoseconds killed_at = g_ledger->killed_at[peerOf(m_host.side)];
+    if (killed_at == 0) return;
+    const Nanoseconds lasted = now() - std::max(began, killed_at);
     Nanoseconds longest = g_ledger->longest_dead_call;
     while (lasted > longest && !g_ledger->longest_dead_call.compare_exchange_weak(longest, lasted))
       continue;

@@ -41,7 +41,7 @@ struct Ledger {
 
   // By side. Calls in progress are 0 or the time when they began.
   std::array<std::array<std::atomic<Nanoseconds>, kCallers>, kSideCount> calls;
-  std::array<std::atomic<Nanoseconds>, kSideCount> killed_at;
+  std::array<std::atomic<Nanoseconds>, kSideCount> killed_at;  // 0: a host lives
   std::array<std::atomic<uint64_t>, kSideCount> right_in_a_row;
 
   std::atomic<uint64_t> exchanges;   // synchronous calls that got the right answer

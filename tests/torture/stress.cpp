@@ -29,6 +29,7 @@ HostPair::HostPair(uint64_t seed, const char* pause) : m_seeds(seed), m_pause(pa
 }
 
 void HostPair::start(Side side) {
+  m_ledger.killed_at[side] = 0;
   m_hosts[side] = newHost(side);
   m_hosts[side]->say("call");
 }
@@ -49,6 +50,7 @@ void HostPair::replaceOverlapping(Side side, std::chrono::milliseconds overlap) 
   successor->hear();  // it serves
   std::this_thread::sleep_for(overlap);
   kill(side);
+  m_ledger.killed_at[side] = 0;
   successor->say("call");
   m_hosts[side] = std::move(successor);
 }

@@ -100,6 +100,7 @@ class Torture {
   }
 
   void servePlainly() {
+    m_ledger.killed_at[kBrowserSide] = 0;
     ChildProcess plain(kPlainBrowser);
     watchFor(milliseconds(50 + below(300)));
     plain.say("finish");
