@@ -1,6 +1,5 @@
 #include "trace/trace.h"
 
-#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
@@ -14,6 +13,7 @@
 #include <cstdio>
 #include <ctime>
 
+#include "base/cancellation_off.h"
 #include "base/loopback.h"
 
 namespace hbbtv_ryn::trace {
@@ -126,12 +126,12 @@ void send(const Event& event) {
 
 void emit(const Event& event) {
   const int callers_errno = errno;
-  // sendmsg() is a cancellation point, and a trace must not be where a receive thread ends: it is also
-  // written from destructors.
-  int cancelling = PTHREAD_CANCEL_ENABLE;
-  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelling);
-  send(event);
-  pthread_setcancelstate(cancelling, nullptr);
+  {
+    // sendmsg() is a cancellation point, and a trace must not be where a receive thread ends: it is also
+    // written from destructors.
+    const CancellationOff off;
+    send(event);
+  }
   errno = callers_errno;
 }
 

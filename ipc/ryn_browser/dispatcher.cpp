@@ -28,7 +28,7 @@ constexpr Route to() {
   return route<C, std::remove_reference_t<decltype(std::declval<Slots>().*Slot)>, &slot<Slot>>();
 }
 
-// --- Slots whose shape is not the row's ----------------------------------------------------------------
+// Slots whose shape is not the row's.
 // They run as every handler does, with g_browser_callback_mutex held.
 
 // One parameter of the slot is a member of the request and one of the reply.
@@ -60,8 +60,6 @@ void setValue(int appid, int orgid, int value, const KeyCodes& keys) {
   const auto handler = g_browser_callbacks.SetValue;
   if (handler != nullptr) handler(appid, orgid, value, keys.codes, std::min(keys.count, kMaxKeyCodes));
 }
-
-// -------------------------------------------------------------------------------------------------------
 
 constexpr Route kRoutes[] = {
     route<Code::GetOwnerApp, &ownerApp>(),

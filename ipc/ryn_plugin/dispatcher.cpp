@@ -26,7 +26,7 @@ constexpr Route to() {
                &callbackOf<Event>>();
 }
 
-// --- Messages that are more than one event ---------------------------------------------------------------
+// Messages that are more than one event.
 
 void raiseApp(ZuntRynEvent event, int appid, int orgid, void* user_data) {
   const Callback callback = findEventCallback(event);
@@ -50,8 +50,7 @@ void key(int appid, int orgid, int keytype, void* user_data) {
   }
 }
 
-// --- Messages that leave a line on standard output when somebody listens
-// -----------------------------------
+// Messages that leave a line on standard output when somebody listens.
 
 // Readers of logs know the two places by these numbers.
 constexpr int kStateChangeTrace = 283;
@@ -65,8 +64,6 @@ void opAppChange(int appid, int orgid, std::string a, std::string b, std::string
               "Zunt_RYN_Plugin_Server_Callback", TracePlace);
   callback.onOpAppChange(appid, orgid, std::move(a), std::move(b), std::move(reason));
 }
-
-// -----------------------------------------------------------------------------------------------------------
 
 constexpr Route kNotifications[] = {
     to<Code::SendAppLoadError, ZUNT_RYN_EVENT_APP_LOAD_ERROR, &Callback::onApp>(),

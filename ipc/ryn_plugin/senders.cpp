@@ -48,8 +48,7 @@ void printSetValue(const Json::Value& request) {
 
 }  // namespace
 
-// --- Applications
-// ------------------------------------------------------------------------------------------
+// Applications.
 
 int Zunt_RYN_Plugin_GetOwnerApp(int* appid, int* orgid) {
   if (appid == nullptr || orgid == nullptr) return -3;
@@ -102,8 +101,7 @@ int Zunt_RYN_Plugin_DeactivateInput(int appid, int orgid) {
   return kBrowser.tell<Code::DeactivateInput>(with(appid, orgid));
 }
 
-// --- Properties and key sets
-// -------------------------------------------------------------------------------
+// Properties and key sets.
 
 int Zunt_RYN_Plugin_GetVisible(int appid, int orgid, bool* visible) {
   return kBrowser.ask<Code::GetVisible>(with(appid, orgid), visible);
@@ -155,8 +153,7 @@ int Zunt_RYN_Plugin_GetKeyLabel(int appid, int orgid, int code, std::string& lab
   return kBrowser.ask<Code::GetKeyLabel>(with(appid, orgid, code), &label);
 }
 
-// --- Tabs
-// --------------------------------------------------------------------------------------------------
+// Tabs.
 
 int Zunt_RYN_Plugin_Get_VB_Resouce_Allowed(int tabid, bool* allowed) {
   return kBrowser.ask<Code::Get_VB_Resouce_Allowed>(with(tabid), allowed);
@@ -178,8 +175,7 @@ int Zunt_RYN_Plugin_KeyConsumedByBrowser(int tabid, int keyCode, bool* consumed)
   return kBrowser.ask<Code::KeyConsumedByBrowser>(with(tabid, keyCode), consumed);
 }
 
-// --- Operator application
-// ----------------------------------------------------------------------------------
+// Operator application.
 
 int Zunt_RYN_Plugin_OpApp_Uninstall_Judge(bool* flag) {
   return kBrowser.ask<Code::OpApp_Uninstall_Judge>(with(), flag);

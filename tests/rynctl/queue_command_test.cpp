@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <memory>
 #include <string>
@@ -81,6 +82,11 @@ TEST(RynctlQueuesTest, StatesFollowTheReaderAndTheDoctorKnowsWhatMendsThem) {
   browser.reset();
   awaitState("ORPHANED");
   EXPECT_TRUE(holds(rynctl({"doctor"}).out, "-> rynctl reset --stale\n"));
+
+  // This test is a browser that shows no life, and takes over.
+  requests.take();
+  EXPECT_TRUE(holds(rynctl({"queues"}).out, std::to_string(getpid()) + "), plain"));
+  EXPECT_TRUE(holds(rynctl({"doctor"}).out, "which shows no life"));
   const Host next("browser");
   awaitState("idle");
 }

@@ -91,7 +91,9 @@ Section kernelLimits() {
 void checkServer(const QueueState& state, Section* section) {
   const Servers& servers = state.servers;
   const std::string latest = servers.latest.text();
-  if (!servers.known()) {
+  if (state.isServedPlainly()) {
+    section->good(compose("'{}': served by {}, which shows no life", state.name->name, state.reader.text()));
+  } else if (!servers.known()) {
     section->note(
         compose("'{}': no server has shown its life; a plain one may serve it", state.name->name));
   } else if (servers.count > 1) {
@@ -180,9 +182,8 @@ void checkReports(Section* section) {
     section->note("no process reports its log modules, so 'rynctl log' and 'rynctl monitor' see none",
                   "call zunt_log_initialize(1) in both hosts");
   } else {
-    section->good(compose("{} its log modules", processes == 1
-                                                    ? "1 process reports"
-                                                    : compose("{} processes report", processes)));
+    section->good(counted(processes, "process") + (processes == 1 ? " reports" : " report") +
+                  " its log modules");
   }
   if (traced && !findUdpPortOwner(trace::kPort)) {
     section->problem("messages are traced, and nobody watches",

@@ -35,6 +35,7 @@ std::string seen(const Process& process, std::time_t when) {
 
 std::string serverText(const QueueState& state) {
   if (state.name->carriesReplies()) return "";
+  if (state.isServedPlainly()) return state.reader.text() + ", plain";
   if (!state.servers.known()) return "unknown";
   if (!state.servers.alive()) return "gone";
   const std::string text = state.servers.latest.text();
@@ -82,21 +83,17 @@ std::string queueTable(bool json) {
 }
 
 ExitCode queues(const Options& options) {
-  if (options.watch == 0) {
-    print("{}", queueTable(options.json));
-    return ExitCode::Done;
-  }
   const Interrupt interrupt;
   const auto pause =
       std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.watch));
   do {
     const std::string text = queueTable(options.json);
-    if (options.json) {
+    if (options.json || options.watch == 0) {
       print("{}", text);
     } else {
       redraw(text);
     }
-  } while (!interrupt.raised(pause) && std::ferror(output()) == 0);
+  } while (options.watch != 0 && !interrupt.raised(pause) && std::ferror(output()) == 0);
   return ExitCode::Done;
 }
 

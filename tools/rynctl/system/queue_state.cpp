@@ -6,10 +6,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <iterator>
 #include <thread>
 
+#include "ipc/peer_life.h"
 #include "tools/rynctl/failure.h"
 #include "tools/rynctl/text/output.h"
 
@@ -35,7 +35,7 @@ const QueueName& queueAt(key_t key) {
 }
 
 Servers serversOf(key_t request_key) {
-  constexpr unsigned short kLife = 0;
+  constexpr int kLife = PeerLife::kLife;
   Servers servers;
   const int semaphores = semget(request_key, 0, 0);
   if (semaphores == -1) return servers;
@@ -74,12 +74,16 @@ std::optional<QueueState> look(const QueueName& queue) {
 
 Process QueueState::whoReads() const {
   if (!name->carriesReplies()) {
-    if (servers.known()) return servers.latest;
-    return reader;  // a plain server shows no life but that it has read
+    return isServedPlainly() ? reader : servers.latest;
   }
   // A reply is read by whoever sends the requests.
   const auto requests = look(queueAt(name->request_key));
   return requests && requests->writer.alive ? requests->writer : reader;
+}
+
+bool QueueState::isServedPlainly() const {
+  // A client that finds nobody takes its own request back.
+  return !name->carriesReplies() && !servers.alive() && reader.alive && reader.pid != writer.pid;
 }
 
 namespace {

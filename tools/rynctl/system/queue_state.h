@@ -70,6 +70,8 @@ struct QueueState {
 
   /// Whoever would read from the queue.
   Process whoReads() const;
+  /// Whether a living process has read requests last, and no server shows its life: one of another make.
+  bool isServedPlainly() const;
 };
 
 /// Nothing when the queue does not exist. Throws Failure (NoPeer) when it may not be looked at.
