@@ -7,7 +7,10 @@
 #include <atomic>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <optional>
+#include <string>
 #include <thread>
 
 #include "ipc/channel_handles.h"
@@ -139,6 +142,31 @@ TEST_F(HostTest, DestroyingAHandleTakesNoTimeWhateverItsWatchDoes) {
     EXPECT_EQ(0, client.notEchoed(1));
   }
   EXPECT_LT(std::chrono::steady_clock::now() - began, kHandles * std::chrono::milliseconds(250));
+}
+
+// How often the threads of this process but the main one have gone to sleep again.
+long timesThatOthersSlept() {
+  long times = 0;
+  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+    if (task.path().filename() == std::to_string(getpid())) continue;
+    std::ifstream status(task.path() / "status");
+    for (std::string word; status >> word;) {
+      long value = 0;
+      if (word == "voluntary_ctxt_switches:" && status >> value) times += value;
+    }
+  }
+  return times;
+}
+
+TEST_F(HostTest, NothingRunsWhileNothingIsAsked) {
+  if (!kForkedChildrenMayStartThreads) GTEST_SKIP();  // that sanitizer has a thread of its own
+  const Server server(&echo);
+  expectServed();
+  std::this_thread::sleep_for(kLongerThanTheWatchNeeds);
+  const long before = timesThatOthersSlept();
+  EXPECT_GT(before, 0);
+  std::this_thread::sleep_for(kLongerThanTheWatchNeeds);
+  EXPECT_EQ(before, timesThatOthersSlept());
 }
 
 TEST_F(HostTest, ADeadServerIsNoticedAlsoAfterALongSilence) {

@@ -13,7 +13,7 @@ inline constexpr bool kRequestersMayBeCancelled = false;
 inline constexpr bool kRequestersMayBeCancelled = true;
 #endif
 
-/// The thread sanitizer lets no forked child start a thread.
+/// The thread sanitizer lets no forked child start a thread. It has one of its own that wakes now and then.
 #ifdef __SANITIZE_THREAD__
 inline constexpr bool kForkedChildrenMayStartThreads = false;
 #else
