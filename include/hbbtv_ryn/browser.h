@@ -3,7 +3,7 @@
 /// of handlers, and sends the plug-in process notifications and queries.
 ///
 /// A host calls Zunt_RYN_Browser_Initialize() once and Zunt_RYN_Browser_Finalize() before it exits.
-/// Handlers may be registered before or after. See examples/browser_host.cpp for a whole host.
+/// Handlers may be registered before or after. See demo/browser_host.cpp for a whole host.
 ///
 /// No function lets an exception out.
 #ifndef HBBTV_RYN_BROWSER_H
@@ -44,7 +44,7 @@ inline constexpr int ZUNT_RYN_MAX_OTHER_KEYS = 20;
 ///   - a query; its callback makes a request; the request's handler notifies or asks, which waits for the
 ///     query.
 /// A host closes none of them whose handlers hand what they have to send to another thread, and do not wait
-/// for it, as those of examples/browser_host.cpp do.
+/// for it, as those of demo/browser_host.cpp do.
 ///
 /// `appid` and `orgid` identify an application, `tabid` the browser tab that holds one. Out-parameters:
 /// the value on entry, which is the default answer, stands behind each slot.

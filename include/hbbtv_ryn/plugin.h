@@ -3,7 +3,7 @@
 /// browser's events and answers its queries through callbacks.
 ///
 /// A host calls Zunt_RYN_Plugin_Initialize() once and Zunt_RYN_Plugin_Finalize() before it exits.
-/// Callbacks may be registered before or after. See examples/plugin_host.cpp for a whole host.
+/// Callbacks may be registered before or after. See demo/plugin_host.cpp for a whole host.
 ///
 /// No function lets an exception out.
 #ifndef HBBTV_RYN_PLUGIN_H
