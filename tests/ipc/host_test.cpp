@@ -100,7 +100,7 @@ TEST_F(HostTest, AForkedChildDestroysItsCopiesAndTheParentGoesOn) {
   if (child == 0) {
     server.reset();
     // It may ask, too, and its own watch stops like any other.
-    const int wrong = kForkedChildrenMayStartThreads ? client->notEchoed(3) : 0;
+    const int wrong = forkedChildrenMayStartThreads() ? client->notEchoed(3) : 0;
     client.reset();
     _exit(wrong);
   }
@@ -159,7 +159,7 @@ long timesThatOthersSlept() {
 }
 
 TEST_F(HostTest, NothingRunsWhileNothingIsAsked) {
-  if (!kForkedChildrenMayStartThreads) GTEST_SKIP();  // that sanitizer has a thread of its own
+  if (!kAllThreadsAreOurs) GTEST_SKIP();
   const Server server(&echo);
   expectServed();
   std::this_thread::sleep_for(kLongerThanTheWatchNeeds);

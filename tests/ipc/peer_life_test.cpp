@@ -170,6 +170,31 @@ TEST_F(PeerLifeTest, ARequestWhoseAnswerAFullQueueDroppedEndsWhileTheServerLives
   expectServed("second");
 }
 
+TEST_F(PeerLifeTest, ASuccessorsAnswerToTheRestOfARequestIsNoAnswer) {
+  // The test is two servers, one after the other.
+  RawPeer server(kKey);
+  const int set = semget(kKey, 2, IPC_CREAT | 0666);
+  ASSERT_EQ(0, semctl(set, 0, SETVAL, 1));
+  auto call = asking(std::string(1500, 'q'));
+  server.requests.take();
+  ASSERT_EQ(0, semctl(set, 1, SETVAL, 1));
+  server.requests.take();
+  server.reply("to the rest");
+  EXPECT_TRUE(call.result().isBrokenOff());
+}
+
+TEST_F(PeerLifeTest, HalfAOneWayMessageIsNotJoinedToTheNextRequest) {
+  ServerProcess server;
+  expectServed("first");
+  server.halt();
+  RawQueue(kKey).setCapacity(kRawRecordBytes);
+  OutputCapture output(stdout);
+  EXPECT_EQ(0, m_client.send(std::string(1500, 'w')));
+  RawQueue(kKey).setCapacity(8 * kRawRecordBytes);
+  server.goOn();
+  expectServed("second");
+}
+
 TEST_F(PeerLifeTest, ARequestThatALiveServerHasLostEndsTheWait) {
   {
     // Larger than its record.

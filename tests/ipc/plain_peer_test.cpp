@@ -67,6 +67,7 @@ TEST_F(PlainPeerTest, APlainServerOnAnotherChannelStandsBesideOurs) {
 
 TEST_F(PlainPeerTest, OursOnAnotherChannelSaysNothingOfAPlainServer) {
   const Server ours(&echo, nullptr, 1, kKey, 2);
+  EXPECT_LT(rawLife(kKey), 1);
   PlainServer plain(kKey);
   expectServed(m_client);
   EXPECT_EQ(kRequestsOnly, plain.finish());
