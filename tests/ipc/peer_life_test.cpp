@@ -183,16 +183,30 @@ TEST_F(PeerLifeTest, ASuccessorsAnswerToTheRestOfARequestIsNoAnswer) {
   EXPECT_TRUE(call.result().isBrokenOff());
 }
 
-TEST_F(PeerLifeTest, HalfAOneWayMessageIsNotJoinedToTheNextRequest) {
+TEST_F(PeerLifeTest, AnAnswerWithAGapIsNoAnswer) {
+  RawPeer server(kKey);
+  ASSERT_EQ(0, semctl(semget(kKey, 2, IPC_CREAT | 0666), 0, SETVAL, 1));
+  auto call = asking("question");
+  server.nextRequest();
+  const auto answer = rawRecords(kRawReply, std::string(3000, 'a'));
+  server.replies.send(answer.front());
+  server.replies.send(answer.back());
+  EXPECT_TRUE(call.result().isBrokenOff());
+}
+
+TEST_F(PeerLifeTest, HalfAMessageIsNotJoinedToTheNextRequest) {
   ServerProcess server;
-  expectServed("first");
-  server.halt();
-  RawQueue(kKey).setCapacity(kRawRecordBytes);
-  OutputCapture output(stdout);
-  EXPECT_EQ(0, m_client.send(std::string(1500, 'w')));
-  RawQueue(kKey).setCapacity(8 * kRawRecordBytes);
-  server.goOn();
-  expectServed("second");
+  for (const bool one_way : {true, false}) {
+    expectServed("first");
+    server.halt();
+    RawQueue(kKey).setCapacity(kRawRecordBytes);
+    OutputCapture output(stdout);
+    const std::string two_records(1500, 'w');
+    EXPECT_TRUE(one_way ? m_client.send(two_records) == 0 : m_client.ask(two_records).isBrokenOff());
+    RawQueue(kKey).setCapacity(8 * kRawRecordBytes);
+    server.goOn();
+    expectServed("second");
+  }
 }
 
 TEST_F(PeerLifeTest, ARequestThatALiveServerHasLostEndsTheWait) {
