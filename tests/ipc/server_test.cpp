@@ -187,6 +187,52 @@ TEST_F(ServerTest, DestroyCancelsACallbackThatBlocksAndUnwindsIt) {
   EXPECT_EQ(0, rawLife(kKey));
 }
 
+TEST_F(ServerTest, ACallbackIsReplacedBetweenTwoCallsOnly) {
+  static std::atomic<bool> released{false};
+  g_entered = false;
+  const auto wait_for_release = [](const IpcMessage*, void*) -> IpcMessage* {
+    g_entered = true;
+    waitUntil("it may go on", [] { return released.load(); });
+    return newReply("the old one's");
+  };
+  for (const int kind : {kRawRequest, kRawOneWay}) {
+    released = g_entered = false;
+    zunt_ipc_server_register_callback(m_server.handle(), wait_for_release, nullptr);
+    m_client.requests.sendMessage(kind, "ask the old one");
+    waitUntil("the callback ran", [] { return g_entered.load(); });
+    Concurrently replace([&] {
+      return zunt_ipc_server_register_callback(m_server.handle(), &Recorder::callback, &m_recorder);
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(replace.returned());
+    released = true;
+    EXPECT_EQ(0, replace.result());
+    if (kind == kRawRequest) {
+      EXPECT_EQ("the old one's", m_client.replies.takeMessage().text);
+    }
+    expectServes("by the new one");
+  }
+}
+
+TEST_F(ServerTest, WhatACallbackReturnsForAOneWayMessageStaysItsOwn) {
+  static char text[] = "mine";
+  static IpcMessage mine{4, text};
+  zunt_ipc_server_register_callback(
+      m_server.handle(), [](const IpcMessage*, void*) { return &mine; }, nullptr);
+  for (int i = 0; i < 2; ++i) m_client.notify("one way");
+  m_client.requests.waitUntilEmpty();
+  EXPECT_EQ(0, zunt_ipc_server_register_callback(m_server.handle(), &Recorder::callback, &m_recorder));
+  expectServes("next");
+}
+
+TEST_F(ServerTest, ItsQueuesAreOpenToEveryUser) {
+  for (const RawQueue* const queue : {&m_client.requests, &m_client.replies}) {
+    msqid_ds status{};
+    ASSERT_EQ(0, msgctl(queue->id(), IPC_STAT, &status));
+    EXPECT_EQ(0666, status.msg_perm.mode & 0777);
+  }
+}
+
 TEST(OtherServersTest, AnswerOnTheChannelOfTheRequestAndWithoutAReplyQueueNotAtAll) {
   Recorder recorder;
   RawQueue requests(kKey);

@@ -90,23 +90,21 @@ Section kernelLimits() {
 
 void checkServer(const QueueState& state, Section* section) {
   const Servers& servers = state.servers;
+  const std::string queue = compose("'{}': ", state.name->name);
   const std::string latest = servers.latest.text();
   if (state.isServedPlainly()) {
-    section->good(compose("'{}': served by {}, which shows no life", state.name->name, state.reader.text()));
+    section->good(queue + "served by " + state.reader.text() + ", which shows no life");
   } else if (!servers.known()) {
-    section->note(
-        compose("'{}': no server has shown its life; a plain one may serve it", state.name->name));
+    section->note(queue + "no server has shown its life; a plain one may serve it");
   } else if (servers.count > 1) {
     section->problem(
-        compose("'{}': {} servers share it and take each other's messages; the last that "
-                "started is {}",
-                state.name->name, servers.count, latest),
+        compose("{}{} servers share it and take each other's messages; the last that started is {}", queue,
+                servers.count, latest),
         compose("end all but one; 'ps -C {}' shows its likes", printable(servers.latest.name)));
   } else if (servers.alive()) {
-    section->good(compose("'{}': served by {}", state.name->name, latest));
+    section->good(queue + "served by " + latest);
   } else {
-    section->note(
-        compose("'{}': no {} process serves it now", state.name->name, nameOf(state.name->reader)));
+    section->note(compose("{}no {} process serves it now", queue, nameOf(state.name->reader)));
   }
 }
 

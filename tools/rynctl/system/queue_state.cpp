@@ -35,17 +35,17 @@ const QueueName& queueAt(key_t key) {
 }
 
 Servers serversOf(key_t request_key) {
-  constexpr int kLife = PeerLife::kLife;
   Servers servers;
   const int semaphores = semget(request_key, 0, 0);
   if (semaphores == -1) return servers;
-  servers.count = semctl(semaphores, kLife, GETVAL);
+  servers.count = semctl(semaphores, PeerLife::kLife, GETVAL);
   if (servers.count == -1 && errno == EACCES) {
     throw Failure(ExitCode::NoPeer, "the semaphores on key {} may not be read; try as root",
                   keyText(request_key));
   }
   // Starting the server was the last operation on the semaphore.
-  if (servers.alive()) servers.latest = processAt(semctl(semaphores, kLife, GETPID), std::time(nullptr));
+  const int latest = semctl(semaphores, PeerLife::kLife, GETPID);
+  if (servers.alive()) servers.latest = processAt(latest, std::time(nullptr));
   return servers;
 }
 
@@ -73,9 +73,7 @@ std::optional<QueueState> look(const QueueName& queue) {
 }
 
 Process QueueState::whoReads() const {
-  if (!name->carriesReplies()) {
-    return isServedPlainly() ? reader : servers.latest;
-  }
+  if (!name->carriesReplies()) return isServedPlainly() ? reader : servers.latest;
   // A reply is read by whoever sends the requests.
   const auto requests = look(queueAt(name->request_key));
   return requests && requests->writer.alive ? requests->writer : reader;
