@@ -190,15 +190,15 @@ TEST_F(ServerTest, DestroyCancelsACallbackThatBlocksAndUnwindsIt) {
 TEST_F(ServerTest, ACallbackIsReplacedBetweenTwoCallsOnly) {
   static std::atomic<bool> released{false};
   g_entered = false;
-  const auto wait_for_release = [](const IpcMessage*, void*) -> IpcMessage* {
+  const auto wait_for_release = [](const IpcMessage* message, void*) -> IpcMessage* {
     g_entered = true;
     waitUntil("it may go on", [] { return released.load(); });
-    return newReply("the old one's");
+    return textOf(message) == "ask" ? newReply("the old one's") : nullptr;
   };
   for (const int kind : {kRawRequest, kRawOneWay}) {
     released = g_entered = false;
     zunt_ipc_server_register_callback(m_server.handle(), wait_for_release, nullptr);
-    m_client.requests.sendMessage(kind, "ask the old one");
+    m_client.requests.sendMessage(kind, kind == kRawRequest ? "ask" : "tell");
     waitUntil("the callback ran", [] { return g_entered.load(); });
     Concurrently replace([&] {
       return zunt_ipc_server_register_callback(m_server.handle(), &Recorder::callback, &m_recorder);
