@@ -153,6 +153,17 @@ TEST_F(BrokenWaitTest, ThatOursAnswersLaterCostsNoOtherAnswer) {
   expectServed(m_client);
 }
 
+TEST_F(BrokenWaitTest, WhileTwoServersOverlapNobodyTakesItsLateAnswerForAnother) {
+  ServerProcess busy;
+  askAndBreakOff("slow", [&] { busy.waitUntilTaken(); });
+  const ServerProcess idle;
+  Concurrently next([&] { return m_client.ask("slow, too, if the idle one got it"); });
+  EXPECT_TRUE(next.result().isBrokenOff());
+  busy.release();
+  busy.kill();
+  expectServed(m_client);
+}
+
 TEST_F(BrokenWaitTest, ThatAPlainServerAnswersLaterOrNeverCostsNoOtherAnswer) {
   std::atomic<bool> taken{false};
   std::atomic<bool> released{false};
