@@ -29,25 +29,25 @@ inline constexpr int ZUNT_RYN_MAX_OTHER_KEYS = 20;
 
 /// The browser host's handlers, one slot per request of the plug-in process. Write
 /// `ZuntRynBrowserEventCallback handlers{};` and set what you serve: a request whose slot is null is
-/// answered with what its out-parameters hold on entry.
+/// answered with the values that its out-parameters would hold on entry.
 ///
 /// Handlers run on the library's receive thread, one at a time, in the order of the requests. While one
 /// runs, every later request waits. An exception that leaves a handler makes that one request fail; the
 /// thread goes on. Every pointer and reference handed to a handler is valid only during the call.
 ///
 /// A handler must not call Zunt_RYN_Browser_Initialize(), Zunt_RYN_Browser_Finalize() or the two functions
-/// that register. It may notify and ask, but then it depends on what the plug-in host does whether anybody
-/// gets any further. Three circles hang both processes for good:
+/// that register. It may notify and ask, but whether the two processes then get any further depends on what
+/// the plug-in host does. Three cycles hang both of them for good:
 ///   - a request; its handler asks a query; the query's callback makes a request, which waits for the
 ///   first;
 ///   - the same with a callback that registers or unregisters, which waits for the first request too;
 ///   - a query; its callback makes a request; the request's handler notifies or asks, which waits for the
 ///     query.
-/// A host closes none of them whose handlers hand what they have to send to another thread, and do not wait
-/// for it, as those of demo/browser_host.cpp do.
+/// Handlers that hand what they have to send to another thread, and do not wait for it, close none of these
+/// cycles; those of demo/browser_host.cpp do so.
 ///
-/// `appid` and `orgid` identify an application, `tabid` the browser tab that holds one. Out-parameters:
-/// the value on entry, which is the default answer, stands behind each slot.
+/// `appid` and `orgid` identify an application, `tabid` the browser tab that holds one. For
+/// out-parameters, "Entry" gives the value on entry, which is the default answer.
 ///
 /// The order of the slots is part of the binary interface.
 struct ZuntRynBrowserEventCallback {
@@ -109,7 +109,7 @@ struct ZuntRynBrowserEventCallback {
 ///   behind, and a later call starts afresh.
 ///
 /// Call from one thread, not from a handler. Requests are served from the server's creation on, so handlers
-/// may run before this returns. Does not block, but for a failure, which waits for a running handler.
+/// may run before this returns. Does not block, except that on failure it waits for a running handler.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_Initialize();
 
 /// Stops the browser side. Registered handlers stay registered.
@@ -123,10 +123,10 @@ HBBTV_RYN_EXPORT int Zunt_RYN_Browser_Finalize();
 /// Registers the host's handlers. All slots are replaced, null ones too.
 ///
 /// @param callbacks  copied; may be discarded after the call.
-/// @param user_data  accepted and not kept.
+/// @param user_data  accepted and ignored.
 /// @return 0.
 ///
-/// Any thread may call, but no handler. Waits for a running handler.
+/// Any thread may call, but not from a handler. Waits for a running handler.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_RegisterCallback(ZuntRynBrowserEventCallback callbacks,
                                                        const void* user_data);
 
@@ -134,7 +134,7 @@ HBBTV_RYN_EXPORT int Zunt_RYN_Browser_RegisterCallback(ZuntRynBrowserEventCallba
 ///
 /// @return 0.
 ///
-/// Any thread may call, but no handler. Waits for a running handler.
+/// Any thread may call, but not from a handler. Waits for a running handler.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_UnregisterCallback();
 
 /// @name Notifications
@@ -144,14 +144,15 @@ HBBTV_RYN_EXPORT int Zunt_RYN_Browser_UnregisterCallback();
 ///   -1  the message exceeds 16384 bytes as JSON text, or the send failed;
 ///   -3  the browser side is not started, or no plug-in process has ever run;
 ///   -4  out of memory.
-/// Any thread may call, but of a handler see ZuntRynBrowserEventCallback. Messages leave one at a time. A
+/// Any thread may call; for a handler see ZuntRynBrowserEventCallback. Messages leave one at a time. A
 /// call waits for the call before it, a query included, and up to 300 ms per record of 1025 bytes while the
 /// plug-in's queue is full.
-/// Strings are UTF-8 and travel unchanged. Bytes that are none arrive as U+FFFD or as another character.
+/// Strings are UTF-8 and travel unchanged; bytes that are not valid UTF-8 arrive as U+FFFD or as another
+/// character.
 /// @{
 
 /// The application could not be loaded: ZUNT_RYN_EVENT_APP_LOAD_ERROR.
-/// @param error  a load-error code; it travels, but the plug-in host is not told it.
+/// @param error  a load-error code; it travels, but is not passed to the plug-in host.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_SendAppLoadError(int appid, int orgid, int error);
 /// The application is loaded: ZUNT_RYN_EVENT_APP_LOADED.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_SendAppLoaded(int appid, int orgid);
@@ -163,7 +164,7 @@ HBBTV_RYN_EXPORT int Zunt_RYN_Browser_SendTopMost(int appid, int orgid, bool top
 /// The application wants to be destroyed: ZUNT_RYN_EVENT_APP_DESTROY_REQUEST.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_RequestDestroyApp(int appid, int orgid);
 /// A key event: ZUNT_RYN_EVENT_KEY_TYPE_1 to ZUNT_RYN_EVENT_KEY_TYPE_3.
-/// @param key   travels, but the plug-in host is not told it.
+/// @param key   travels, but is not passed to the plug-in host.
 /// @param type  1, 2 and 3 raise an event in the plug-in process, other values none.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_SendKey(int appid, int orgid, ZuntKey key, ZuntKeyEventType type);
 /// ZUNT_RYN_EVENT_GET_CONFIGURATION.
@@ -180,7 +181,7 @@ HBBTV_RYN_EXPORT int Zunt_RYN_Browser_OpApp_StateChange(int appid, int orgid, st
 /// @param lloc  launch location.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_OpApp_ContextChange(int appid, int orgid, std::string sloc,
                                                           std::string lloc, std::string reason);
-/// The operator application's update: ZUNT_RYN_EVENT_OPAPP_UPDATE.
+/// An event of the operator application's update: ZUNT_RYN_EVENT_OPAPP_UPDATE.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_OpApp_Update(int appid, int orgid, std::string event);
 /// @}
 
@@ -190,7 +191,7 @@ HBBTV_RYN_EXPORT int Zunt_RYN_Browser_OpApp_Update(int appid, int orgid, std::st
 ///   -1  as for notifications, or no usable answer came, or the plug-in process is gone;
 ///   -3  as for notifications, or the out-parameter is null (nothing is sent then);
 ///   -4  out of memory.
-/// Any thread may call, but a handler only at the risk that ZuntRynBrowserEventCallback tells of. A query
+/// Any thread may call, but a handler only at the risk that ZuntRynBrowserEventCallback describes. A query
 /// blocks until the plug-in host has answered, however long it takes, and every notification and query
 /// waits behind it; when the plug-in process is gone it returns within a second.
 /// @{

@@ -100,9 +100,10 @@ struct IpcServer;
 ///   reply with `delete`. Null, or a longer reply, makes the server send its failure reply. For a one-way
 ///   message the result is ignored and not released, so it should be null.
 ///
-/// The callback is not told which of the two it serves. It must not register, unregister or destroy on
-/// its own server. An exception that leaves it counts as a null result. It may be cancelled by
-/// zunt_ipc_server_destroy() at a cancellation point; its C++ frames are then unwound.
+/// The callback is not told whether it serves a request or a one-way message. It must not register or
+/// unregister a callback on its own server, nor destroy it. An exception that leaves it counts as a null
+/// result. It may be cancelled by zunt_ipc_server_destroy() at a cancellation point; its C++ frames are
+/// then unwound.
 using IpcServerCallback = IpcMessage* (*)(const IpcMessage* request, void* user_data);
 
 /// Receives the reply of zunt_ipc_client_send_sync_with_callback(), on the calling thread.
@@ -115,24 +116,24 @@ using IpcServerCallback = IpcMessage* (*)(const IpcMessage* request, void* user_
 using IpcReplyHandler = int (*)(const IpcMessage* reply, int status);
 
 // --- The record primitives -------------------------------------------------------------------------
-// Both hold no state and take no lock: the caller sees to it that a channel of a queue has one sender
+// Neither holds state or takes a lock: the caller sees to it that a channel of a queue has one sender
 // and one receiver at a time.
 
 /// Cuts a message into records and puts them on a queue.
 ///
-/// A full queue is met with sleeps of 50 ms and at most IPC_RETRY_COUNT further attempts per record
-/// (300 ms in all), after which the record is dropped; each refusal writes a line to standard output.
+/// A record that meets a full queue is sent again up to IPC_RETRY_COUNT times, after sleeps of 50 ms
+/// (300 ms in all), and is then dropped; each refusal writes a line to standard output.
 ///
 /// @param queue_id    id of the queue, from msgget().
 /// @param channel     System V message type, at least 1 (the kernel refuses 0).
 /// @param chunk_size  record payload parameter, at least 1; must equal the receiver's.
 /// @param message     the message; stays the caller's.
 /// @param kind        IPC_KIND_* for every record of the message.
-/// @return 0 when the records have been handed to the queue, also when some had to be dropped; -3 for a
+/// @return 0 when the records have been handed to the queue, even if some had to be dropped; -3 for a
 ///   null message, a message of negative length or without text, a chunk size below 1 or a negative
-///   channel; -4 when the record buffer cannot be had, after a line on standard error.
+///   channel; -4 when the record buffer cannot be allocated, after a line on standard error.
 ///
-/// Any thread may call. Blocks at most 300 ms per record. Not cancelled in mid-message.
+/// Any thread may call. Blocks at most 300 ms per record. Never cancelled in mid-message.
 HBBTV_RYN_EXPORT int ipc_snd_internal(int queue_id, long channel, int chunk_size, const IpcMessage* message,
                                       int kind);
 
@@ -152,9 +153,9 @@ HBBTV_RYN_EXPORT int ipc_snd_internal(int queue_id, long channel, int chunk_size
 ///                        it holds the joined bytes and a NUL.
 /// @param[in,out] capacity  size of `*text` in bytes. On every outcome it is the buffer's true size.
 /// @return 0 when a record with `last` set has been received; -1 when msgrcv() fails (a signal, the queue
-///   removed) or the message was larger than a record, after a line on standard error; records joined so
-///   far are lost; -3 for a null argument, a capacity below 1 or a chunk size below 1; -4 when the text
-///   buffer cannot grow.
+///   removed) or the message was larger than a record, after a line on standard error, and the records
+///   joined so far are lost; -3 for a null argument, a capacity below 1 or a chunk size below 1; -4 when
+///   the text buffer cannot grow.
 ///
 /// Any thread may call. Blocks until a message is complete. A cancellation point.
 HBBTV_RYN_EXPORT int ipc_rcv_internal(int queue_id, long channel, int chunk_size, IpcRecord* record,
@@ -188,7 +189,7 @@ HBBTV_RYN_EXPORT int zunt_ipc_client_destroy(IpcClient* client);
 ///
 /// @param client   the handle.
 /// @param message  1 to IPC_MAX_MESSAGE bytes; stays the caller's.
-/// @return 0 when the message was handed to the queue, also when a full queue made it drop records; -3
+/// @return 0 when the message was handed to the queue, even if a full queue made it drop records; -3
 ///   for a null handle or message, a length of 0 or a queue that does not exist; -1 for a length above
 ///   IPC_MAX_MESSAGE, a length without a text, a chunk size below 1, or no memory for the record.
 ///
@@ -220,8 +221,9 @@ HBBTV_RYN_EXPORT int zunt_ipc_client_send_sync_with_callback(IpcClient* client, 
 /// @param request    1 to IPC_MAX_MESSAGE bytes; stays the caller's.
 /// @param[out] reply on 0 its `text` is a NUL-terminated malloc() buffer that the caller frees; `length` is
 ///                   the reply's length after a proper reply and left as it was after a failure reply (set
-///                   it to 0 before the call and take 0 for failure). On -1 and -4 its `text` is null, save
-///                   that a request longer than IPC_MAX_MESSAGE leaves it untouched. On -3 untouched.
+///                   it to 0 before the call and take 0 for failure). On -1 and -4 its `text` is null,
+///                   except that a request longer than IPC_MAX_MESSAGE leaves it untouched. On -3
+///                   untouched.
 /// @return as zunt_ipc_client_send_sync_with_callback(); -3 also for a null `reply`.
 ///
 /// Threads and blocking as zunt_ipc_client_send_sync_with_callback().
@@ -234,9 +236,9 @@ HBBTV_RYN_EXPORT int zunt_ipc_client_send_sync_with_params(IpcClient* client, co
 /// an earlier run left on the queue are served.
 ///
 /// The receive thread blocks every signal. A message that cannot be received costs a line on standard
-/// error, one longer than any peer sends (65536 bytes) is dropped whole, and the next one is served. It
-/// ends on a stop record, on a one-way message that begins with "exit" (after the callback has seen it),
-/// and when the server is destroyed.
+/// error, one longer than 65536 bytes (with IPC_CHUNK_SIZE) is dropped whole, and the next one is served.
+/// The thread ends on a stop record, on a one-way message that begins with "exit" (after the callback has
+/// seen it), and when the server is destroyed.
 ///
 /// @param key         key of the request queue.
 /// @param channel     System V message type that is served, at least 1.
@@ -245,28 +247,28 @@ HBBTV_RYN_EXPORT int zunt_ipc_client_send_sync_with_params(IpcClient* client, co
 /// @param[out] server the handle when 0 is returned, to be released with zunt_ipc_server_destroy(); else
 ///                    untouched.
 /// @return 0; -3 for a null out-pointer, or a queue that can be neither created nor opened; -4 out of
-/// memory;
-///   -5 when the receive thread cannot be started. A server that can have no semaphore serves without: its
-///   clients wait for it as for one of another make.
+///   memory; -5 when the receive thread cannot be started. A server that cannot get its semaphores serves
+///   without them: its clients wait for it without bound, as for one that is not of this library.
 ///
 /// Any thread may call. Does not block.
 HBBTV_RYN_EXPORT int zunt_ipc_server_create(key_t key, long channel, int with_reply, int chunk_size,
                                             IpcServer** server);
 
 /// Stops the receive thread, after it has served what was waiting, and releases the server. A thread that
-/// has not stopped within a second is cancelled. The queues stay as they are.
+/// has not stopped within a second is cancelled. The queues stay as they are. Must not be called from the
+/// server's callback.
 ///
-/// @param server  the handle; not to be used afterwards. Must not be called from the server's callback.
+/// @param server  the handle; not to be used afterwards.
 /// @return 0; -3 for a null handle.
 ///
-/// Blocks up to a second (and 300 ms while the queue is full), and then until the callback reaches a
-/// cancellation point. In a forked child it does not block.
+/// Blocks up to a second (and 300 ms while the queue is full), and then until the callback returns or
+/// reaches a cancellation point. In a forked child it does not block.
 HBBTV_RYN_EXPORT int zunt_ipc_server_destroy(IpcServer* server);
 
 /// Sets the callback and its user data together. A call in progress finishes with the old pair.
 ///
 /// @param server     the handle.
-/// @param callback   serves the messages from now on; null is as none.
+/// @param callback   serves the messages from now on; null means none.
 /// @param user_data  handed to every call; stays the caller's.
 /// @return 0; -3 for a null handle.
 ///

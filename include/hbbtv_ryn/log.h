@@ -15,9 +15,9 @@
 
 #include "hbbtv_ryn/export.h"
 
-/// What a module writes, as zunt_log_getLevel() tells.
+/// What a module writes, as returned by zunt_log_getLevel().
 enum {
-  LOG_LEVEL_ERROR = 1,  ///< error records only: the list is empty, or lacks the module, or value not 1
+  LOG_LEVEL_ERROR = 1,  ///< error records only: the module is not listed, or with another value than 1
   LOG_LEVEL_INFO = 2,   ///< every record and message: the module is listed with value 1
 };
 
@@ -32,8 +32,8 @@ enum {
 };
 
 /// The last command datagram that the control thread took, all 1025 bytes of it (those past the received
-/// length are zero); zero before the first. A control thread may be writing it while you read, and takes no
-/// lock that you could take: for a debugger's eyes, not for decisions.
+/// length are zero); zero before the first. A control thread may be writing it while you read, and there is
+/// no lock to take: for a debugger's eyes, not for decisions.
 HBBTV_RYN_EXPORT extern char g_modules_info[1025];
 
 /// Starts the control thread, which reports the module list to 127.0.0.1, UDP port 54321, once a second
@@ -49,7 +49,7 @@ HBBTV_RYN_EXPORT int zunt_log_initialize(int mode);
 /// @return 0; -1 for any other mode.
 HBBTV_RYN_EXPORT int zunt_log_finalize(int mode);
 
-/// @param module  a module name; null is as not listed.
+/// @param module  a module name; null counts as not listed.
 /// @return LOG_LEVEL_INFO when the module is listed with value 1, else LOG_LEVEL_ERROR.
 HBBTV_RYN_EXPORT int zunt_log_getLevel(const char* module);
 
@@ -59,10 +59,10 @@ HBBTV_RYN_EXPORT int zunt_log_getLevel(const char* module);
 ///
 /// @param type      LOG_TYPE_*.
 /// @param module    the writing module.
-/// @param file      source file; only what follows its last '/' is written. Null is as empty.
-/// @param function  function name. Null is as empty.
+/// @param file      source file; only what follows its last '/' is written. Null counts as empty.
+/// @param function  function name. Null counts as empty.
 /// @param line      source line.
-/// @param key       name of the value, for LOG_TYPE_INT and LOG_TYPE_STRING. Null is as empty.
+/// @param key       name of the value, for LOG_TYPE_INT and LOG_TYPE_STRING. Null counts as empty.
 /// @param value     LOG_TYPE_INT: points to an int; LOG_TYPE_STRING: a NUL-terminated string. A null value
 ///                  writes 0 or the empty string. Read during the call only.
 HBBTV_RYN_EXPORT void zunt_log_print(int type, const char* module, const char* file, const char* function,

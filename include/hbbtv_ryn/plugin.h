@@ -13,8 +13,8 @@
 
 #include "hbbtv_ryn/export.h"
 
-/// What the browser process reports or asks. Behind each value stands the member of ZuntRynEventCallback
-/// that is called for it. Other values may be registered and are never raised.
+/// What the browser process reports or asks. The member of ZuntRynEventCallback that is called for it is
+/// noted with each value. Other values may be registered and are never raised.
 enum ZuntRynEvent : int {
   ZUNT_RYN_EVENT_APP_LOAD_ERROR = 1,           ///< onApp
   ZUNT_RYN_EVENT_APP_LOADED = 2,               ///< onApp
@@ -42,15 +42,15 @@ enum ZuntRynEvent : int {
 /// exception that leaves a callback costs that one message: the event is dropped, the query fails.
 ///
 /// A callback must not call Zunt_RYN_Plugin_Finalize(). A notification callback may make requests, register
-/// and unregister. So may a query callback, but the browser process waits for it, and then it depends on
-/// what the browser host does whether anybody gets any further. Three circles hang both processes for good:
+/// and unregister. So may a query callback, but the browser process waits for it, and whether the two
+/// processes then get any further depends on what the browser host does. Three cycles hang both for good:
 ///   - a request; the browser's handler asks a query; the query's callback makes a request, which waits for
 ///     the first;
 ///   - the same with a callback that registers or unregisters, which waits for the first request too;
 ///   - a query; its callback makes a request; the browser's handler notifies or asks, which waits for the
 ///     query.
-/// A host closes none of them whose query callbacks answer from what they know, and leave requests and
-/// registrations to another thread without waiting for it.
+/// Query callbacks that answer from what they know, and leave requests and registrations to another thread
+/// without waiting for it, close none of these cycles.
 union ZuntRynEventCallback {
   /// `user_data` is always null.
   void (*onApp)(int appid, int orgid, void* user_data);
@@ -69,13 +69,13 @@ union ZuntRynEventCallback {
 /// @return 0, also when already started; -3 when a queue can be neither created nor opened; -4 out of
 ///   memory; -5 when a receive thread cannot be started. On failure nothing is left behind.
 ///
-/// Call from one thread. Waits for a request in progress. From a callback that is running while another
-/// thread stops the endpoint it returns 0 and starts nothing.
+/// Call from one thread. Waits for a request in progress. Called from a callback while another thread stops
+/// the endpoint, it returns 0 and starts nothing.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_Initialize();
 
 /// Stops the plug-in side. Registered callbacks stay registered.
 ///
-/// @return 0, also when not started; else the result of the last release that was made.
+/// @return 0, also when not started; otherwise the result of the last release that was made.
 ///
 /// Call from one thread, not from a callback. Waits for a request in progress and until running callbacks
 /// have returned. Requests that are made meanwhile fail with -3.
@@ -85,11 +85,11 @@ HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_Finalize();
 /// event first.
 ///
 /// @param event     the event; an unknown value is accepted and never raised.
-/// @param callback  copied; the member that fits the event must be set. Null takes the event's place as any
-///                  other does, and is never called.
+/// @param callback  copied; the member that fits the event must be set. Null takes the event's place like
+///                  any other, and is never called.
 /// @return 0; -4 out of memory.
 ///
-/// Any thread may call; a query callback see ZuntRynEventCallback. Waits for a request in progress.
+/// Any thread may call; for a query callback see ZuntRynEventCallback. Waits for a request in progress.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_RegisterRynEventCallback(ZuntRynEvent event,
                                                               ZuntRynEventCallback callback);
 
@@ -97,7 +97,7 @@ HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_RegisterRynEventCallback(ZuntRynEvent event
 ///
 /// @return 0.
 ///
-/// Any thread may call; a query callback see ZuntRynEventCallback. Waits for a request in progress.
+/// Any thread may call; for a query callback see ZuntRynEventCallback. Waits for a request in progress.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_UnRegisterRynEventCallback(ZuntRynEvent event);
 
 /// @name Requests
@@ -107,16 +107,16 @@ HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_UnRegisterRynEventCallback(ZuntRynEvent eve
 ///   -1  the request exceeds 16384 bytes as JSON text or the send failed; for a question also: no usable
 ///       answer came, or the browser process is gone;
 ///   -3  the plug-in side is not started, or no browser process has ever run, or an argument is refused as
-///       said below (nothing is sent then);
+///       noted below (nothing is sent then);
 ///   -4  out of memory.
-/// Out-parameters are set only when 0 is returned, and must not be null where nothing else is said.
-/// Any thread may call, callbacks of this library included, but of a query callback see
+/// Out-parameters are set only when 0 is returned, and must not be null unless noted otherwise.
+/// Any thread may call, including from callbacks of this library, but for a query callback see
 /// ZuntRynEventCallback. An exit handler may call, too. One request is served at a time, and a call waits
 /// for the calls before it. A command blocks up to 300 ms per record of 1025 bytes while the browser's
 /// queue is full. A question blocks until the browser host has answered, however long it takes; when the
 /// browser process is gone it returns within a second. `appid` and `orgid` identify an application, `tabid`
-/// the browser tab that holds one. Strings are UTF-8 and travel unchanged. Bytes that are none arrive as
-/// U+FFFD or as another character.
+/// the browser tab that holds one. Strings are UTF-8 and travel unchanged; bytes that are not valid UTF-8
+/// arrive as U+FFFD or as another character.
 /// @{
 
 /// Which application owns this one?
@@ -129,7 +129,7 @@ HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetCurrentApp(int* appid, int* orgid);
 /// @param[out] appidArray,orgidArray  room for as many entries as the browser lists: at most
 ///                     512 (ZUNT_RYN_MAX_CHILD_APPS of browser.h), and no more are stored. An entry
 ///                     that the answer does not hold whole is left as it was.
-/// @param[out] appNum  the number of children as the browser told it.
+/// @param[out] appNum  the number of children that the browser gave.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetChildApps(int appid, int orgid, int* appidArray, int* orgidArray,
                                                   int* appNum);
 /// Creates an application on behalf of (appid, orgid).
@@ -164,7 +164,7 @@ HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetValue(int appid, int orgid, int* value);
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetMaxiMumValue(int appid, int orgid, int* maxvalue);
 /// Which keys outside the bit mask has the key set?
 /// @param[out] otherKeys  room for 20 entries. Null: -1 after the exchange, with `*num` as received.
-/// @param[out] num        the number of keys, at most 20; 0 or negative as the browser host told it.
+/// @param[out] num        the number of keys, at most 20; 0 or negative if the browser host gave that.
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetOtherKeys(int appid, int orgid, int* otherKeys, int* num);
 /// Which keys outside the bit mask may it have at most? As Zunt_RYN_Plugin_GetOtherKeys().
 HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_GetMaxiMumOtherKeys(int appid, int orgid, int* otherKeys, int* num);

@@ -13,7 +13,7 @@
 
 #include "hbbtv_ryn/export.h"
 
-/// Adds an entry behind the others, unless a look-up of its key already yields this value.
+/// Adds an entry after the others, unless a look-up of its key already yields this value.
 ///
 /// A null value is therefore added only where the look-up yields another value, and is then hidden behind
 /// it. A key that is registered with another value gets a second entry; look-ups keep yielding the older
