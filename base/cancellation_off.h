@@ -19,6 +19,14 @@ class CancellationOff {
   int before_ = PTHREAD_CANCEL_ENABLE;
 };
 
+/// The same for a whole call, which a cancellation that is pending ends before it begins.
+struct Uncancelled {
+  struct Before {
+    Before() { pthread_testcancel(); }
+  } before;
+  const CancellationOff off{};
+};
+
 }  // namespace hbbtv_ryn
 
 #endif  // HBBTV_RYN_BASE_CANCELLATION_OFF_H

@@ -1,4 +1,3 @@
-#include <pthread.h>
 #include <sys/msg.h>
 
 #include <algorithm>
@@ -9,20 +8,18 @@
 #include <thread>
 
 #include "base/cancellation_off.h"
-#include "ipc/host_call.h"
+#include "base/host_call.h"
 #include "ipc/peer_life.h"
 #include "ipc/record.h"
 #include "ipc/reply_watch.h"
 
 using namespace std::chrono_literals;
-using hbbtv_ryn::CancellationOff;
 using hbbtv_ryn::JoinedText;
 using hbbtv_ryn::MallocPtr;
 using Clock = std::chrono::steady_clock;
 
 namespace {
 
-constexpr int kUnopened = -1;
 // How long records may lie where nobody of ours serves, until they show that nobody serves at all.
 constexpr auto kOfferTime = 250ms;
 // How long nothing is offered after that.
@@ -30,15 +27,6 @@ constexpr auto kRefusalTime = 1s;
 // How long the servers of a restart may overlap. A count of lives that stays above one is a stranger's
 // doing, or a mistake that must not cost every request.
 constexpr auto kOverlapTime = 3s;
-
-// A cancellation takes effect before a call begins, or after it: inside, it would cost an answer or a part
-// of a message, and with it the order of all that follow.
-struct Uncancelled {
-  struct Before {
-    Before() { pthread_testcancel(); }
-  } before;
-  const CancellationOff off{};
-};
 
 char no_text[] = "";
 // A record that every server takes and none answers.
@@ -88,6 +76,7 @@ struct IpcClient {
   bool mayOffer();
   bool isTaken();
   bool emptiesSoon();
+  bool refuse();
   int awaitAnswer(JoinedText* text);
 
   const key_t key_;
@@ -98,10 +87,9 @@ struct IpcClient {
   // Guards everything below, and is held across a whole exchange: the wire matches answers to requests by
   // order alone, so one request per handle is out at a time.
   std::mutex lock_;
-  int request_queue_ = kUnopened;
-  int reply_queue_ = kUnopened;
-  // For every record that is sent or received; made by the first send.
-  MallocPtr<IpcRecord> record_;
+  int request_queue_ = -1;  // each of them until it has been opened
+  int reply_queue_ = -1;
+  MallocPtr<IpcRecord> record_;  // for all that is sent and received; made by the first send
 
   hbbtv_ryn::PeerLife life_;
   hbbtv_ryn::ReplyWatch::Ptr watch_;
@@ -164,6 +152,7 @@ void IpcClient::lookWhoReads() {
   }
   // Life does not fall without a death.
   if (reader_ == Reader::kOurs && deaths_ == *deaths) return;
+  if (deaths_ != *deaths) several_since_.reset();  // those that overlapped then are not those of now
   deaths_ = *deaths;
   const auto life = life_.life();
   noteLife(life);
@@ -246,10 +235,7 @@ bool IpcClient::put(const IpcMessage& message, int kind) {
 bool IpcClient::mayOffer() {
   while (reader_ == Reader::kNobody) {
     if (Clock::now() < refused_until_) return false;
-    if (!emptiesSoon()) {
-      refused_until_ = Clock::now() + kRefusalTime;
-      return false;
-    }
+    if (!emptiesSoon()) return refuse();
     if (life_.life() == 0 && life_.deaths() == deaths_) {
       // The last words of the dead.
       hbbtv_ryn::discardWaiting(reply_queue_, channel_);
@@ -265,8 +251,7 @@ bool IpcClient::mayOffer() {
 bool IpcClient::isTaken() {
   if (!emptiesSoon() && msgrcv(request_queue_, record_.get(), hbbtv_ryn::recordPayloadBytes(chunk_size_),
                                channel_, IPC_NOWAIT | MSG_NOERROR) >= 0) {
-    refused_until_ = Clock::now() + kRefusalTime;
-    return false;
+    return refuse();
   }
   // Life first: if a server of ours has taken the record and was dead by then, the deaths tell.
   const auto life = life_.life();
@@ -276,6 +261,11 @@ bool IpcClient::isTaken() {
   }
   reader_ = life == 0 ? Reader::kPlain : Reader::kOurs;
   return true;
+}
+
+bool IpcClient::refuse() {
+  refused_until_ = Clock::now() + kRefusalTime;
+  return false;
 }
 
 bool IpcClient::emptiesSoon() {
@@ -324,14 +314,14 @@ int zunt_ipc_client_destroy(IpcClient* client) {
 
 int zunt_ipc_client_send(IpcClient* client, const IpcMessage* message) {
   if (client == nullptr || message == nullptr || message->length == 0) return -3;
-  const Uncancelled call{};
+  const hbbtv_ryn::Uncancelled call{};
   return client->sendOneWay(*message);
 }
 
 int zunt_ipc_client_send_sync_with_callback(IpcClient* client, const IpcMessage* request,
                                             IpcReplyHandler handler) {
   if (client == nullptr || request == nullptr || request->length == 0 || !client->canAsk()) return -3;
-  const Uncancelled call{};
+  const hbbtv_ryn::Uncancelled call{};
   return client->sendSync(*request, [&](bool proper, int32_t length, MallocPtr<char>& text) {
     const IpcMessage reply{length, text.get()};
     if (proper && handler != nullptr) hbbtv_ryn::returnsNormally([&] { handler(&reply, 0); });
@@ -341,7 +331,7 @@ int zunt_ipc_client_send_sync_with_callback(IpcClient* client, const IpcMessage*
 int zunt_ipc_client_send_sync_with_params(IpcClient* client, const IpcMessage* request, IpcMessage* reply) {
   if (client == nullptr || request == nullptr || request->length == 0 || !client->canAsk()) return -3;
   if (reply == nullptr) return -3;
-  const Uncancelled call{};
+  const hbbtv_ryn::Uncancelled call{};
   return client->sendSync(*request, [&](bool proper, int32_t length, MallocPtr<char>& text) {
     if (proper) reply->length = length;
     reply->text = text.release();

@@ -48,7 +48,6 @@ class PeerLife {
   std::optional<int> deaths() { return value(kDeaths); }
   std::optional<int> life() { return value(kLife); }
 
-  /// The places of the semaphores in the set.
   static constexpr unsigned short kLife = 0;
   static constexpr unsigned short kDeaths = 1;
 

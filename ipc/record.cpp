@@ -1,13 +1,14 @@
 #include "ipc/record.h"
 
 #include <sys/msg.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <thread>
 
 #include "base/cancellation_off.h"
 
@@ -19,7 +20,7 @@ static_assert(sizeof(long) != 4 || sizeof(IpcRecord) == 1060, "the record of the
 static_assert(recordPayloadBytes(IPC_CHUNK_SIZE) == IPC_CHUNK_SIZE + 32);
 
 constexpr std::size_t kHeaderBytes = offsetof(IpcRecord, data) - sizeof(long);
-constexpr useconds_t kResendPauseMicroseconds = 50000;
+constexpr std::chrono::milliseconds kResendPause{50};  // in full, whatever signals come
 
 void reportReceiveError(int error) {
   std::fprintf(stderr, "SERVER msgrcv res:%d, errno:%d, strerror:%s\n", -1, error, std::strerror(error));
@@ -144,10 +145,10 @@ bool putRecord(int queue_id, int chunk_size, const IpcRecord& record) {
   const std::size_t payload = recordPayloadBytes(chunk_size);
   if (msgsnd(queue_id, &record, payload, IPC_NOWAIT) == 0) return true;
   const bool full = errno == EAGAIN;
-  usleep(kResendPauseMicroseconds);
+  std::this_thread::sleep_for(kResendPause);
   if (full) std::puts("\n###### msgsnd EAGAIN ######");
   for (int resend = 0; resend < IPC_RETRY_COUNT; ++resend) {
-    usleep(kResendPauseMicroseconds);
+    std::this_thread::sleep_for(kResendPause);
     if (msgsnd(queue_id, &record, payload, IPC_NOWAIT) == 0) return true;
     if (errno == EAGAIN) std::puts("\n###### resend msgsnd EAGAIN ######");
   }

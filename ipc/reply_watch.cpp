@@ -76,7 +76,7 @@ void ReplyWatch::run() {
     // A short exchange is over when this is, and has cost no more than the waking.
     changed_.wait_for(lock, kTick, [this] { return stop_; });
     ticked_ = true;
-    if (waiting_ && !over_ && !stop_) look();
+    if (waiting_ && !stop_) look();
   }
 }
 
@@ -85,7 +85,8 @@ void ReplyWatch::look() {
   const auto deaths = life_->deaths();
   if (!deaths) return;  // somebody has removed the set: nothing can be told any more
   if (*deaths == deaths_ && life_->life() != 0) return;
-  over_ = msgsnd(reply_queue_, &channel_, 0, IPC_NOWAIT) == 0;
+  // Again at each look: another handle on the queue may have taken the last one.
+  if (msgsnd(reply_queue_, &channel_, 0, IPC_NOWAIT) == 0) over_ = true;
 }
 
 }  // namespace hbbtv_ryn

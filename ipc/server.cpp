@@ -1,6 +1,7 @@
 #include "ipc/server.h"
 
 #include <pthread.h>
+#include <sched.h>
 #include <sys/msg.h>
 
 #include <chrono>
@@ -12,8 +13,8 @@
 
 #include "base/cancellation_off.h"
 #include "base/fork_count.h"
+#include "base/host_call.h"
 #include "base/signal_free_thread.h"
-#include "ipc/host_call.h"
 #include "ipc/peer_life.h"
 #include "ipc/record.h"
 
@@ -53,14 +54,17 @@ struct IpcServer {
 
   // Opens the queues and starts the thread. The result is that of zunt_ipc_server_create().
   int start();
-  // Ends the thread. To be called once, after start() has succeeded.
-  void stop();
+  // Ends the thread. To be called once, after start() has succeeded. False on that thread itself, which
+  // goes on: a handler ends the process.
+  bool stop();
   void setCallback(IpcServerCallback callback, void* user_data);
 
  private:
   enum class Next { kReceive, kStop };
 
   bool openQueues();
+  bool begin();
+  bool isOnItsThread() const { return pthread_equal(pthread_self(), receiver_) != 0; }
   void receiveLoop();
   Next serve(IpcRecord* record, JoinedText* text);
   Next serveOneWay(const IpcMessage& message);
@@ -78,13 +82,15 @@ struct IpcServer {
   int request_queue_ = -1;
   int reply_queue_ = -1;
   pthread_t thread_{};
-  unsigned forks_ = 0;
+  const unsigned forks_ = hbbtv_ryn::forkCount();
   hbbtv_ryn::ServerLife life_;  // ended by the receive thread: nobody answers once it is gone
 
-  // Guards `running_`. Written by the receive thread when it leaves, read by the destroyer.
+  // Guards what the receive thread tells of its beginning and end.
   std::mutex end_lock_;
-  std::condition_variable ended_;
+  std::condition_variable changed_;
+  bool began_ = false;
   bool running_ = true;
+  pthread_t receiver_{};  // fixed once it has begun
 
   // Guards the callback, of either form, and its user data. Held during every call and the sending of its
   // reply.
@@ -95,31 +101,54 @@ struct IpcServer {
 };
 
 int IpcServer::start() {
-  // Before the queues: a client that finds them must not find the server dead.
-  if (channel_ == hbbtv_ryn::kProtectedChannel) life_.begin(key_);
-  if (!openQueues()) return -3;
-  forks_ = hbbtv_ryn::forkCount();
   const auto entry = [](void* self) -> void* {
     static_cast<IpcServer*>(self)->receiveLoop();
     return nullptr;
   };
-  return hbbtv_ryn::createSignalFreeThread(&thread_, nullptr, entry, this) == 0 ? 0 : -5;
+  if (hbbtv_ryn::createSignalFreeThread(&thread_, nullptr, entry, this) != 0) return -5;
+  {
+    std::unique_lock<std::mutex> guard(end_lock_);
+    changed_.wait(guard, [this] { return began_ || !running_; });
+    if (began_) return 0;
+  }
+  pthread_join(thread_, nullptr);
+  return -3;
 }
 
-void IpcServer::stop() {
-  if (forks_ != hbbtv_ryn::forkCount()) return;  // the thread is the parent's, who goes on serving
+// On the receive thread. False when a queue cannot be had.
+bool IpcServer::begin() {
+  // What the kernel takes back is then this thread's alone, and is taken back also when the process goes on
+  // as another program.
+  unshare(CLONE_SYSVSEM);
+  // Before the queues: a client that finds them must not find the server dead.
+  if (channel_ == hbbtv_ryn::kProtectedChannel) life_.begin(key_);
+  if (!openQueues()) return false;
+  const std::lock_guard<std::mutex> guard(end_lock_);
+  receiver_ = pthread_self();
+  began_ = true;
+  changed_.notify_one();
+  return true;
+}
+
+bool IpcServer::stop() {
+  if (forks_ != hbbtv_ryn::forkCount()) return true;  // the thread is the parent's, who goes on serving
+  if (isOnItsThread()) return false;
   char no_text[] = "";
   const IpcMessage stop{0, no_text};
   ipc_snd_internal(request_queue_, channel_, chunk_size_, &stop, IPC_KIND_STOP);
   {
     std::unique_lock<std::mutex> guard(end_lock_);
-    if (!ended_.wait_for(guard, kStopPatience, [this] { return !running_; })) pthread_cancel(thread_);
+    if (!changed_.wait_for(guard, kStopPatience, [this] { return !running_; })) pthread_cancel(thread_);
   }
   pthread_join(thread_, nullptr);
+  return true;
 }
 
 void IpcServer::setCallback(IpcServerCallback callback, void* user_data) {
-  const std::lock_guard<std::mutex> guard(lock_);
+  // In a forked child nobody calls it, and the parent's thread may have held the lock.
+  if (forks_ != hbbtv_ryn::forkCount()) return;
+  // A handler that ends the process has the lock.
+  const auto guard = isOnItsThread() ? std::unique_lock<std::mutex>() : std::unique_lock<std::mutex>(lock_);
   kind_callback_ = nullptr;
   callback_ = callback;
   user_data_ = user_data;
@@ -138,7 +167,7 @@ void IpcServer::receiveLoop() {
     IpcServer* server;
     ~Leave() { server->leave(); }
   } leave_at_end{this};
-  if (!hbbtv_ryn::isChunkSize(chunk_size_)) return;
+  if (!begin() || !hbbtv_ryn::isChunkSize(chunk_size_)) return;
   const auto record = hbbtv_ryn::newRecord(chunk_size_);
   JoinedText text;
   if (!record || !text.allocate(chunk_size_)) return;
@@ -159,7 +188,11 @@ IpcServer::Next IpcServer::serve(IpcRecord* record, JoinedText* text) {
   if (record->last != 1) return Next::kReceive;
   const IpcMessage message{hbbtv_ryn::reportedLength(*record, text), text->bytes.get()};
   if (record->kind == IPC_KIND_ONEWAY) return serveOneWay(message);
-  if (record->kind == IPC_KIND_REQUEST) serveRequest(message, record);
+  if (record->kind == IPC_KIND_REQUEST) {
+    // Served, as the format says; but its requester must not take the answer for one to the whole of it.
+    if (text->length != record->total_length) life_.noteLoss();
+    serveRequest(message, record);
+  }
   return Next::kReceive;
 }
 
@@ -206,7 +239,7 @@ void IpcServer::leave() {
   life_.end();
   const std::lock_guard<std::mutex> guard(end_lock_);
   running_ = false;
-  ended_.notify_one();
+  changed_.notify_one();
 }
 
 int hbbtv_ryn::createServer(key_t key, long channel, int with_reply, int chunk_size, ServeCallback callback,
@@ -227,8 +260,7 @@ int zunt_ipc_server_create(key_t key, long channel, int with_reply, int chunk_si
 int zunt_ipc_server_destroy(IpcServer* server) {
   if (server == nullptr) return -3;
   const hbbtv_ryn::CancellationOff off;
-  server->stop();
-  delete server;
+  if (server->stop()) delete server;
   return 0;
 }
 

@@ -118,6 +118,69 @@ const ChildRole kAsker("asker", [](Parent& parent) {
   return 0;
 });
 
+const ChildRole kExecutor("executor", [](Parent& parent) {
+  const Server server(&echo);
+  parent.say("up");
+  parent.hear();
+  execlp("sleep", "sleep", "60", nullptr);
+  return 1;
+});
+
+TEST_F(HostTest, AServerWhoseProcessGoesOnAsAnotherProgramIsDead) {
+  ChildProcess host(kExecutor);
+  EXPECT_EQ("up", host.hear());
+  expectServed(3);
+  host.say("execute");
+  waitUntil("its life had ended", [] { return rawLife(kKey) == 0; });
+  Concurrently call([&] { return m_client.ask("anybody?"); });
+  EXPECT_TRUE(call.result().isBrokenOff());
+}
+
+IpcServer* g_server = nullptr;
+
+const ChildRole kEndsInAHandler("ends in a handler", [](Parent&) {
+  zunt_ipc_server_create(kKey, kChannel, 1, IPC_CHUNK_SIZE, &g_server);
+  std::atexit([] {
+    zunt_ipc_server_unregister_callback(g_server);
+    zunt_ipc_server_destroy(g_server);
+  });
+  zunt_ipc_server_register_callback(
+      g_server, [](const IpcMessage*, void*) -> IpcMessage* { std::exit(7); }, nullptr);
+  for (;;) pause();
+  return 0;
+});
+
+TEST_F(HostTest, AHandlerMayEndTheProcess) {
+  ChildProcess host(kEndsInAHandler);
+  waitUntil("it serves", [] { return rawLife(kKey) == 1; });
+  Concurrently call([&] { return m_client.ask("end"); });
+  EXPECT_TRUE(call.result().isBrokenOff());
+  EXPECT_EQ(7, host.wait());
+}
+
+TEST_F(HostTest, AChildForkedInAHandlerCanStopItsCopy) {
+  static Server* server = nullptr;
+  const auto forkAndAnswer = [](const IpcMessage*, void*) -> IpcMessage* {
+    const pid_t child = fork();
+    if (child == 0) {
+      std::thread stopper([] {
+        zunt_ipc_server_unregister_callback(server->handle());
+        server->destroy();
+        _exit(0);
+      });
+      stopper.join();
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    return newReply(status == 0 ? "stopped" : "hung");
+  };
+  Server parents(forkAndAnswer);
+  server = &parents;
+  if (!forkedChildrenMayStartThreads()) GTEST_SKIP();
+  Concurrently call([&] { return m_client.ask("fork"); });
+  EXPECT_TRUE(call.result().isProper("stopped"));
+}
+
 TEST_F(HostTest, ASlowRequestSurvivesThatEitherProcessIsStoppedForAWhile) {
   ServerProcess server;
   ChildProcess asker(kAsker);

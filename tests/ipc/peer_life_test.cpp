@@ -194,6 +194,17 @@ TEST_F(PeerLifeTest, AnAnswerWithAGapIsNoAnswer) {
   EXPECT_TRUE(call.result().isBrokenOff());
 }
 
+TEST_F(PeerLifeTest, AServerThatHasPartOfARequestSaysSo) {
+  const Server server(&echo);
+  expectServed("first");
+  const int set = semget(kKey, 0, 0);
+  const int before = semctl(set, 1, GETVAL);
+  RawPeer peer(kKey);
+  peer.requests.send(rawRecords(kRawRequest, std::string(1500, 'p')).back());
+  peer.replies.take();
+  EXPECT_EQ(before + 1, semctl(set, 1, GETVAL));
+}
+
 TEST_F(PeerLifeTest, HalfAMessageIsNotJoinedToTheNextRequest) {
   ServerProcess server;
   for (const bool one_way : {true, false}) {

@@ -1,6 +1,6 @@
 // Calls into host code, whose exceptions must not leave a function or a thread of the library.
-#ifndef HBBTV_RYN_IPC_HOST_CALL_H
-#define HBBTV_RYN_IPC_HOST_CALL_H
+#ifndef HBBTV_RYN_BASE_HOST_CALL_H
+#define HBBTV_RYN_BASE_HOST_CALL_H
 
 #include <cxxabi.h>
 
@@ -22,4 +22,4 @@ bool returnsNormally(Call&& call) {
 
 }  // namespace hbbtv_ryn
 
-#endif  // HBBTV_RYN_IPC_HOST_CALL_H
+#endif  // HBBTV_RYN_BASE_HOST_CALL_H
