@@ -38,7 +38,8 @@ ExitCode run(int argc, char** argv) {
 
   Action action;
   for (const auto& add : {&addListCommands, &addCallCommands, &addServeCommands, &addQueueCommands,
-                          &addMonitorCommand, &addDoctorCommand, &addLogCommand}) {
+                          &addMonitorCommand, &addReportCommand, &addReplayCommand, &addDoctorCommand,
+                          &addLogCommand}) {
     add(app, action);
   }
   app.footer(kFooter);  // commands made later would inherit it

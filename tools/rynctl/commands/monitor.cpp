@@ -79,21 +79,26 @@ ExitCode monitor(const Options& options) {
   const Interrupt interrupt;
   const UdpPort traces(trace::kPort, "watch");
   const LogControl control;
+  std::map<pid_t, std::string> names;
   TraceView view({options.glob, options.slow, options.errors});
   {
     TraceSwitch traced(control);
     const auto patient_until = Clock::now() + kReportPatience;
     bool told = false;
-    while (!interrupt.raised() && std::ferror(output()) == 0) {
+    bool ended = false;
+    while (!ended && std::ferror(output()) == 0) {
       awaitInput({interrupt.descriptor(), traces.descriptor(), control.descriptor()}, Clock::now() + kLook);
+      ended = interrupt.raised();  // what has been sent by then is taken
       if (const auto report = control.take()) traced.take(*report);
       if (!told && !traced.sees() && Clock::now() > patient_until) {
         told = true;
         remark("no process reports yet; one does after zunt_log_initialize(1)");
       }
       while (const auto datagram = traces.take(trace::kMaxDatagram + 1)) {
-        const auto event = parseTrace(datagram->bytes);
+        auto event = parseTrace(datagram->bytes);
         if (!event) continue;
+        if (names.count(event->pid) == 0) names[event->pid] = processAt(event->pid, std::time(nullptr)).name;
+        event->process = names[event->pid];
         if (file.is_open()) file << oneLine(jsonOf(*event)) << '\n';
         view.take(*event);
       }

@@ -1,8 +1,11 @@
 #include "tools/rynctl/text/trace_datagram.h"
 
 #include <charconv>
+#include <cmath>
 
 #include "ipc/protocol/catalogue.h"
+#include "tools/catalogue/catalogue_text.h"
+#include "tools/rynctl/text/message_build.h"
 #include "tools/rynctl/text/output.h"
 
 namespace hbbtv_ryn::rynctl {
@@ -105,8 +108,37 @@ Json::Value jsonOf(const TraceEvent& event) {
   if (event.handling) value["handling"] = Json::Int64{*event.handling};
   if (event.drop != trace::Drop::kNone) value["drop"] = wordOf(event.drop, trace::kDropNames);
   if (event.result != 0) value["result"] = event.result;
+  if (!event.process.empty()) value["process"] = event.process;
   value["text"] = event.text;
   return value;
+}
+
+TraceEvent savedTrace(const std::string& where, const Json::Value& saved) {
+  // A time span of this many microseconds and its double are the same.
+  constexpr double kMostTime = 9.0e15;
+  TraceEvent event;
+  for (const std::string& name : saved.getMemberNames()) {
+    const Json::Value& value = saved[name];
+    bool good = true;
+    if (name == "text" || name == "process") {
+      good = value.isString();
+      if (good) (name == "text" ? event.text : event.process) = value.asString();
+    } else if (name == "time") {
+      const double time = value.isNumeric() ? value.asDouble() * kPerSecond : -1;
+      good = time >= 0 && time <= kMostTime;
+      if (good) event.time = std::llround(time);
+    } else {
+      good = value.isConvertibleTo(Json::stringValue) && readField(name, value.asString(), &event);
+    }
+    if (!good) failMalformed(where, printable(name) + " is none of a trace: " + printable(oneLine(value)));
+  }
+  for (const auto& duration : {event.waited, event.handling}) {
+    if (duration && (*duration < 0 || static_cast<double>(*duration) > kMostTime)) {
+      failMalformed(where, compose("nothing takes {} us", *duration));
+    }
+  }
+  if (event.pid <= 0 || event.sequence == 0) failMalformed(where, "no trace: its pid or its seq is missing");
+  return event;
 }
 
 }  // namespace hbbtv_ryn::rynctl

@@ -29,6 +29,7 @@ struct TraceEvent {
   trace::Drop drop = trace::Drop::kNone;
   int result = 0;
   std::string text;  // with trace::kCutMark at its end when it was cut
+  std::string process;  // its name, where somebody has looked it up
 
   bool isAnswer() const { return kind == trace::Kind::kReply || kind == trace::Kind::kFailure; }
   bool isProblem() const {
@@ -39,7 +40,10 @@ struct TraceEvent {
 /// Nothing when the datagram is none of a traced process. Fields that are not known are passed over.
 std::optional<TraceEvent> parseTrace(std::string_view datagram);
 
+/// The form in which a trace is saved.
 Json::Value jsonOf(const TraceEvent& event);
+/// The trace that was saved so. Throws Failure (Malformed) that begins with `where`.
+TraceEvent savedTrace(const std::string& where, const Json::Value& saved);
 
 template <typename Word, std::size_t Count>
 const char* wordOf(Word word, const char* const (&names)[Count]) {
