@@ -8,7 +8,7 @@
 export CCACHE_BASEDIR = $(CURDIR)
 export CCACHE_NOHASHDIR = 1
 
-install = @cmake/install-dependencies.sh
+install = @scripts/install-dependencies.sh
 sources = git ls-files '*.h' '*.cpp'
 
 # $(call configure,PRESET)
@@ -34,7 +34,7 @@ help: ## Show this list
 demo: ## Watch a browser process and a plug-in process talk
 	$(install) build check
 	$(call build,dev,browser_host plugin_host rynctl)
-	@examples/run_demo.sh build/dev/bin
+	@demo/run.sh build/dev/bin
 
 check: ## Build everything and run the tests
 	$(install) build check
@@ -54,9 +54,9 @@ check-armhf: ## Cross-build everything for 32-bit ARM and run the tests under em
 
 package: ## Make the Debian packages for this machine's architecture and for armhf, in build/packages
 	$(install) build check armhf package
-	$(call build,release,hbbtv_ryn rynctl)
+	$(call build,release,hbbtv_ryn man_page)
 	@cpack --preset release
-	$(call build,armhf,hbbtv_ryn rynctl)
+	$(call build,armhf,hbbtv_ryn man_page)
 	@cpack --preset armhf
 
 check-package: package ## Install the packages into a fresh root and build a stranger's hosts there
@@ -107,7 +107,7 @@ soak: ## Thirty minutes of normal traffic with restarts
 docs: ## Print the message tables of docs/protocol.md from the catalogue
 	$(install) build check
 	$(call build,dev,print_messages)
-	@build/dev/bin/print_messages --update docs/protocol.md
+	@scripts/page_section.py --update docs/protocol.md build/dev/bin/print_messages
 
 format: ## Put the sources into shape
 	$(install) lint
@@ -117,10 +117,14 @@ check-format: ## Fail when a source is not in shape
 	$(install) lint
 	@$(sources) | xargs clang-format --dry-run --Werror
 
-lint: ## Run clang-tidy over every source of the product
-	$(install) build check lint
+lint: ## Run clang-tidy over every source that is compiled
+	$(install) build check lint bench fuzz
 	$(call configure,dev)
-	@for folder in base ipc log trace tools examples; do cmake/lint.py build/dev $$folder || exit 1; done
+	@scripts/lint.py build/dev
+	$(call configure,bench)
+	@scripts/lint.py build/bench bench
+	$(call configure,fuzz)
+	@scripts/lint.py build/fuzz fuzz
 
 clean: ## Remove every build tree
 	@rm -rf build

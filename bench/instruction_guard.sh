@@ -44,14 +44,13 @@ grep -q '^CMAKE_BUILD_TYPE:[A-Z]*=Release$' "$build/CMakeCache.txt" ||
   fail "$build is no Release build, and the figures are of one"
 
 # Queues of our own, so that neither a running system nor a run beside this one is met.
-namespace='unshare --ipc'
-[ "$(id -u)" -eq 0 ] || namespace='unshare --user --map-root-user --ipc'
-$namespace true 2>/dev/null || fail "no private IPC namespace: run as root, or allow user namespaces"
+namespace=$root/scripts/own_namespace.sh
+"$namespace" true || exit 2
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 count="valgrind --quiet --tool=callgrind"
-$namespace timeout --kill-after=5 300 sh -c "
+"$namespace" timeout --kill-after=5 300 sh -c "
   $count --callgrind-out-file='$work/browser' '$scenario' browser & browser=\$!
   $count --callgrind-out-file='$work/plugin' '$scenario' plugin || { kill \$browser; exit 1; }
   wait \$browser" >"$work/log" 2>&1 || { cat "$work/log" >&2; fail "the exchange failed"; }

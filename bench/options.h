@@ -3,6 +3,7 @@
 #ifndef BENCH_OPTIONS_H
 #define BENCH_OPTIONS_H
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,18 +15,14 @@ struct Options {
   int rounds = 7;
   Amount amount;
   std::vector<const Row*> rows;
-  std::vector<Work> works;
-  std::vector<bool> pinned;
+  std::vector<Work> works = {Work::kRoundTrip, Work::kBurst, Work::kSweep, Work::kFlood};
+  std::vector<bool> pinned = {true, false};
   int cpu = 0;
   std::string csv_directory;  ///< empty: none
-  bool show_help = false;
-  bool show_rows = false;
 };
 
-/// @throws std::invalid_argument with a text that says what is wrong.
-Options parseOptions(int argc, char** argv);
-
-const char* usage();
+/// @return the exit code when the command line is wrong or has asked for a text only, which is printed.
+std::optional<int> parseOptions(int argc, char** argv, Options* options);
 
 const char* nameOf(Work work);
 const char* nameOfMode(bool pinned);

@@ -7,9 +7,9 @@ usage() {
 Usage: bench/run.sh [--docs] [BUILD_DIR] [-- RYN_BENCH_OPTIONS]
 
 Runs BUILD_DIR/bin/ryn_bench (default build/bench) and writes its table, CSV files
-and plots to BUILD_DIR/report. With --docs the table is also put into
-docs/performance.md and the plots that it shows into docs/performance: do that on a
-machine that does nothing else.
+and plots to BUILD_DIR/report. With --docs the figures of round trips and bursts on
+one core are also put into docs/performance.md, and the plots that it shows and the
+CSV files into docs/performance: do that on a machine that does nothing else.
 TEXT
 }
 
@@ -49,18 +49,14 @@ fi
 gnuplot -e "csv='$report'; out='$report'" "$root/bench/plots.gp"
 if [ "$docs" = yes ]; then
   mkdir -p "$root/docs/performance"
-  for plot in latency-pinned latency-free ratio-pinned sweep-pinned; do
-    cp "$report/$plot.svg" "$root/docs/performance/"
+  for file in latency-pinned.svg latency-free.svg ratio-pinned.svg sweep-pinned.svg results.csv sweep.csv; do
+    cp "$report/$file" "$root/docs/performance/"
   done
-  awk -v table="$report/table.txt" '
-    /<!-- table: end/ { inside = 0 }
-    !inside { print }
-    /<!-- table: begin/ {
-      inside = 1
-      print "```text"
-      while ((getline line < table) > 0) print line
-      print "```"
-    }' "$root/docs/performance.md" >"$report/performance.md"
-  cp "$report/performance.md" "$root/docs/performance.md"
+  # shellcheck disable=SC2016  # awk's fields
+  "$root/scripts/page_section.py" --update "$root/docs/performance.md" awk '
+    BEGIN { print "<!-- table: begin, written by bench/run.sh --docs -->"; print "```text" }
+    /^[^ ]/ { wanted = /^(Machine|(Round trip|Bursts).*one core)/ }
+    wanted { print }
+    END { print "```"; print "<!-- table: end -->" }' "$report/table.txt"
 fi
 echo "Table, CSV files and plots: $report"

@@ -9,7 +9,6 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
-#include <stdexcept>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -145,27 +144,17 @@ std::string processorName() {
 void printMachine(const Options& options) {
   utsname system{};
   uname(&system);
+  // Without the tag of whoever has built the kernel.
+  const std::string whole = system.release;
+  const std::string release = whole.substr(0, whole.find_first_not_of("0123456789."));
   std::cout << "Machine: " << processorName() << ", " << std::thread::hardware_concurrency() << " cores, "
-            << system.sysname << ' ' << system.release << ' ' << system.machine << "; " << options.rounds
+            << system.sysname << ' ' << release << ' ' << system.machine << "; " << options.rounds
             << " rounds\n\n";
 }
 
 int run(int argc, char** argv) {
   Options options;
-  try {
-    options = parseOptions(argc, argv);
-  } catch (const std::invalid_argument& error) {
-    std::cerr << "ryn_bench: " << error.what() << '\n';
-    return kWrongUse;
-  }
-  if (options.show_help) {
-    std::cout << usage();
-    return 0;
-  }
-  if (options.show_rows) {
-    for (const Row& row : rows()) std::cout << row.name << "\t" << row.title << '\n';
-    return 0;
-  }
+  if (const auto code = parseOptions(argc, argv, &options)) return *code;
   try {
     enterPrivateNamespace();
   } catch (const std::exception& error) {

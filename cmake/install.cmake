@@ -1,4 +1,5 @@
-# What `cmake --install` puts where: the library, its headers, the CMake package and the pkg-config file.
+# What `cmake --install` puts where: the library, its headers, the CMake package, the pkg-config file and the
+# tool.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS hbbtv_ryn EXPORT hbbtv_ryn_targets
@@ -7,7 +8,7 @@ install(DIRECTORY include/hbbtv_ryn DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMP
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/hbbtv_ryn)
 install(EXPORT hbbtv_ryn_targets NAMESPACE hbbtv_ryn:: DESTINATION ${package_dir} COMPONENT development)
-configure_package_config_file(cmake/hbbtv_ryn-config.cmake.in
+configure_package_config_file(packaging/hbbtv_ryn-config.cmake.in
   ${CMAKE_CURRENT_BINARY_DIR}/hbbtv_ryn-config.cmake INSTALL_DESTINATION ${package_dir})
 write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/hbbtv_ryn-config-version.cmake
   COMPATIBILITY SameMajorVersion)
@@ -18,9 +19,25 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/hbbtv_ryn-config.cmake
 # Where the queue size is set by other means, leave it out: -DHBBTV_RYN_INSTALL_SYSCTL=OFF.
 option(HBBTV_RYN_INSTALL_SYSCTL "Install a sysctl.d file that lets the largest message fit a queue" ON)
 if(HBBTV_RYN_INSTALL_SYSCTL)
-  install(FILES cmake/60-hbbtv-ryn.conf DESTINATION lib/sysctl.d COMPONENT runtime)
+  install(FILES packaging/60-hbbtv-ryn.conf DESTINATION lib/sysctl.d COMPONENT runtime)
 endif()
 
-configure_file(cmake/hbbtv_ryn.pc.in ${CMAKE_CURRENT_BINARY_DIR}/hbbtv_ryn.pc @ONLY)
+configure_file(packaging/hbbtv_ryn.pc.in ${CMAKE_CURRENT_BINARY_DIR}/hbbtv_ryn.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/hbbtv_ryn.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+
+if(TARGET rynctl)
+  install(TARGETS rynctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  install(FILES examples/rynctl/slow_browser.json DESTINATION ${CMAKE_INSTALL_DATADIR}/rynctl COMPONENT tools)
+  install(FILES packaging/rynctl.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+    RENAME rynctl COMPONENT tools)
+endif()
+# The page holds what the tool says of itself, so the tool must run here.
+if(TARGET rynctl AND (NOT CMAKE_CROSSCOMPILING OR CMAKE_CROSSCOMPILING_EMULATOR))
+  set(make_page ${PROJECT_SOURCE_DIR}/packaging/make_man_page.sh ${PROJECT_SOURCE_DIR}/packaging/rynctl.1.in)
+  add_custom_command(OUTPUT rynctl.1
+    COMMAND ${make_page} rynctl.1 ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:rynctl>
+    DEPENDS rynctl ${make_page} VERBATIM)
+  add_custom_target(man_page ALL DEPENDS rynctl.1)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/rynctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+endif()

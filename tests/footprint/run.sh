@@ -18,9 +18,7 @@ if [ $# -lt 2 ]; then
   exit 2
 fi
 if [ "${HBBTV_RYN_FOOTPRINT_NAMESPACE:-}" != own ]; then
-  as_user=()
-  [ "$(id -u)" -eq 0 ] || as_user=(--user --map-root-user)
-  HBBTV_RYN_FOOTPRINT_NAMESPACE=own exec unshare "${as_user[@]}" --ipc "$0" "$@"
+  HBBTV_RYN_FOOTPRINT_NAMESPACE=own exec "$(dirname "$0")/../../scripts/own_namespace.sh" "$0" "$@"
 fi
 build=$1
 strip=$2

@@ -66,21 +66,22 @@ in_root sh -c 'apt-get -qq install -y --no-install-recommends /tmp/*.deb' >"$bui
 in_root test -f /usr/lib/sysctl.d/60-hbbtv-ryn.conf
 in_root rynctl --help >/dev/null
 
-cp -r "$here/stranger" "$root/srv/stranger"
+cp -r "$here/stranger" "$here/../../examples" "$here/../examples/run.sh" "$root/srv/"
+mv "$root/srv/examples" "$root/srv/run.sh" "$root/srv/stranger/"
 echo "Building and running with find_package"
 in_root sh -ec 'cd /srv/stranger
   cmake -S . -B cmake-build >/dev/null
   cmake --build cmake-build'
-in_isolated_root /srv/stranger/run_pair.sh /srv/stranger/cmake-build
+in_isolated_root /srv/stranger/run.sh /srv/stranger/cmake-build
 
 echo "Building and running with pkg-config"
 in_root sh -ec 'cd /srv/stranger
   mkdir pkg-config-build
   for host in browser plugin; do
     g++ -std=c++17 -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror $(pkg-config --cflags hbbtv_ryn) \
-      $host.cpp -o pkg-config-build/$host $(pkg-config --libs hbbtv_ryn)
+      examples/$host.cpp -o pkg-config-build/$host $(pkg-config --libs hbbtv_ryn)
   done'
-in_isolated_root /srv/stranger/run_pair.sh /srv/stranger/pkg-config-build
+in_isolated_root /srv/stranger/run.sh /srv/stranger/pkg-config-build
 
 echo "Removing the packages"
 in_root apt-get -qq purge -y libhbbtv-ryn-dev 'libhbbtv-ryn[0-9]*' hbbtv-ryn-tools >"$build/install.log" 2>&1 ||

@@ -39,7 +39,7 @@ TEST(RynctlLogTest, CommandsReachEveryProcessOrTheOneThatIsNamed) {
   EXPECT_TRUE(holds(table, "  a\\x1b[2Jb, ui\n")) << table;
   EXPECT_EQ("all modules: off (2 processes)\n", rynctl({"log", "clear"}).out);
   EXPECT_EQ("", LoopbackSocket(kReportPort).next().bytes);
-  expectEnd({"log", "clear", "--port", "1"}, 3, "port 1 has not reported");
+  expectEnd({"log", "clear", "--port", "1"}, 3, "no process on port 1 has reported");
 }
 
 TEST(RynctlLogTest, WatchingGoesOnWithTheProcessesThatCome) {

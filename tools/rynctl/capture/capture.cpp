@@ -5,7 +5,7 @@
 #include <limits>
 
 #include "tools/rynctl/failure.h"
-#include "tools/rynctl/text/message_build.h"
+#include "tools/rynctl/text/message_text.h"
 #include "tools/rynctl/text/output.h"
 
 namespace hbbtv_ryn::rynctl {

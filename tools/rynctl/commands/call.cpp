@@ -1,12 +1,8 @@
 // `rynctl call` and `rynctl send`: one end of the bridge by hand.
 
 #include <CLI/CLI.hpp>
-#include <chrono>
 #include <iostream>
 #include <iterator>
-#include <optional>
-#include <string>
-#include <vector>
 
 #include "ipc/protocol/envelope.h"
 #include "tools/catalogue/catalogue_text.h"
@@ -14,7 +10,6 @@
 #include "tools/rynctl/system/client.h"
 #include "tools/rynctl/system/place.h"
 #include "tools/rynctl/system/wait.h"
-#include "tools/rynctl/text/message_build.h"
 #include "tools/rynctl/text/message_text.h"
 #include "tools/rynctl/text/output.h"
 
@@ -84,17 +79,12 @@ ExitCode send(const Options& options) {
   return ExitCode::Done;
 }
 
-CLI::App* addCommand(CLI::App& app, const char* name, const char* help, Options& options) {
-  CLI::App* const command = app.add_subcommand(name, help);
+void addOptions(CLI::App* command, Options& options) {
   command->add_option("NAME", options.name, "Name or code of the message")->required();
   command->add_option("KEY=VALUE", options.assignments, "Members; 'rynctl describe NAME' shows them");
-  command
-      ->add_option(
-          "--json", options.json,
-          "Take the members from a JSON object, - reads standard input; arguments replace single ones")
-      ->type_name("TEXT|-");
+  addValue(command, "--json", options.json, "TEXT|-",
+           "Take the members from a JSON object, - reads standard input; arguments replace single ones");
   command->add_flag("--force", options.force, "Also when another process holds this end of the queue");
-  return command;
 }
 
 }  // namespace
@@ -104,25 +94,23 @@ void addCallCommands(CLI::App& app, Action& action) {
   const auto options = std::make_shared<Options>();
 
   CLI::App* const call_command = addCommand(
-      app, "call", "Ask the browser as the plug-in would, or the plug-in as the browser would", *options);
-  call_command->add_option("--timeout", options->timeout, "Give up after S seconds; 0 waits for ever")
-      ->type_name("S")
-      ->capture_default_str()
-      ->check(CLI::Range(0.0, 86400.0));
-  call_command->footer(
+      app, action, options, &call, "call",
+      "Ask the browser as the plug-in would, or the plug-in as the browser would",
       R"(Prints the answer as a line of JSON, and the time it took on standard error. Nothing is sent that does
 not fit the catalogue. A peer that dies ends the wait at once.)");
-  onChosen(call_command, action, options, &call);
+  addOptions(call_command, *options);
+  addValue(call_command, "--timeout", options->timeout, "S", "Give up after S seconds; 0 waits for ever")
+      ->capture_default_str()
+      ->check(CLI::Range(0.0, 86400.0));
 
-  CLI::App* const send_command = addCommand(app, "send", "Send a one-way message", *options);
-  send_command->add_option("--repeat", options->repeat, "Send it N times; 0 until interrupted")
-      ->type_name("N")
+  CLI::App* const send_command =
+      addCommand(app, action, options, &send, "send", "Send a one-way message",
+                 "Also with --force: when nobody is there to read it; it waits on the queue then.");
+  addOptions(send_command, *options);
+  addValue(send_command, "--repeat", options->repeat, "N", "Send it N times; 0 until interrupted")
       ->capture_default_str();
-  send_command->add_option("--every", options->every, "Wait MS milliseconds between two")
-      ->type_name("MS")
+  addValue(send_command, "--every", options->every, "MS", "Wait MS milliseconds between two")
       ->check(CLI::Range(0U, kLongestPause));
-  send_command->footer("Also with --force: when nobody is there to read it; it waits on the queue then.");
-  onChosen(send_command, action, options, &send);
 }
 
 }  // namespace hbbtv_ryn::rynctl

@@ -13,11 +13,22 @@ namespace hbbtv_ryn::rynctl {
 /// What the command line asks for: main() runs it when the whole line has been accepted.
 using Action = std::function<ExitCode()>;
 
-/// Lets a subcommand be what is done, with the options that the line has set.
+/// Adds a subcommand that is performed with the options that the line has set.
 template <typename Options>
-void onChosen(CLI::App* command, Action& action, const std::shared_ptr<Options>& options,
-              ExitCode (*perform)(const Options&)) {
+CLI::App* addCommand(CLI::App& app, Action& action, const std::shared_ptr<Options>& options,
+                     ExitCode (*perform)(const Options&), const char* name, const char* help,
+                     const char* footer = "") {
+  CLI::App* const command = app.add_subcommand(name, help);
+  command->footer(footer);
   command->callback([=, &action] { action = [=] { return perform(*options); }; });
+  return command;
+}
+
+/// Adds an option with a value, which the help shows as `value_name`.
+template <typename Value>
+CLI::Option* addValue(CLI::App* command, const char* name, Value& value, const char* value_name,
+                      const char* help) {
+  return command->add_option(name, value, help)->type_name(value_name);
 }
 
 /// Each adds its subcommands to `app`. `action` outlives the parse.

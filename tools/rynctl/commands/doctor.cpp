@@ -7,8 +7,6 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <string>
-#include <vector>
 
 #include "hbbtv_ryn/ipc.h"
 #include "tools/catalogue/catalogue_text.h"
@@ -47,8 +45,6 @@ struct Section {
     problem(text + fault, fix);
   }
 };
-
-// --- Kernel --------------------------------------------------------------------------------------------
 
 constexpr unsigned long kRecordBytes = recordPayloadBytes(IPC_CHUNK_SIZE);
 constexpr unsigned long kRecords = recordsOf(IPC_MAX_MESSAGE);
@@ -91,8 +87,6 @@ Section kernelLimits() {
       ", so a dead peer is not noticed", "sysctl -w kernel.sem='250 32000 100 128'");
   return section;
 }
-
-// --- Queues --------------------------------------------------------------------------------------------
 
 void checkServer(const QueueState& state, Section* section) {
   const Servers& servers = state.servers;
@@ -166,8 +160,6 @@ Section queuesAndPeers() {
   return section;
 }
 
-// --- Logging -------------------------------------------------------------------------------------------
-
 void checkPort(std::uint16_t port, const char* purpose, Section* section) {
   const auto owner = findUdpPortOwner(port);
   const std::string text =
@@ -210,8 +202,6 @@ Section logging() {
   }
   return section;
 }
-
-// -------------------------------------------------------------------------------------------------------
 
 constexpr const char* kVerdicts[] = {"ok", "note", "WRONG"};
 
@@ -261,13 +251,12 @@ ExitCode doctor(const Options& options) {
 
 void addDoctorCommand(CLI::App& app, Action& action) {
   const auto options = std::make_shared<Options>();
-  CLI::App* const command = app.add_subcommand("doctor", "Say what is wrong, and what mends it");
-  command->add_flag("--json", options->json, "Print each finding as a line of JSON");
-  command->footer(
+  addCommand(
+      app, action, options, &doctor, "doctor", "Say what is wrong, and what mends it",
       R"(Looks at kernel limits, servers and readers of the queues, messages that nobody reads, a second server
 and the logging ports. Listens for log reports, which takes one to three seconds. Ends with 1 when
-something is wrong.)");
-  onChosen(command, action, options, &doctor);
+something is wrong.)")
+      ->add_flag("--json", options->json, "Print each finding as a line of JSON");
 }
 
 }  // namespace hbbtv_ryn::rynctl

@@ -102,17 +102,16 @@ ExitCode describe(const Options& options) {
 void addListCommands(CLI::App& app, Action& action) {
   const auto options = std::make_shared<Options>();
 
-  CLI::App* const list_command =
-      app.add_subcommand("list", "Show the messages: code, name, receiver, delivery and keys");
+  CLI::App* const list_command = addCommand(app, action, options, &list, "list",
+                                            "Show the messages: code, name, receiver, delivery and keys");
   list_command->add_option("GLOB", options->name, "Only names that match, such as 'OpApp_*'; in any case");
   list_command->add_flag("--json", options->json, "Print each message as a line of JSON");
-  onChosen(list_command, action, options, &list);
 
   CLI::App* const describe_command =
-      app.add_subcommand("describe", "Show one message: keys, types, a sample and how to send it");
+      addCommand(app, action, options, &describe, "describe",
+                 "Show one message: keys, types, a sample and how to send it");
   describe_command->add_option("NAME", options->name, "Name or code of the message")->required();
   describe_command->add_flag("--json", options->json, "Print it as a line of JSON");
-  onChosen(describe_command, action, options, &describe);
 }
 
 }  // namespace hbbtv_ryn::rynctl

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <map>
 #include <set>
 
 #include "tools/rynctl/commands/command.h"
@@ -24,17 +23,11 @@ struct Options {
 };
 
 [[noreturn]] void failWithoutReport(std::optional<std::uint16_t> port) {
-  if (port) {
-    throw Failure(ExitCode::NoPeer,
-                  "port {} has not reported within {} seconds; 'rynctl log' shows those "
-                  "that do",
-                  *port, kReportPatience.count());
-  }
   throw Failure(
       ExitCode::NoPeer,
-      "no process has reported within {} seconds; a process reports after zunt_log_initialize(1), "
-      "to its own network namespace",
-      kReportPatience.count());
+      "{} has reported within {} seconds; a process reports after zunt_log_initialize(1), to its own "
+      "network namespace",
+      port ? compose("no process on port {}", *port) : "no process", kReportPatience.count());
 }
 
 struct Reporter {
@@ -151,12 +144,8 @@ ExitCode apply(const LogCommand& command, const std::string& done, std::optional
   return code;
 }
 
-template <std::uint8_t Value>
-ExitCode edit(const Options& options) {
-  constexpr const char* kEffect = Value == kModuleFull      ? "on"
-                                  : Value == kModuleRemoved ? "off"
-                                                            : "errors only";
-  LogCommand command{{}, Value};
+ExitCode edit(const Options& options, std::uint8_t value, const char* effect) {
+  LogCommand command{{}, value};
   std::set<std::string> seen;
   for (const std::string& module : options.modules) {
     if (seen.insert(module).second) command.modules.push_back(module);
@@ -164,11 +153,7 @@ ExitCode edit(const Options& options) {
   if (seen.size() > kMaxModules) {
     throw Failure(ExitCode::Usage, "a list holds {} modules at most", kMaxModules);
   }
-  return apply(command, compose("{}: {}", printable(joined(command.modules, ", ")), kEffect), options.port);
-}
-
-ExitCode clear(const Options& options) {
-  return apply({}, "all modules: off", options.port);
+  return apply(command, compose("{}: {}", printable(joined(command.modules, ", ")), effect), options.port);
 }
 
 }  // namespace
@@ -183,28 +168,27 @@ void addLogCommand(CLI::App& app, Action& action) {
       log->add_flag("-w,--watch", options->watch, "Keep on showing, until interrupted");
   CLI::Option* const json = log->add_flag("--json", options->json, "Print each report as a line of JSON");
   const auto add_port = [&](CLI::App* command) {
-    command->add_option("--port", options->port, "Only the process that reports from port N")
-        ->type_name("N")
+    addValue(command, "--port", options->port, "N", "Only the process that reports from port N")
         ->check(CLI::Range(std::uint16_t{1}, kHighestPort));
   };
-  const auto add = [&](const char* name, const char* help, ExitCode (*perform)(const Options&)) {
+  const auto add = [&](const char* name, const char* help, std::uint8_t value, const char* effect) {
     CLI::App* const command = log->add_subcommand(name, help);
     command->excludes(watch);
     command->excludes(json);
     add_port(command);
-    onChosen(command, action, options, perform);
-    return command;
-  };
-  const CLI::Validator module_name(&whyNotAModuleName, "", "module name");
-  for (CLI::App* const command :
-       {add("on", "Let modules write all their records", &edit<kModuleFull>),
-        add("errors", "List modules, but let them write their errors only", &edit<kModuleErrorsOnly>),
-        add("off", "Take modules off the list; they write their errors only", &edit<kModuleRemoved>)}) {
+    command->callback([=, &action] { action = [=] { return edit(*options, value, effect); }; });
     command->add_option("MODULE", options->modules, "Module names, at most 32 bytes each")
         ->required()
-        ->check(module_name);
-  }
-  add("clear", "Take every module off the list", &clear);
+        ->check(CLI::Validator(&whyNotAModuleName, "", "module name"));
+  };
+  add("on", "Let modules write all their records", kModuleFull, "on");
+  add("errors", "List modules, but let them write their errors only", kModuleErrorsOnly, "errors only");
+  add("off", "Take modules off the list; they write their errors only", kModuleRemoved, "off");
+  CLI::App* const clear = log->add_subcommand("clear", "Take every module off the list");
+  clear->excludes(watch);
+  clear->excludes(json);
+  add_port(clear);
+  clear->callback([=, &action] { action = [=] { return apply({}, "all modules: off", options->port); }; });
   add_port(log);
 
   // Subcommands made later would inherit it.

@@ -3,7 +3,6 @@
 #include <CLI/CLI.hpp>
 #include <cmath>
 #include <fstream>
-#include <map>
 
 #include "tools/catalogue/catalogue_text.h"
 #include "tools/rynctl/commands/command.h"
@@ -97,15 +96,16 @@ ExitCode monitor(const Options& options) {
       while (const auto datagram = traces.take(trace::kMaxDatagram + 1)) {
         auto event = parseTrace(datagram->bytes);
         if (!event) continue;
-        if (names.count(event->pid) == 0) names[event->pid] = processAt(event->pid, std::time(nullptr)).name;
-        event->process = names[event->pid];
-        if (file.is_open()) file << oneLine(jsonOf(*event)) << '\n';
+        auto [process, unknown] = names.try_emplace(event->pid);
+        if (unknown) process->second = processAt(event->pid, std::time(nullptr)).name;
+        if (!process->second.empty()) event->json["process"] = process->second;
+        if (file.is_open()) file << oneLine(event->json) << '\n';
         view.take(*event);
       }
-      view.showLeft(TraceView::Which::kOverdue);
+      view.showLeft(kLook);
     }
   }
-  view.showLeft(TraceView::Which::kAll);
+  view.showLeft();
   remark("{}, {} lost", counted(view.messages(), "message"), view.lost());
   if (file.is_open() && !file.flush()) {
     throw Failure(ExitCode::Refused, "{} cannot be written", printable(options.file));
@@ -117,23 +117,18 @@ ExitCode monitor(const Options& options) {
 
 void addMonitorCommand(CLI::App& app, Action& action) {
   const auto options = std::make_shared<Options>();
-  CLI::App* const command =
-      app.add_subcommand("monitor", "Show the messages of the running processes as they go");
+  CLI::App* const command = addCommand(
+      app, action, options, &monitor, "monitor", "Show the messages of the running processes as they go",
+      R"(One line for each message; an answer with the time in flight and in the handler. Switches the module
+ryn_trace on in every process that reports its logging, and off at the end, which is Ctrl-C. Ends with the
+number of messages and of traces that were lost.)");
   command->add_option("GLOB", options->glob, "Only messages whose name matches");
-  command->add_option("--slow", options->slow, "Only answers that took MS milliseconds or more")
-      ->type_name("MS")
+  addValue(command, "--slow", options->slow, "MS", "Only answers that took MS milliseconds or more")
       ->check(CLI::NonNegativeNumber);
   command->add_flag("--errors", options->errors,
                     "Only what was dropped, failed or was not answered; with --slow either of both");
-  command
-      ->add_option("--save", options->file,
-                   "Write everything to FILE too, whatever is shown: a line of JSON for each trace")
-      ->type_name("FILE");
-  command->footer(
-      R"(One line for each message; an answer with the time in flight and in the handler.
-Switches the module ryn_trace on in every process that reports its logging, and off at the end,
-which is Ctrl-C. Ends with the number of messages and of traces that were lost.)");
-  onChosen(command, action, options, &monitor);
+  addValue(command, "--save", options->file, "FILE",
+           "Write everything to FILE too, whatever is shown: a line of JSON for each trace");
 }
 
 }  // namespace hbbtv_ryn::rynctl

@@ -29,8 +29,6 @@ struct Options {
   bool yes = false;
 };
 
-// --- queues --------------------------------------------------------------------------------------------
-
 std::string seen(const Process& process, std::time_t when) {
   return process.pid == 0 ? "-" : compose("{}, {}", process.text(), ageText(when));
 }
@@ -102,8 +100,6 @@ ExitCode queues(const Options& options) {
   return ExitCode::Done;
 }
 
-// --- peek ----------------------------------------------------------------------------------------------
-
 /// Name and members, or the text where it is no message of the catalogue.
 std::string textOf(const WaitingMessage& waiting, const QueueName& queue) {
   const auto [message, members] = decode(waiting.text);
@@ -113,7 +109,7 @@ std::string textOf(const WaitingMessage& waiting, const QueueName& queue) {
   return compose("({}){}{}", waiting.fault, text.empty() ? "" : " ", text);
 }
 
-ExitCode peek(const Options& options) {
+ExitCode peekAt(const Options& options) {
   const QueueName& name = findQueue(options.queue);
   const auto state = look(name);
   if (!state) {
@@ -138,8 +134,6 @@ ExitCode peek(const Options& options) {
   }
   return ExitCode::Done;
 }
-
-// --- reset ---------------------------------------------------------------------------------------------
 
 unsigned long takeOff(const QueueState& state) {
   unsigned long taken = 0;
@@ -192,38 +186,34 @@ ExitCode reset(const Options& options) {
 void addQueueCommands(CLI::App& app, Action& action) {
   const auto options = std::make_shared<Options>();
 
-  CLI::App* const queues_command =
-      app.add_subcommand("queues", "Show the queues, who writes and reads them, and whether they flow");
-  queues_command
-      ->add_option("--watch", options->watch, "Show them again every S seconds, until interrupted")
-      ->type_name("S")
-      ->check(CLI::Range(0.1, 3600.0));
-  queues_command->add_flag("--json", options->json, "Print each queue as a line of JSON");
-  queues_command->footer(
+  CLI::App* const queues_command = addCommand(
+      app, action, options, &queues, "queues",
+      "Show the queues, who writes and reads them, and whether they flow",
       R"(States: idle, nothing waits; busy, messages wait and are read; STUCK, messages wait and the living
 reader does not read; ORPHANED, messages wait and nobody is there to read them.)");
-  onChosen(queues_command, action, options, &queues);
+  addValue(queues_command, "--watch", options->watch, "S",
+           "Show them again every S seconds, until interrupted")
+      ->check(CLI::Range(0.1, 3600.0));
+  queues_command->add_flag("--json", options->json, "Print each queue as a line of JSON");
 
   CLI::App* const peek_command =
-      app.add_subcommand("peek", "Show the messages that wait on a queue, decoded, and leave them there");
+      addCommand(app, action, options, &peekAt, "peek",
+                 "Show the messages that wait on a queue, decoded, and leave them there",
+                 "The kernel must be built with CONFIG_CHECKPOINT_RESTORE.");
   peek_command->add_option("QUEUE", options->queue, joined(queueNames(), ", ") + ", or a key")->required();
-  peek_command->add_option("-n,--count", options->count, "Only the first N messages")->type_name("N");
+  addValue(peek_command, "-n,--count", options->count, "N", "Only the first N messages");
   peek_command->add_flag("--json", options->json, "Print each message as a line of JSON");
-  peek_command->footer("The kernel must be built with CONFIG_CHECKPOINT_RESTORE.");
-  ExitCode (*const peek_queue)(const Options&) = &peek;
-  onChosen(peek_command, action, options, peek_queue);
 
-  CLI::App* const reset_command =
-      app.add_subcommand("reset", "Take off the queues what dead processes have left there");
-  CLI::Option* const all = reset_command->add_flag_callback(
-      "--all", [options] { options->scope = Scope::kAll; }, "Every message, those of living processes too");
+  CLI::App* const reset_command = addCommand(app, action, options, &reset, "reset",
+                                             "Take off the queues what dead processes have left there");
+  const auto scope = [options](Scope wanted) { return [=] { options->scope = wanted; }; };
+  CLI::Option* const all = reset_command->add_flag_callback("--all", scope(Scope::kAll),
+                                                            "Every message, those of living processes too");
   reset_command
-      ->add_flag_callback(
-          "--stale", [options] { options->scope = Scope::kStale; },
-          "Only what was sent and would be read by processes that are gone (default)")
+      ->add_flag_callback("--stale", scope(Scope::kStale),
+                          "Only what was sent and would be read by processes that are gone (default)")
       ->excludes(all);
   reset_command->add_flag("--yes", options->yes, "Do not ask");
-  onChosen(reset_command, action, options, &reset);
 }
 
 }  // namespace hbbtv_ryn::rynctl

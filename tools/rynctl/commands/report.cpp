@@ -121,14 +121,13 @@ ExitCode report(const Options& options) {
 void addReportCommand(CLI::App& app, Action& action) {
   const auto options = std::make_shared<Options>();
   CLI::App* const command =
-      app.add_subcommand("report", "Make one page of a capture, to be looked at in any browser");
-  command->add_option("CAPTURE", options->capture, "What 'rynctl monitor --save' has written")->required();
-  command->add_option("-o,--output", options->page, "Where the page goes; beside the capture if not said")
-      ->type_name("PAGE.html");
-  command->footer(
-      R"(Prints the name of the page, which needs no other file and no network. Lines of the capture that
+      addCommand(app, action, options, &report, "report",
+                 "Make one page of a capture, to be looked at in any browser",
+                 R"(Prints the name of the page, which needs no other file and no network. Lines of the capture that
 cannot be read are passed over, counted, and named in the page.)");
-  onChosen(command, action, options, &report);
+  command->add_option("CAPTURE", options->capture, "What 'rynctl monitor --save' has written")->required();
+  addValue(command, "-o,--output", options->page, "PAGE.html",
+           "Where the page goes; beside the capture if not said");
 }
 
 }  // namespace hbbtv_ryn::rynctl

@@ -100,24 +100,18 @@ void addServeCommands(CLI::App& app, Action& action) {
   constexpr char kForceHelp[] = "Also when another process holds this end of the queues";
   const auto options = std::make_shared<Options>();
 
-  CLI::App* const listen_command = app.add_subcommand(
-      "listen", "Be the plug-in: print what the browser tells, answer what it asks with no");
+  CLI::App* const listen_command =
+      addCommand(app, action, options, &listen, "listen",
+                 "Be the plug-in: print what the browser tells, answer what it asks with no");
   listen_command->add_option("NAME", options->names, "Print these messages only");
-  listen_command->add_option("-n,--count", options->count, "End after N lines")->type_name("N");
+  addValue(listen_command, "-n,--count", options->count, "N", "End after N lines");
   listen_command->add_flag("--blocked", options->blocked, "Answer that the parental rating blocks");
   listen_command->add_flag("--supported", options->supported, "Answer that the object type is supported");
   listen_command->add_flag("--force", options->force, kForceHelp);
-  onChosen(listen_command, action, options, &listen);
 
-  CLI::App* const serve_command =
-      app.add_subcommand("serve", "Be the browser or the plug-in: answer, and print each message");
-  serve_command->add_option("SIDE", options->side, "browser or plugin")
-      ->required()
-      ->check(CLI::IsMember({"browser", "plugin"}));
-  serve_command->add_option("--script", options->script, "Answer and send as a JSON file says")
-      ->type_name("FILE");
-  serve_command->add_flag("--force", options->force, kForceHelp);
-  serve_command->footer(
+  CLI::App* const serve_command = addCommand(
+      app, action, options, &serve, "serve",
+      "Be the browser or the plug-in: answer, and print each message",
       R"(Without a script the browser keeps a small set of applications and reports what becomes of them;
 the plug-in answers its queries with no.
 
@@ -137,7 +131,11 @@ In an event:
   after_ms         when; 0 if left out
   every_ms, times  repeated; without times for ever
 /usr/share/rynctl/slow_browser.json is an example.)");
-  onChosen(serve_command, action, options, &serve);
+  serve_command->add_option("SIDE", options->side, "browser or plugin")
+      ->required()
+      ->check(CLI::IsMember({"browser", "plugin"}));
+  addValue(serve_command, "--script", options->script, "FILE", "Answer and send as a JSON file says");
+  serve_command->add_flag("--force", options->force, kForceHelp);
 }
 
 }  // namespace hbbtv_ryn::rynctl

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "ipc/protocol/catalogue.h"
 #include "tools/rynctl/system/process.h"
 #include "tools/rynctl/text/message_text.h"
 #include "tools/rynctl/text/output.h"
@@ -91,12 +92,11 @@ void TraceView::take(const TraceEvent& event) {
   show(event, handling);
 }
 
-void TraceView::showLeft(Which which) {
-  constexpr std::chrono::seconds kPatience{1};
+void TraceView::showLeft(Clock::duration patience) {
   for (auto& [key, queue] : queues_) {
     while (!queue.answers.empty()) {
       const Answer& oldest = queue.answers.front();
-      if (which == Which::kOverdue && Clock::now() - oldest.seen < kPatience) break;
+      if (Clock::now() - oldest.seen < patience) break;
       show(oldest.event, oldest.event.handling);
       queue.answers.pop_front();
     }

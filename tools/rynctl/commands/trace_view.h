@@ -30,9 +30,8 @@ class TraceView {
 
   /// Prints what is to be shown now.
   void take(const TraceEvent& event);
-  /// Prints the answers whose other end has not been seen for a while, or at the end all of them.
-  enum class Which { kOverdue, kAll };
-  void showLeft(Which which);
+  /// Prints the answers whose other end has not been seen for so long.
+  void showLeft(Clock::duration patience = {});
 
   /// Messages shown or hidden by the filter, without second sights.
   std::uint64_t messages() const { return messages_; }

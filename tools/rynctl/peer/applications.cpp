@@ -123,13 +123,11 @@ Response Applications::respond(const Message& message, const Value& request) {
       operator_state_ = string(request, key::kStatus);
       break;
     case Code::OpApp_RequestTransient:
-      operator_state_ = "transient";
-      break;
     case Code::OpApp_RequestForeground:
-      operator_state_ = "foreground";
-      break;
     case Code::OpApp_RequestBackground:
-      operator_state_ = "background";
+      operator_state_ = message.code == Code::OpApp_RequestTransient    ? "transient"
+                        : message.code == Code::OpApp_RequestForeground ? "foreground"
+                                                                        : "background";
       break;
     default:
       if (const auto app = apps_.find(idIn(request)); app != apps_.end()) {

@@ -6,7 +6,6 @@
 
 #include "tools/catalogue/catalogue_text.h"
 #include "tools/rynctl/failure.h"
-#include "tools/rynctl/text/message_build.h"
 #include "tools/rynctl/text/message_text.h"
 #include "tools/rynctl/text/output.h"
 

@@ -61,11 +61,6 @@ SimulatedPeer::~SimulatedPeer() {
     schedule_->print = nullptr;
   }
   schedule_->changed.notify_all();
-  {
-    const std::lock_guard<std::mutex> guard(lock_);
-    stopping_ = true;
-  }
-  stopped_.notify_all();
 }
 
 void SimulatedPeer::print(const Message* message, const std::string& line) {
@@ -76,8 +71,8 @@ void SimulatedPeer::print(const Message* message, const std::string& line) {
 }
 
 bool SimulatedPeer::sleepUnlessStopped(std::chrono::milliseconds time) {
-  std::unique_lock<std::mutex> guard(lock_);
-  return !stopped_.wait_for(guard, time, [this] { return stopping_; });
+  std::unique_lock<std::mutex> guard(schedule_->lock);
+  return !schedule_->changed.wait_for(guard, time, [this] { return schedule_->ended; });
 }
 
 IpcMessage* SimulatedPeer::serve(const IpcMessage* request, int32_t /*kind*/, void* server) {
@@ -141,7 +136,7 @@ std::string sendEvent(const Event& event) {
     const Reply reply = client.ask(serialise(event.members), std::chrono::milliseconds::zero());
     if (reply.failure) return line + "  -> no answer";
     return compose("{}  -> {}  ({} us)", line, membersIn(reply.text, &message, true), reply.took.count());
-  } catch (const Failure& failure) {
+  } catch (const std::exception& failure) {
     return line + "  not sent: " + failure.what();
   }
 }

@@ -74,10 +74,6 @@ class SimulatedPeer {
   const Responder responder_;
   const Printer printer_;
 
-  // Guards `stopping_`.
-  std::mutex lock_;
-  std::condition_variable stopped_;
-  bool stopping_ = false;
   std::mutex print_lock_;  // held while a line is printed
 
   std::shared_ptr<Schedule> schedule_;

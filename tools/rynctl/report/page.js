@@ -2,7 +2,6 @@
 const { head, exchanges } = JSON.parse(document.getElementById('data').textContent);
 const $ = (id) => document.getElementById(id);
 const ROW = 32, IDLE = 250e3;  // pixels; microseconds without a word that are folded
-const LOST = new Set(['threw', 'unparseable', 'unknown-code', 'not-sent', 'no-answer', 'no-memory', 'reply-too-long']);
 
 // A new element. Whatever a capture says arrives as text, never as markup.
 function make(tag, attributes, ...children) {
@@ -15,8 +14,8 @@ function make(tag, attributes, ...children) {
 }
 const other = (side) => side === 'browser' ? 'plug-in' : 'browser';
 const plural = (n, thing) => n.toLocaleString('en') + ' ' + thing + (n === 1 ? '' : 's');
-function duration(us) {
-  if (us === undefined) return '';
+function duration(us = NaN) {
+  if (isNaN(us)) return '';
   if (us < 1e3) return Math.round(us) + ' µs';
   if (us < 1e6) return (us / 1e3).toPrecision(us < 1e5 ? 2 : 3) + ' ms';
   return us < 12e7 ? (us / 1e6).toFixed(1) + ' s' : us < 72e8 ? Math.round(us / 6e7) + ' min' : (us / 36e8).toFixed(1) + ' h';
@@ -35,20 +34,19 @@ exchanges.forEach((x, index) => {
   x.index = index;
   x.asked = x.sent || x.received;
   x.replied = x.answered || x.arrived;
-  x.unanswered = x.sync && (x.failed || (x.drop ? LOST.has(x.drop) : !x.replied));
+  x.unanswered = Boolean(x.sync) && (x.failed || x.drop !== undefined || !x.replied);
   x.lost = x.drop !== undefined && x.drop !== 'no-answer';
   x.bad = x.unanswered || x.lost;
   x.flight = x.waited !== undefined ? x.waited : x.sent && x.arrived ? x.arrived[0] - x.sent[0] : undefined;
   for (const sight of [x.sent, x.received, x.answered, x.arrived]) if (sight) byLine.set(sight[2], x);
 });
 function members(text) {
-  let value;
-  try { value = JSON.parse(text); } catch { return text.slice(0, 300); }
+  const value = pretty(text, (given) => given);
   if (value === null || typeof value !== 'object') return text.slice(0, 300);
   return Object.entries(value).filter(([key]) => key !== 't').map(([key, one]) => key + '=' + JSON.stringify(one)).join(' ').slice(0, 300);
 }
-function pretty(text) {
-  try { return JSON.stringify(JSON.parse(text), null, 2); } catch { return text; }
+function pretty(text, form = (value) => JSON.stringify(value, null, 2)) {
+  try { return form(JSON.parse(text)); } catch { return text; }
 }
 
 // --- The state of the page stands in its address --------------------------------------------------------
@@ -77,11 +75,10 @@ function showHead() {
   $('processes').textContent = head.processes.map((process) => process.side + ' ' + nameOf(process.pid)).join(' · ');
   const drops = {};
   for (const x of exchanges) if (x.lost) drops[x.drop] = (drops[x.drop] || 0) + 1;
-  const dropped = exchanges.filter((x) => x.lost).length;
   const counts = [
     ['messages', 'messages', exchanges.filter((x) => x.asked).length], ['exchanges', 'exchanges', exchanges.filter((x) => x.sync).length],
     ['unanswered', 'without an answer', exchanges.filter((x) => x.unanswered).length, true],
-    ['dropped', 'dropped', dropped, true, Object.entries(drops).map(([why, n]) => n + ' ' + why).join(', ')],
+    ['dropped', 'dropped', exchanges.filter((x) => x.lost).length, true, Object.entries(drops).map(([why, n]) => n + ' ' + why).join(', ')],
     ['lost', 'traces lost', lostTraces],
   ];
   $('counts').append(...counts.map(([id, text, n, danger, why]) => make('div', {}, make('dt', {}, text),
@@ -108,8 +105,8 @@ function bursts() {
 function findings() {
   const list = [], add = (kind, danger, what, value, x) => list.push({ kind, danger, what, value, x });
   const few = (all, each) => {
-    all.slice(0, 5).forEach(each);
-    if (all.length > 5) add('', false, 'and ' + (all.length - 5).toLocaleString('en') + ' more', '');
+    all.slice(0, 4).forEach(each);
+    if (all.length > 4) add('', false, 'and ' + (all.length - 4).toLocaleString('en') + ' more', '');
   };
   for (const process of head.processes) {
     const after = (x) => x.to === process.side && x.asked && x.asked[2] > process.last[2];
@@ -205,36 +202,37 @@ function layOut(list) {
     rows.push(last = arrow);
   }
 }
-const longest = Math.max(100, ...[0], exchanges.reduce((most, x) => Math.max(most, x.flight || x.handling || 0), 0));
+const longest = Math.max(100, exchanges.reduce((most, x) => Math.max(most, x.flight || x.handling || 0), 0));
 const scale = (us) => Math.log10(1 + us / 10) / Math.log10(1 + longest / 10);  // the lengths of bars are logarithmic
 function rowElement(row, index) {
-  const style = (element) => { element.style.top = index * ROW + 'px'; return element; };
-  if (row.note) return style(make('div', { class: 'row pause' }, make('time'), make('div', { class: 'lane' }, make('span', {}, row.note)), make('div')));
+  const style = 'top:' + index * ROW + 'px';
+  if (row.note) return make('div', { class: 'row pause', style }, make('time'), make('div', { class: 'lane' }, make('span', {}, row.note)), make('div'));
   const { x, answer } = row, to = answer ? other(x.to) : x.to;
   const problem = answer ? (x.failed ? 'no answer' : '') : x.lost ? 'dropped: ' + x.drop : x.unanswered && !x.replied ? 'no answer' : '';
   const text = members(answer ? x.answer : x.text), time = clock(row.sight[0]);
   const took = make('div', { class: 'took' });
   const whole = x.flight === undefined ? x.handling : x.flight;
   if ((answer || !x.replied) && whole !== undefined) {
-    const bar = make('div', { class: 'bar' }), handler = make('i');
-    bar.style.width = 92 * scale(whole) * (innerWidth > 760 ? 1 : 0.45) + 'px';
-    handler.style.width = Math.min(100, 100 * (x.handling || 0) / Math.max(whole, 1)) + '%';
-    bar.append(handler);
-    took.append(bar, make('span', { class: x.unanswered ? 'bad' : '' }, duration(whole)));
+    const handler = make('i', { style: 'width:' + Math.min(100, 100 * (x.handling || 0) / Math.max(whole, 1)) + '%' });
+    took.append(make('div', { class: 'bar', style: 'width:calc((100% - 84px) * ' + scale(whole) + ')' }, handler), make('span', { class: x.unanswered ? 'bad' : '' }, duration(whole)));
   }
   const lane = make('div', { class: 'lane' });
   for (const side of ['browser', 'plug-in']) if (row.life[side]) lane.append(make('div', { class: 'life ' + side + ' ' + row.life[side] }));
   lane.append(make('div', { class: 'label' }, problem ? make('span', { class: 'bad' }, problem) : '', make('b', {}, x.name + (answer ? ' answer' : '')), make('span', {}, text)),
     make('div', { class: 'arrow ' + (to === 'browser' ? 'left' : 'right') }));
   const chosen = String(x.index) === state.at;
-  return style(make('div', { id: 'row-' + index, role: 'option', 'aria-selected': chosen, title: text, class: 'row' + (answer ? ' answer' : '') + (x.lost && !answer ? ' lost' : '') + (chosen ? ' chosen' : '') + (chosen && index === current ? ' current' : ''), onclick: () => choose(index) },
-    make('time', {}, make('s', { style: 'text-decoration:none' }, time.slice(0, 3)), time.slice(3)), lane, took));
+  return make('div', { id: 'row-' + index, style, role: 'option', 'aria-selected': chosen, title: text, class: 'row' + (answer ? ' answer' : '') + (x.lost && !answer ? ' lost' : '') + (chosen ? ' chosen' : '') + (chosen && index === current ? ' current' : ''), onclick: () => choose(index) },
+    make('time', {}, make('s', {}, time.slice(0, 3)), time.slice(3)), lane, took);
 }
 function draw() {
   const top = $('diagram').scrollTop, from = Math.max(0, Math.floor(top / ROW) - 10), to = Math.min(rows.length, Math.ceil((top + $('diagram').clientHeight) / ROW) + 10);
   $('rows').replaceChildren(...rows.slice(from, to).map((row, i) => rowElement(row, from + i)));
 }
-let current = -1;
+let current = -1;  // the row that the keys move from
+function open(x) {
+  current = -1;
+  change({ at: x ? String(x.index) : '' });
+}
 function choose(index) {
   current = index;
   change({ at: rows[index] ? String(rows[index].x.index) : '' });
@@ -257,7 +255,7 @@ $('diagram').addEventListener('keydown', (event) => {
   if (moves[event.key]) { step(...moves[event.key], () => true); event.preventDefault(); }
 });
 addEventListener('keydown', (event) => {
-  if (event.key === 'Escape' && state.at) { current = -1; change({ at: '' }); }
+  if (event.key === 'Escape') open(null);
   if (event.key === '/' && event.target.tagName !== 'INPUT') { $('name').focus(); event.preventDefault(); }
 });
 
@@ -271,7 +269,7 @@ function showDetail() {
   const fact = (what, value, bad) => value === '' || value === undefined ? [] : [make('dt', {}, what), make('dd', { class: bad ? 'bad' : '' }, String(value))];
   const block = (title, text) => make('div', {}, make('h4', {}, title), make('pre', {}, text === '' ? '(nothing)' : pretty(text)));
   box.replaceChildren(
-    make('h3', {}, x.name, make('span', {}, 'code ' + x.code + ' · to the ' + x.to + (x.sync ? ', synchronous' : ', one-way') + ' · line ' + first(x)[2]), make('button', { 'aria-label': 'Close', onclick: () => { current = -1; change({ at: '' }); } }, '✕')),
+    make('h3', {}, x.name, make('span', {}, 'code ' + x.code + ' · to the ' + x.to + (x.sync ? ', synchronous' : ', one-way') + ' · line ' + first(x)[2]), make('button', { 'aria-label': 'Close', onclick: () => open(null) }, '✕')),
     make('dl', {}, ...rowsOf, ...fact('in flight', duration(x.flight)), ...fact('in the handler', duration(x.handling)), ...fact('dropped', x.drop, true), ...fact('result', x.result),
       ...fact('answer', x.unanswered ? 'none' : '', true)),
     ...(x.asked ? [block(x.sync ? 'question' : 'message', x.text)] : []), ...(x.replied ? [block('answer', x.answer)] : []));
@@ -302,23 +300,22 @@ function plot() {
     place.set(x, reached);
   }
   const chosen = new Set(matching());
-  dots = exchanges.filter((x) => x.flight !== undefined || x.unanswered).map((x) => ({ x, left: left + (right - left) * place.get(x) / (reached || 1), top: y(x.flight === undefined ? longest : x.flight), shown: chosen.has(x) }));
+  dots = exchanges.filter((x) => x.flight !== undefined || x.unanswered).map((x) => ({ x, left: left + (right - left) * place.get(x) / (reached || 1), top: y(x.flight === undefined ? longest : x.flight), shown: chosen.has(x) })).sort((a, b) => a.x.unanswered - b.x.unanswered);
   for (const dot of dots) {
-    pen.globalAlpha = dot.shown ? 0.75 : 0.15;
+    pen.globalAlpha = dot.shown ? 0.75 : 0.06;
     pen.fillStyle = colour(dot.x.unanswered ? 'danger' : 'blue');
     pen.beginPath(); pen.arc(dot.left, dot.top, dot.x.unanswered ? 3.5 : 2.5, 0, 7); pen.fill();
     if (String(dot.x.index) !== state.at) continue;
     pen.globalAlpha = 1; pen.strokeStyle = colour('ink');
     pen.beginPath(); pen.arc(dot.left, dot.top, 6, 0, 7); pen.stroke();
   }
-  pen.globalAlpha = 1; pen.fillStyle = colour('quiet'); pen.textAlign = 'left';
-  pen.fillText(clock(begin).slice(0, 12), left, height - 5);
+  pen.globalAlpha = 1; pen.fillStyle = colour('quiet');
+  pen.textAlign = 'left'; pen.fillText(clock(begin).slice(0, 12), left, height - 5);
   pen.textAlign = 'right'; pen.fillText(clock(end).slice(0, 12), right, height - 5);
 }
 $('plot').addEventListener('click', (event) => {
   const far = (dot) => Math.hypot(dot.left - event.offsetX, dot.top - event.offsetY);
-  const near = dots.filter((dot) => dot.shown).reduce((best, dot) => !best || far(dot) < far(best) ? dot : best, null);
-  if (near) { current = -1; change({ at: String(near.x.index) }); }
+  open((dots.filter((dot) => dot.shown).sort((a, b) => far(a) - far(b))[0] || {}).x);
 });
 $('plot').addEventListener('keydown', (event) => {
   const way = { ArrowRight: 1, ArrowLeft: -1 }[event.key];
@@ -327,14 +324,12 @@ $('plot').addEventListener('keydown', (event) => {
 
 // --- All of it ------------------------------------------------------------------------------------------
 function show() {
-  const list = matching();
-  const chosen = rows[current] && rows[current].x, answer = rows[current] && rows[current].answer;
+  const list = matching(), former = rows[current] || {};
   layOut(list);
-  if (state.at === '') current = -1;
-  else if (!chosen || String(chosen.index) !== state.at || !rows[current] || rows[current].x !== chosen || rows[current].answer !== answer) current = rows.findIndex((row) => row.x && String(row.x.index) === state.at);
+  current = rows.findIndex((row) => row.x && String(row.x.index) === state.at && (former.x !== row.x || former.answer === row.answer));
   for (const id of ['name', 'to', 'slow']) if ($(id).value !== state[id]) $(id).value = state[id];
   $('errors').checked = state.errors !== '';
-  $('shown').textContent = list.length === exchanges.length ? plural(list.length, 'message') : list.length.toLocaleString('en') + ' of ' + plural(exchanges.length, 'message');
+  $('shown').value = list.length === exchanges.length ? plural(list.length, 'message') : list.length.toLocaleString('en') + ' of ' + plural(exchanges.length, 'message');
   $('rows').style.height = rows.length * ROW + 'px';
   showTable(); showDetail(); keepVisible(); draw(); plot();
 }

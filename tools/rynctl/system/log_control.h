@@ -82,10 +82,8 @@ struct LogOutcome {
 std::map<std::uint16_t, LogOutcome> applyToEach(const LogControl& control, const LogCommand& command,
                                                 std::optional<std::uint16_t> port);
 
-/// Hears each process once: returns when the processes that were alive at the first report have had time
-/// for theirs, or after kReportPatience when there is none.
-/// @param port     listens to this process only.
-/// @param onFirst  told of the first report of each.
+/// Tells of the first report of each process, or only of the one at `port`: returns when those that were
+/// alive at the first have had time for theirs, or after kReportPatience when there is none.
 void hearEach(const LogControl& control, std::optional<std::uint16_t> port,
               const std::function<void(const LogReport&)>& onFirst);
 

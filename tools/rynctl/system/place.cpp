@@ -2,8 +2,6 @@
 
 #include <unistd.h>
 
-#include <optional>
-
 #include "tools/rynctl/failure.h"
 
 namespace hbbtv_ryn::rynctl {

@@ -54,14 +54,6 @@ std::optional<std::string> socketLink(std::uint16_t port) {
   return std::nullopt;
 }
 
-bool holds(const fs::path& process, const std::string& link) {
-  std::error_code unreadable;
-  const fs::directory_iterator descriptors(process / "fd", unreadable);
-  return std::any_of(begin(descriptors), end(descriptors), [&](const fs::directory_entry& descriptor) {
-    return fs::read_symlink(descriptor.path(), unreadable) == link;
-  });
-}
-
 }  // namespace
 
 Process processAt(pid_t pid, std::time_t seen) {
@@ -107,7 +99,11 @@ std::optional<Process> findUdpPortOwner(std::uint16_t port) {
     const std::string name = entry->path().filename();
     pid_t pid = 0;
     const auto parsed = std::from_chars(name.data(), name.data() + name.size(), pid);
-    if (parsed.ec == std::errc() && holds(entry->path(), *link)) return processAt(pid, std::time(nullptr));
+    if (parsed.ec != std::errc()) continue;
+    for (const auto& descriptor : fs::directory_iterator(entry->path() / "fd", unreadable)) {
+      if (fs::read_symlink(descriptor.path(), unreadable) == *link)
+        return processAt(pid, std::time(nullptr));
+    }
   }
   return std::nullopt;
 }

@@ -1,6 +1,7 @@
 #include "tools/rynctl/system/queue_state.h"
 
 #include <sys/msg.h>
+#include <sys/sem.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -31,6 +32,21 @@ const QueueName& findQueue(const std::string& name) {
 const QueueName& queueAt(key_t key) {
   return *std::find_if(std::begin(kQueues), std::end(kQueues),
                        [key](const QueueName& queue) { return queue.key == key; });
+}
+
+Servers serversOf(key_t request_key) {
+  constexpr unsigned short kLife = 0;
+  Servers servers;
+  const int semaphores = semget(request_key, 0, 0);
+  if (semaphores == -1) return servers;
+  servers.count = semctl(semaphores, kLife, GETVAL);
+  if (servers.count == -1 && errno == EACCES) {
+    throw Failure(ExitCode::NoPeer, "the semaphores on key {} may not be read; try as root",
+                  keyText(request_key));
+  }
+  // Starting the server was the last operation on the semaphore.
+  if (servers.alive()) servers.latest = processAt(semctl(semaphores, kLife, GETPID), std::time(nullptr));
+  return servers;
 }
 
 std::optional<QueueState> look(const QueueName& queue) {

@@ -12,7 +12,6 @@
 #include "ipc/protocol/queues.h"
 #include "ipc/record.h"
 #include "tools/rynctl/system/process.h"
-#include "tools/rynctl/system/servers.h"
 #include "tools/rynctl/text/message_text.h"
 
 namespace hbbtv_ryn::rynctl {
@@ -44,6 +43,18 @@ constexpr unsigned long recordsOf(std::size_t length) {
 const QueueName& findQueue(const std::string& name);
 const QueueName& queueAt(key_t key);
 std::vector<std::string> queueNames();
+
+/// What the servers of a queue show of their life.
+struct Servers {
+  int count = -1;  // alive on the queue; -1: none has shown its life since the system started
+  Process latest;  // the one that has started last, when one is alive
+
+  bool known() const { return count >= 0; }
+  bool alive() const { return count > 0; }
+};
+
+/// Throws Failure (NoPeer) when it may not be looked at.
+Servers serversOf(key_t request_key);
 
 struct QueueState {
   const QueueName* name = nullptr;

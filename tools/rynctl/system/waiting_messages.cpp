@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstring>
 #include <iterator>
-#include <optional>
 
 #include "ipc/record.h"
 #include "tools/rynctl/failure.h"

@@ -1,9 +1,10 @@
-// Messages between the catalogue and the user: found by what is typed, shown as what can be typed.
+// Messages between the catalogue and the user: found by what is typed, made of it, and shown as it.
 #ifndef HBBTV_RYN_TOOLS_RYNCTL_TEXT_MESSAGE_TEXT_H
 #define HBBTV_RYN_TOOLS_RYNCTL_TEXT_MESSAGE_TEXT_H
 
 #include <json/value.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -53,6 +54,22 @@ Json::Value defaultReply(const Message& message, const Json::Value& request);
 
 /// A text of the wire in one line, without bytes that steer a terminal.
 std::string onOneLine(std::string_view text);
+
+/// The message, with its code and every member that its kind has.
+///
+/// @param assignments  "key=value" each.
+/// @param json         a JSON object to start from, if any.
+/// Throws Failure (Malformed) that says what is missing, unknown or of a wrong type.
+Json::Value buildMessage(const Message& message, const std::vector<std::string>& assignments,
+                         const std::optional<std::string>& json);
+
+/// Throws Failure (Malformed), beginning with `where`, for a member that is unknown or of a wrong type.
+void checkMembers(const std::string& where, const Json::Value& members, const Members& expected);
+/// Throws Failure (Malformed) that begins with `where`.
+[[noreturn]] void failMalformed(const std::string& where, const std::string& what);
+
+/// Parses a JSON object. Throws Failure (Malformed), beginning with `where`.
+Json::Value parseObject(const std::string& where, const std::string& text);
 
 }  // namespace hbbtv_ryn::rynctl
 

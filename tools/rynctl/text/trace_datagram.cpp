@@ -5,7 +5,7 @@
 
 #include "ipc/protocol/catalogue.h"
 #include "tools/catalogue/catalogue_text.h"
-#include "tools/rynctl/text/message_build.h"
+#include "tools/rynctl/text/message_text.h"
 #include "tools/rynctl/text/output.h"
 
 namespace hbbtv_ryn::rynctl {
@@ -85,32 +85,20 @@ std::optional<TraceEvent> parseTrace(std::string_view datagram) {
     header.remove_prefix(std::min(space + 1, header.size()));
     const auto equals = field.find('=');
     if (equals == std::string_view::npos) return std::nullopt;
-    if (!readField(field.substr(0, equals), field.substr(equals + 1), &event)) return std::nullopt;
+    const std::string_view name = field.substr(0, equals);
+    const std::string_view value = field.substr(equals + 1);
+    if (!readField(name, value, &event)) return std::nullopt;
+    std::int64_t number = 0;
+    event.json[std::string(name)] =
+        read(value, &number) ? Json::Value(Json::Int64{number}) : Json::Value(std::string(value));
   }
   event.text = datagram.substr(end + 1);
+  event.json["text"] = event.text;
+  event.json["time"] = static_cast<double>(event.time) / static_cast<double>(kPerSecond);
+  if (const Message* const message = findMessage(event.code))
+    event.json["name"] = std::string(message->name);
   if (event.pid <= 0 || event.sequence == 0) return std::nullopt;
   return event;
-}
-
-Json::Value jsonOf(const TraceEvent& event) {
-  Json::Value value(Json::objectValue);
-  value["pid"] = event.pid;
-  value["tid"] = Json::Int64{event.thread};
-  value["seq"] = Json::UInt64{event.sequence};
-  value["time"] = static_cast<double>(event.time) / static_cast<double>(kPerSecond);
-  value["queue"] = keyText(event.queue);
-  value["way"] = wordOf(event.way, trace::kWayNames);
-  value["kind"] = wordOf(event.kind, trace::kKindNames);
-  value["code"] = event.code;
-  if (const Message* const message = findMessage(event.code)) value["name"] = std::string(message->name);
-  value["length"] = Json::UInt64{event.length};
-  if (event.waited) value["waited"] = Json::Int64{*event.waited};
-  if (event.handling) value["handling"] = Json::Int64{*event.handling};
-  if (event.drop != trace::Drop::kNone) value["drop"] = wordOf(event.drop, trace::kDropNames);
-  if (event.result != 0) value["result"] = event.result;
-  if (!event.process.empty()) value["process"] = event.process;
-  value["text"] = event.text;
-  return value;
 }
 
 TraceEvent savedTrace(const std::string& where, const Json::Value& saved) {

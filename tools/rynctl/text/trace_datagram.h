@@ -30,6 +30,7 @@ struct TraceEvent {
   int result = 0;
   std::string text;  // with trace::kCutMark at its end when it was cut
   std::string process;  // its name, where somebody has looked it up
+  Json::Value json;     // all that was sent, and the name of the message
 
   bool isAnswer() const { return kind == trace::Kind::kReply || kind == trace::Kind::kFailure; }
   bool isProblem() const {
@@ -40,9 +41,7 @@ struct TraceEvent {
 /// Nothing when the datagram is none of a traced process. Fields that are not known are passed over.
 std::optional<TraceEvent> parseTrace(std::string_view datagram);
 
-/// The form in which a trace is saved.
-Json::Value jsonOf(const TraceEvent& event);
-/// The trace that was saved so. Throws Failure (Malformed) that begins with `where`.
+/// The trace whose `json` was saved. Throws Failure (Malformed) that begins with `where`.
 TraceEvent savedTrace(const std::string& where, const Json::Value& saved);
 
 template <typename Word, std::size_t Count>

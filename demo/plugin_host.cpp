@@ -1,4 +1,4 @@
-// The smallest honest plug-in host: an evening of television. It creates, shows, asks about and destroys
+// The plug-in side of an evening of television: it creates, shows, asks about and destroys
 // applications in the browser process, and is told what becomes of them. It ends with 0 only if every
 // answer and every event was the right one. --evenings N repeats it, for something to look at.
 
@@ -14,15 +14,15 @@
 #include <thread>
 #include <vector>
 
-#include "narration.h"
+#include "demo/narration.h"
 
 namespace {
 
-using example::name;
-using example::yesNo;
+using demo::name;
+using demo::yesNo;
 using std::chrono::milliseconds;
 
-example::Narrator g_narrator("plug-in", 33);
+demo::Narrator g_narrator("plug-in", 33);
 
 constexpr int kOrganisation = 10;
 constexpr int kLateNightOrganisation = 18;
@@ -113,7 +113,7 @@ void registerEvents() {
 template <typename Request, typename Answer>
 void ask(const std::string& question, Request request, Answer answer, const std::string& expected,
          int expected_result = 0) {
-  const example::Stopwatch time;
+  const demo::Stopwatch time;
   const int result = request();
   const double took = time.microseconds();
   const std::string got = result == expected_result ? answer() : "result " + std::to_string(result);
@@ -122,7 +122,7 @@ void ask(const std::string& question, Request request, Answer answer, const std:
 
 template <typename Request>
 void command(const std::string& words, Request request) {
-  const example::Stopwatch time;
+  const demo::Stopwatch time;
   const int result = request();
   g_narrator.check("commands " + words, result == 0 ? "sent" : "result " + std::to_string(result),
                    result == 0, time.microseconds());

@@ -1,7 +1,7 @@
-// How the example hosts tell what they do: one line per message, each written in one piece, since two
+// How the hosts of the demo tell what they do: one line per message, each written in one piece, since two
 // processes share the terminal.
-#ifndef HBBTV_RYN_EXAMPLES_NARRATION_H
-#define HBBTV_RYN_EXAMPLES_NARRATION_H
+#ifndef HBBTV_RYN_DEMO_NARRATION_H
+#define HBBTV_RYN_DEMO_NARRATION_H
 
 #include <unistd.h>
 
@@ -10,7 +10,7 @@
 #include <cstdio>
 #include <string>
 
-namespace example {
+namespace demo {
 
 class Narrator {
  public:
@@ -60,6 +60,6 @@ inline std::string yesNo(bool answer) {
   return answer ? "yes" : "no";
 }
 
-}  // namespace example
+}  // namespace demo
 
-#endif  // HBBTV_RYN_EXAMPLES_NARRATION_H
+#endif  // HBBTV_RYN_DEMO_NARRATION_H

@@ -1,5 +1,5 @@
-// The smallest honest browser host: it serves the plug-in process's requests from a small set of
-// applications, reports what happens to them and asks its two questions. It runs until SIGTERM or SIGINT
+// The browser side of an evening of television: it serves the plug-in process's requests from a small set
+// of applications, reports what happens to them and asks its two questions. It runs until SIGTERM or SIGINT
 // and ends with 0 only if every answer it got was the right one.
 
 #include <hbbtv_ryn/browser.h>
@@ -13,17 +13,17 @@
 #include <mutex>
 #include <thread>
 
-#include "app_model.h"
-#include "narration.h"
+#include "demo/app_model.h"
+#include "demo/narration.h"
 
 namespace {
 
-using example::AppId;
-using example::name;
-using example::yesNo;
+using demo::AppId;
+using demo::name;
+using demo::yesNo;
 
-example::Narrator g_narrator("browser", 36);
-example::AppModel g_apps;  // touched by the handlers only, which run one at a time
+demo::Narrator g_narrator("browser", 36);
+demo::AppModel g_apps;  // touched by the handlers only, which run one at a time
 std::string g_operator_state = "background";
 bool g_broadcast_independent = false;
 
@@ -85,13 +85,13 @@ void load(AppId app) {
   const auto [appid, orgid] = app;
   sent("the configuration is wanted", Zunt_RYN_Browser_Get_Configuration());
   bool supported = false;
-  example::Stopwatch object_time;
+  demo::Stopwatch object_time;
   int result = Zunt_RYN_Browser_IsObjectSupported(kPlayable, &supported);
   g_narrator.check(std::string("asks     can you play ") + kPlayable + "?", yesNo(supported),
                    result == 0 && supported, object_time.microseconds());
 
   bool blocked = false;
-  example::Stopwatch rating_time;
+  demo::Stopwatch rating_time;
   result = Zunt_RYN_Browser_IsParentalRatingBlocked(appid, orgid, &blocked);
   g_narrator.check("asks     is " + name(appid, orgid) + " blocked by parental rating?", yesNo(blocked),
                    result == 0 && blocked == (orgid == kLateNightOrganisation), rating_time.microseconds());
@@ -130,10 +130,10 @@ int changeOperatorState(const std::string& new_state) {
   return 0;
 }
 
-example::App& app(int appid, int orgid) {
-  static example::App nobody;
-  example::App* const found = g_apps.find({appid, orgid});
-  return found != nullptr ? *found : nobody = example::App();
+demo::App& app(int appid, int orgid) {
+  static demo::App nobody;
+  demo::App* const found = g_apps.find({appid, orgid});
+  return found != nullptr ? *found : nobody = demo::App();
 }
 
 void served(const std::string& deed) {

@@ -5,7 +5,7 @@ A source that passed is looked at again only when it, a header of the project th
 command or a .clang-tidy file has changed. Like ccache, it remembers that for every clone of the project, in
 $XDG_CACHE_HOME/hbbtv_ryn-lint (~/.cache without that variable). Exit code: 0 all pass, 1 findings, 2 usage.
 
-Usage: cmake/lint.py BUILD [FOLDER]   (FOLDER: only the sources below it)
+Usage: scripts/lint.py BUILD [FOLDER]   (FOLDER: only the sources below it)
 """
 import concurrent.futures
 import hashlib

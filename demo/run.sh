@@ -1,5 +1,5 @@
 #!/bin/bash
-# Runs the two example hosts as two processes, for an evening of television or for as many as the variable
+# Runs the two hosts of the demo as two processes, for an evening of television or for as many as the variable
 # EVENINGS says, and ends when both have ended.
 #
 # They meet in an IPC namespace of their own where the machine permits one: the queues vanish with it and
@@ -8,17 +8,14 @@
 set -euo pipefail
 
 if [ $# -ne 1 ] || [ ! -x "$1/browser_host" ] || [ ! -x "$1/plugin_host" ]; then
-  echo "Usage: run_demo.sh FOLDER   (the one that holds browser_host and plugin_host)" >&2
+  echo "Usage: demo/run.sh FOLDER   (the one that holds browser_host and plugin_host)" >&2
   exit 2
 fi
 programs=$1
 
-if [ -z "${HBBTV_RYN_DEMO_NAMESPACE:-}" ]; then
-  if unshare --ipc true 2>/dev/null; then
-    HBBTV_RYN_DEMO_NAMESPACE=own exec unshare --ipc "$0" "$@"
-  elif unshare --user --map-root-user --ipc true 2>/dev/null; then
-    HBBTV_RYN_DEMO_NAMESPACE=own exec unshare --user --map-root-user --ipc "$0" "$@"
-  fi
+own_namespace=$(dirname "$0")/../scripts/own_namespace.sh
+if [ -z "${HBBTV_RYN_DEMO_NAMESPACE:-}" ] && "$own_namespace" true 2>/dev/null; then
+  HBBTV_RYN_DEMO_NAMESPACE=own exec "$own_namespace" "$0" "$@"
 fi
 
 # The keys of what is there: queues (q) or semaphores (s).

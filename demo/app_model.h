@@ -1,8 +1,8 @@
 // The applications of a make-believe browser: what a real one would keep in its engine.
 //
 // Knows nothing of the library. Not synchronised: the handlers of a browser host run one at a time.
-#ifndef HBBTV_RYN_EXAMPLES_APP_MODEL_H
-#define HBBTV_RYN_EXAMPLES_APP_MODEL_H
+#ifndef HBBTV_RYN_DEMO_APP_MODEL_H
+#define HBBTV_RYN_DEMO_APP_MODEL_H
 
 #include <cstdlib>
 #include <map>
@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-namespace example {
+namespace demo {
 
 using AppId = std::pair<int, int>;  // appid, orgid
 inline constexpr AppId kNoApp{0, 0};
@@ -86,6 +86,6 @@ class AppModel {
   int next_appid_ = 1;
 };
 
-}  // namespace example
+}  // namespace demo
 
-#endif  // HBBTV_RYN_EXAMPLES_APP_MODEL_H
+#endif  // HBBTV_RYN_DEMO_APP_MODEL_H
