@@ -66,7 +66,8 @@ Capture Capture::load(const std::string& file) {
   unsigned long unread = 0;
   std::size_t text_bytes = 0;
   std::string reason;
-  while (stream.getline(buffer.data(), static_cast<std::streamsize>(buffer.size())) || stream.gcount() > 0) {
+  while (stream.getline(buffer.data(), static_cast<std::streamsize>(buffer.size())) ||
+         stream.gcount() > 0) {
     ++line;
     const std::string where = compose("{}:{}", printable(file), line);
     try {
@@ -100,7 +101,8 @@ Capture Capture::load(const std::string& file) {
                                  : reason);
   }
   if (unread > 0) {
-    capture.notes.push_back(compose("{} could not be read, the first: {}", counted(unread, "line"), reason));
+    capture.notes.push_back(
+        compose("{} could not be read, the first: {}", counted(unread, "line"), reason));
   }
   for (auto& [pid, process] : capture.processes) process.gaps = gapsIn(std::move(numbers[pid]));
   return capture;

@@ -51,12 +51,13 @@ Json::Value jsonOf(pid_t pid, const TracedProcess& process) {
 Json::Value jsonOf(const Exchange& exchange) {
   const Message* const message = exchange.message;
   Json::Value value(Json::objectValue);
-  value["name"] = message != nullptr    ? std::string(message->name)
+  value["name"] = message != nullptr   ? std::string(message->name)
                   : exchange.code == 0 ? "?"
-                                        : compose("code {}", exchange.code);
+                                       : compose("code {}", exchange.code);
   value["code"] = exchange.code;
   value["to"] = nameOf(exchange.to());
-  if (message != nullptr ? message->delivery == Delivery::kSync : exchange.wasAnswered()) value["sync"] = true;
+  if (message != nullptr ? message->delivery == Delivery::kSync : exchange.wasAnswered())
+    value["sync"] = true;
   if (exchange.sent) value["sent"] = jsonOf(*exchange.sent);
   if (exchange.received) value["received"] = jsonOf(*exchange.received);
   if (exchange.answered) value["answered"] = jsonOf(*exchange.answered);
@@ -97,8 +98,8 @@ void write(std::ostream& page, const std::string& name, const Capture& capture) 
 
 ExitCode report(const Options& options) {
   const fs::path capture_file(options.capture);
-  const fs::path page_file = options.page.empty() ? fs::path(capture_file).replace_extension(".html")
-                                                  : fs::path(options.page);
+  const fs::path page_file =
+      options.page.empty() ? fs::path(capture_file).replace_extension(".html") : fs::path(options.page);
   std::error_code none;
   if (page_file == capture_file || fs::equivalent(page_file, capture_file, none)) {
     throw Failure(ExitCode::Usage, "the page would take the place of the capture; name it with -o");
@@ -120,10 +121,9 @@ ExitCode report(const Options& options) {
 
 void addReportCommand(CLI::App& app, Action& action) {
   const auto options = std::make_shared<Options>();
-  CLI::App* const command =
-      addCommand(app, action, options, &report, "report",
-                 "Make one page of a capture, to be looked at in any browser",
-                 R"(Prints the name of the page, which needs no other file and no network. Lines of the capture that
+  CLI::App* const command = addCommand(
+      app, action, options, &report, "report", "Make one page of a capture, to be looked at in any browser",
+      R"(Prints the name of the page, which needs no other file and no network. Lines of the capture that
 cannot be read are passed over, counted, and named in the page.)");
   command->add_option("CAPTURE", options->capture, "What 'rynctl monitor --save' has written")->required();
   addValue(command, "-o,--output", options->page, "PAGE.html",

@@ -125,7 +125,8 @@ TraceEvent savedTrace(const std::string& where, const Json::Value& saved) {
       failMalformed(where, compose("nothing takes {} us", *duration));
     }
   }
-  if (event.pid <= 0 || event.sequence == 0) failMalformed(where, "no trace: its pid or its seq is missing");
+  if (event.pid <= 0 || event.sequence == 0)
+    failMalformed(where, "no trace: its pid or its seq is missing");
   return event;
 }
 

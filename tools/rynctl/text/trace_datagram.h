@@ -28,7 +28,7 @@ struct TraceEvent {
   std::optional<std::int64_t> handling;
   trace::Drop drop = trace::Drop::kNone;
   int result = 0;
-  std::string text;  // with trace::kCutMark at its end when it was cut
+  std::string text;     // with trace::kCutMark at its end when it was cut
   std::string process;  // its name, where somebody has looked it up
   Json::Value json;     // all that was sent, and the name of the message
 

@@ -1,0 +1,93 @@
+// Plays one side of a capture to the living other side, and compares what comes back.
+#ifndef HBBTV_RYN_TOOLS_RYNCTL_REPLAY_PLAYER_H
+#define HBBTV_RYN_TOOLS_RYNCTL_REPLAY_PLAYER_H
+
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "tools/rynctl/capture/conversation.h"
+#include "tools/rynctl/peer/simulated_peer.h"
+#include "tools/rynctl/replay/comparison.h"
+#include "tools/rynctl/system/client.h"
+#include "tools/rynctl/system/wait.h"
+
+namespace hbbtv_ryn::rynctl {
+
+class Player {
+ public:
+  struct Rules {
+    Side side;
+    double speed;  // 2 is twice as fast as recorded; 0: without any pause
+    std::set<std::string> ignored;
+    std::string only;                   // a pattern for the names of what is sent and compared
+    std::chrono::milliseconds timeout;  // for an answer, and for what the other side is to send next
+  };
+  /// What has been compared, or should have been.
+  struct Case {
+    std::string name;
+    std::vector<std::string> differences;
+  };
+
+  /// @param conversation  outlives the player.
+  Player(const Conversation& conversation, Rules rules);
+
+  /// What of the capture cannot be played or compared as it was, one line each.
+  const std::vector<std::string>& doubts() const { return doubts_; }
+
+  /// Prints the differences as they come. Throws Failure as Client does, and NoPeer when the other side
+  /// goes away in the middle.
+  /// @return whether it came to its end, without a signal.
+  bool play(const Interrupt& interrupt);
+
+  /// After play(), however it has ended.
+  const std::vector<Case>& cases() const { return cases_; }
+  unsigned long differences() const { return differences_; }
+
+ private:
+  struct Step {
+    const Exchange* exchange;
+    bool own;              // sent by this side
+    bool wanted;           // by the rules
+    Sight at;              // this side's, if it has been traced
+    Json::Value members;   // null: not known
+    Json::Value answer;    // null: not known
+    bool failure = false;  // the answer says that there is none
+    bool done = false;     // sent, or seen to come
+    std::size_t number = 0;
+  };
+
+  void add(const Exchange& exchange, bool both_traced);
+  void doubt(const Exchange& exchange, const char* what);
+  bool pause(const Interrupt& interrupt, std::int64_t until);
+  void send(const Step& step);
+  void compareAnswer(const Step& step, const Reply& reply);
+  bool await(Step* step, const Interrupt& interrupt);
+  Response respond(const Message& message, const Json::Value& members);
+  Step* find(const Message& message, const Json::Value& members, bool again);
+  void tell(std::size_t number, const std::vector<std::string>& differences);
+  std::size_t newCase(std::string name);
+
+  const Rules rules_;
+  std::vector<std::string> doubts_;
+  std::map<const Message*, Client> clients_;
+  Clock::time_point now_;    // when what was played last was played
+  std::int64_t then_ = 0;    // and when it was recorded
+  bool peer_lived_ = false;  // at some time of the play
+
+  std::mutex lock_;  // guards everything below: what comes is taken on other threads
+  std::condition_variable came_;
+  std::vector<Step> steps_;  // in their order; of each only `done` changes
+  std::map<const Message*, std::vector<std::size_t>> to_arrive_;  // the other side's steps
+  Ids ids_;
+  std::vector<Case> cases_;
+  unsigned long differences_ = 0;
+  bool heard_ = false;  // anything of the other side
+};
+
+}  // namespace hbbtv_ryn::rynctl
+
+#endif  // HBBTV_RYN_TOOLS_RYNCTL_REPLAY_PLAYER_H
