@@ -60,6 +60,30 @@ class SymmetricLink : public Link {
   virtual void receive(std::string& text) = 0;
 };
 
+/// A symmetric link of two queues that the kernel knows by numbers, one for each way. They end with the
+/// namespace of the run.
+class QueueLink : public SymmetricLink {
+ public:
+  void openReceiver() final {
+    incoming_ = requests_;
+    outgoing_ = replies_;
+  }
+  void openSender() final {
+    incoming_ = replies_;
+    outgoing_ = requests_;
+  }
+
+ protected:
+  QueueLink(int requests, int replies) : requests_(requests), replies_(replies) {}
+
+  int incoming_ = -1;
+  int outgoing_ = -1;
+
+ private:
+  const int requests_;
+  const int replies_;
+};
+
 std::unique_ptr<Transport> makePeer(std::unique_ptr<Link> link, Text text);
 
 std::unique_ptr<Link> makeChannel();

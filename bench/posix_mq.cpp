@@ -13,19 +13,10 @@ namespace {
 // As many messages as the System V queue holds by default.
 constexpr long kMessages = 15;
 
-class PosixMq final : public SymmetricLink {
+class PosixMq final : public QueueLink {
  public:
-  // The queues end with the namespace of the run, so the names are free.
-  PosixMq() : requests_(make("/requests")), replies_(make("/replies")) {}
-
-  void openReceiver() override {
-    incoming_ = requests_;
-    outgoing_ = replies_;
-  }
-  void openSender() override {
-    incoming_ = replies_;
-    outgoing_ = requests_;
-  }
+  // The names are free in the namespace of the run.
+  PosixMq() : QueueLink(make("/requests"), make("/replies")) {}
 
  protected:
   void send(const std::string& text) override {
@@ -45,10 +36,6 @@ class PosixMq final : public SymmetricLink {
     return check(mq_open(name, O_CREAT | O_RDWR, 0600, &attributes), "mq_open");
   }
 
-  mqd_t requests_;
-  mqd_t replies_;
-  mqd_t incoming_ = -1;
-  mqd_t outgoing_ = -1;
   std::vector<char> buffer_ = std::vector<char>(IPC_MAX_MESSAGE);
 };
 

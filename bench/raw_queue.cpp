@@ -15,23 +15,11 @@ namespace {
 constexpr std::size_t kRecordBytes = ipc_record_bytes(IPC_CHUNK_SIZE) - sizeof(long);
 constexpr std::size_t kChunkBytes = IPC_CHUNK_SIZE + 1;
 
-class RawQueue final : public SymmetricLink {
+class RawQueue final : public QueueLink {
  public:
-  // The queues end with the namespace of the run.
-  RawQueue()
-      : requests_(check(msgget(IPC_PRIVATE, 0600), "msgget")),
-        replies_(check(msgget(IPC_PRIVATE, 0600), "msgget")) {
+  RawQueue() : QueueLink(make(), make()) {
     record_.mtype = 1;
     record_.marker = 1;
-  }
-
-  void openReceiver() override {
-    incoming_ = requests_;
-    outgoing_ = replies_;
-  }
-  void openSender() override {
-    incoming_ = replies_;
-    outgoing_ = requests_;
   }
 
  protected:
@@ -59,10 +47,8 @@ class RawQueue final : public SymmetricLink {
   }
 
  private:
-  int requests_;
-  int replies_;
-  int incoming_ = -1;
-  int outgoing_ = -1;
+  static int make() { return check(msgget(IPC_PRIVATE, 0600), "msgget"); }
+
   IpcRecord record_{};
 };
 

@@ -1,7 +1,7 @@
 # bash completion for rynctl(1). What can be typed is asked of the tool itself.
 
 _rynctl_options() {
-  "$@" --help 2>/dev/null | grep -oE -- '(^|[ ,])--?[a-z]+' | tr -d ' ,'
+  "$@" --help 2>/dev/null | sed -n '/^Options:/,/^$/p' | grep -oE -- '(^|[ ,])--?[a-z]+' | tr -d ' ,'
 }
 
 _rynctl_subcommands() {

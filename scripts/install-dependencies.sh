@@ -13,7 +13,7 @@ END
 packages_of() {
   case $1 in
     build) echo cmake ninja-build ccache g++ pkg-config libjsoncpp-dev libcli11-dev libfmt-dev ;;
-    check) echo libgtest-dev ;;
+    check) echo libgtest-dev python3 ;;
     armhf) echo g++-arm-linux-gnueabihf libjsoncpp-dev:armhf libfmt-dev:armhf libgtest-dev:armhf libstdc++6:armhf qemu-user ;;
     package) echo debootstrap dpkg-dev file ;;
     lint) echo clang-format clang-tidy ;;

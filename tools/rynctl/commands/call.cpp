@@ -90,7 +90,6 @@ void addOptions(CLI::App* command, Options& options) {
 }  // namespace
 
 void addCallCommands(CLI::App& app, Action& action) {
-  constexpr unsigned kLongestPause = 3600000;
   const auto options = std::make_shared<Options>();
 
   CLI::App* const call_command = addCommand(
@@ -110,7 +109,7 @@ not fit the catalogue. A peer that dies ends the wait at once.)");
   addValue(send_command, "--repeat", options->repeat, "N", "Send it N times; 0 until interrupted")
       ->capture_default_str();
   addValue(send_command, "--every", options->every, "MS", "Wait MS milliseconds between two")
-      ->check(CLI::Range(0U, kLongestPause));
+      ->check(CLI::Range(0, 3600000));
 }
 
 }  // namespace hbbtv_ryn::rynctl

@@ -180,9 +180,8 @@ void checkReports(Section* section) {
     section->note("no process reports its log modules, so 'rynctl log' and 'rynctl monitor' see none",
                   "call zunt_log_initialize(1) in both hosts");
   } else {
-    section->good(compose("{} its log modules", processes == 1
-                                                    ? "1 process reports"
-                                                    : compose("{} processes report", processes)));
+    section->good(counted(processes, "process") + (processes == 1 ? " reports" : " report") +
+                  " its log modules");
   }
   if (traced && !findUdpPortOwner(trace::kPort)) {
     section->problem("messages are traced, and nobody watches",

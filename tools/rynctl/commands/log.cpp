@@ -85,13 +85,12 @@ ExitCode showReports(const Options& options) {
 /// On a terminal the table is kept up to date; elsewhere each change prints it once more. As JSON each
 /// report is printed.
 ExitCode watchReports(const Options& options) {
-  constexpr std::chrono::seconds kRefresh{1};
   const LogControl control;
   const Interrupt interrupt;
   const bool terminal = isatty(fileno(output())) != 0;
   Reporters reporters;
   while (!interrupt.raised() && std::ferror(output()) == 0) {
-    awaitInput({control.descriptor(), interrupt.descriptor()}, Clock::now() + kRefresh);
+    awaitInput({control.descriptor(), interrupt.descriptor()}, Clock::now() + std::chrono::seconds(1));
     const auto report = control.take();
     bool changed = false;
     if (report && options.port.value_or(report->port) == report->port) {
@@ -109,18 +108,13 @@ ExitCode show(const Options& options) {
 }
 
 std::string textOf(const LogOutcome& outcome) {
-  switch (outcome.effect) {
-    case LogOutcome::Effect::Refused:
-      return compose("not taken, the list of {} modules is full: {}", kMaxModules,
-                     printable(joined(outcome.refused, ", ")));
-    case LogOutcome::Effect::NotShown:
-      return "its reports do not show the change; does another tool edit the list?";
-    case LogOutcome::Effect::Silent:
-      return "has not reported since the command was sent";
-    case LogOutcome::Effect::Shown:
-      break;
+  using Effect = LogOutcome::Effect;
+  if (outcome.effect == Effect::Silent) return "has not reported since the command was sent";
+  if (outcome.effect == Effect::NotShown) {
+    return "its reports do not show the change; does another tool edit the list?";
   }
-  return "";
+  return compose("not taken, the list of {} modules is full: {}", kMaxModules,
+                 printable(joined(outcome.refused, ", ")));
 }
 
 /// @param done  what is said of the processes that have obeyed.
@@ -159,7 +153,6 @@ ExitCode edit(const Options& options, std::uint8_t value, const char* effect) {
 }  // namespace
 
 void addLogCommand(CLI::App& app, Action& action) {
-  constexpr std::uint16_t kHighestPort = 65535;
   const auto options = std::make_shared<Options>();
   CLI::App* const log = app.add_subcommand(
       "log", "Show the processes that report their logging, or change what their modules write");
@@ -169,7 +162,7 @@ void addLogCommand(CLI::App& app, Action& action) {
   CLI::Option* const json = log->add_flag("--json", options->json, "Print each report as a line of JSON");
   const auto add_port = [&](CLI::App* command) {
     addValue(command, "--port", options->port, "N", "Only the process that reports from port N")
-        ->check(CLI::Range(std::uint16_t{1}, kHighestPort));
+        ->check(CLI::Range(1, 65535));
   };
   const auto add = [&](const char* name, const char* help, std::uint8_t value, const char* effect) {
     CLI::App* const command = log->add_subcommand(name, help);

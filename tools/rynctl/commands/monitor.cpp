@@ -1,7 +1,6 @@
 // `rynctl monitor`: the traffic of the running processes.
 
 #include <CLI/CLI.hpp>
-#include <cmath>
 #include <fstream>
 
 #include "tools/catalogue/catalogue_text.h"

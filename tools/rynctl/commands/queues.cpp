@@ -82,21 +82,17 @@ std::string queueTable(bool json) {
 }
 
 ExitCode queues(const Options& options) {
-  if (options.watch == 0) {
-    print("{}", queueTable(options.json));
-    return ExitCode::Done;
-  }
   const Interrupt interrupt;
   const auto pause =
       std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.watch));
   do {
     const std::string text = queueTable(options.json);
-    if (options.json) {
+    if (options.json || options.watch == 0) {
       print("{}", text);
     } else {
       redraw(text);
     }
-  } while (!interrupt.raised(pause) && std::ferror(output()) == 0);
+  } while (options.watch != 0 && !interrupt.raised(pause) && std::ferror(output()) == 0);
   return ExitCode::Done;
 }
 

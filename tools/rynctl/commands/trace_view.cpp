@@ -16,10 +16,7 @@ using trace::Way;
 namespace {
 
 std::string durationText(std::int64_t microseconds) {
-  constexpr std::int64_t kLong = 10000;
-  constexpr std::int64_t kPerMillisecond = 1000;
-  return microseconds < kLong ? compose("{} us", microseconds)
-                              : compose("{} ms", microseconds / kPerMillisecond);
+  return microseconds < 10000 ? compose("{} us", microseconds) : compose("{} ms", microseconds / 1000);
 }
 
 /// Who the text went or should have gone to.
@@ -131,9 +128,8 @@ bool TraceView::isShown(const TraceEvent& event, std::optional<std::int64_t> han
   if (!matches(filter_.glob, nameText(event, message))) return false;
   if (!filter_.slow && !filter_.errors) return true;
   if (filter_.errors && event.isProblem()) return true;
-  constexpr double kPerMillisecond = 1000;
   const auto took = std::max(event.waited.value_or(-1), handling.value_or(-1));
-  return filter_.slow && static_cast<double>(took) >= *filter_.slow * kPerMillisecond;
+  return filter_.slow && static_cast<double>(took) >= *filter_.slow * 1000;
 }
 
 std::string TraceView::line(const TraceEvent& event, std::optional<std::int64_t> handling) {

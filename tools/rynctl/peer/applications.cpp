@@ -33,15 +33,6 @@ Event topMost(int appid, int orgid, bool topmost) {
   return event;
 }
 
-void setKeys(const Value& request, Value* state) {
-  const int count = std::clamp(integer(request, key::kKeynum), 0, kMaxKeyCodes);
-  int keys[kMaxKeyCodes] = {};
-  readKeyCodes(request, count, keys);
-  set(state, key::kValue, integer(request, key::kValue));
-  set(state, key::kNum, count);
-  setKeyCodes(state, keys, count);
-}
-
 /// What a command changes of an application.
 void change(Code code, const Value& request, Value* state) {
   switch (code) {
@@ -54,8 +45,14 @@ void change(Code code, const Value& request, Value* state) {
       return set(state, key::kPrimary, flag(code == Code::ActivateInput && boolean(request, key::kFocus)));
     case Code::SetSupportsPointer:
       return set(state, key::kPointer, flag(boolean(request, key::kPointer)));
-    case Code::SetValue:
-      return setKeys(request, state);
+    case Code::SetValue: {
+      const int count = std::clamp(integer(request, key::kKeynum), 0, kMaxKeyCodes);
+      int keys[kMaxKeyCodes] = {};
+      readKeyCodes(request, count, keys);
+      set(state, key::kValue, integer(request, key::kValue));
+      set(state, key::kNum, count);
+      return setKeyCodes(state, keys, count);
+    }
     default:
       return;
   }
@@ -83,11 +80,11 @@ Response Applications::respond(const Message& message, const Value& request) {
   Value* const reply = &response.members;
   const auto name = [reply](Id id) { setId(reply, id.first, id.second); };
   switch (message.code) {
-    case Code::GetOwnerApp: {
-      const auto app = apps_.lower_bound({integer(request, key::kAppid), 0});
-      if (app != apps_.end() && app->first.first == integer(request, key::kAppid)) name(app->second.owner);
+    case Code::GetOwnerApp:
+      for (const auto& [id, app] : apps_) {
+        if (id.first == integer(request, key::kAppid)) name(app.owner);
+      }
       break;
-    }
     case Code::GetCurrentApp:
       name(current_);
       break;

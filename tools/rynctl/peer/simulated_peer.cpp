@@ -1,6 +1,8 @@
 #include "tools/rynctl/peer/simulated_peer.h"
 
 #include <cstring>
+#include <map>
+#include <thread>
 
 #include "ipc/protocol/envelope.h"
 #include "ipc/server.h"

@@ -20,17 +20,12 @@ Client::Client(const Message& message) : message_(message) {
 
 void Client::requirePeer(bool unserved) const {
   const QueueName& queue = queueAt(queueOf(message_));
-  if (!look(queue)) {
-    throw Failure(ExitCode::NoPeer,
-                  "no {} process: none has run since the system started; start it, or 'rynctl serve {}'",
-                  nameOf(queue.reader), queue.reader == Side::kBrowser ? "browser" : "plugin");
-  }
-  const Servers servers = serversOf(queue.key);
-  if (!unserved && servers.known() && !servers.alive()) {
-    throw Failure(ExitCode::NoPeer,
-                  "no {} process: the last one is gone; start it again, or see 'rynctl queues'",
-                  nameOf(queue.reader));
-  }
+  const auto state = look(queue);
+  const bool gone = state && state->servers.known() && !state->servers.alive();
+  if (state && (unserved || !gone)) return;
+  throw Failure(ExitCode::NoPeer, "no {} process: {}; start it, or 'rynctl serve {}'", nameOf(queue.reader),
+                gone ? "the last one is gone" : "none has run since the system started",
+                queue.reader == Side::kBrowser ? "browser" : "plugin");
 }
 
 void Client::requireRoom(const std::string& text) const {

@@ -20,9 +20,9 @@ bool awaitInput(std::initializer_list<int> descriptors, Clock::time_point deadli
   for (const int descriptor : descriptors) waits.push_back({descriptor, POLLIN, 0});
   for (;;) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-    constexpr decltype(left) kMost = 60000;  // an int holds it; the rest is waited for in turn
-    const int ready =
-        poll(waits.data(), waits.size(), static_cast<int>(std::clamp(left, decltype(left){}, kMost)));
+    // An int holds a minute; the rest is waited for in turn.
+    const auto limit = std::min<decltype(left)>(std::max<decltype(left)>(left, 0), 60000);
+    const int ready = poll(waits.data(), waits.size(), static_cast<int>(limit));
     if (ready > 0) return true;
     if (ready == -1 && errno != EINTR) failErrno("cannot wait");
     if (left <= 0) return false;

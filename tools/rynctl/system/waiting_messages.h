@@ -2,7 +2,6 @@
 #ifndef HBBTV_RYN_TOOLS_RYNCTL_SYSTEM_WAITING_MESSAGES_H
 #define HBBTV_RYN_TOOLS_RYNCTL_SYSTEM_WAITING_MESSAGES_H
 
-#include <cstdint>
 #include <string>
 #include <vector>
 

@@ -11,10 +11,8 @@ namespace {
 
 /// Columns that UTF-8 text takes, for text without wide or combining characters.
 std::size_t columnsOf(const std::string& text) {
-  constexpr unsigned kContinuationMask = 0xc0U;
-  constexpr unsigned kContinuation = 0x80U;
   return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) {
-    return (static_cast<unsigned char>(c) & kContinuationMask) != kContinuation;
+    return (static_cast<unsigned char>(c) & 0xc0U) != 0x80U;  // all but continuation bytes
   }));
 }
 
