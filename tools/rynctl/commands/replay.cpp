@@ -123,7 +123,9 @@ capture holds cut, or half, are named at the beginning.)");
       addValue(command, "--speed", options->speed, "X", "X times as fast as it was recorded")
           ->check(CLI::Range(0.001, 1000.0));
   command->add_flag("--fast", options->fast, "Without any pause")->excludes(speed);
-  addValue(command, "--ignore", options->ignored, "KEY,…", "Members that are not compared")->delimiter(',')->allow_extra_args(false);
+  addValue(command, "--ignore", options->ignored, "KEY,…", "Members that are not compared")
+      ->delimiter(',')
+      ->allow_extra_args(false);
   addValue(command, "--only", options->only, "GLOB", "Send and compare only messages whose name matches");
   addValue(command, "--timeout", options->timeout, "S",
            "Give up an answer, or what was to come next, after S seconds; 0 waits for ever")

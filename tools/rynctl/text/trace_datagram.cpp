@@ -104,6 +104,7 @@ std::optional<TraceEvent> parseTrace(std::string_view datagram) {
 TraceEvent savedTrace(const std::string& where, const Json::Value& saved) {
   // A time span of this many microseconds and its double are the same.
   constexpr double kMostTime = 9.0e15;
+  if (!saved.isObject()) failMalformed(where, "no JSON object");
   TraceEvent event;
   for (const std::string& name : saved.getMemberNames()) {
     const Json::Value& value = saved[name];
