@@ -1,6 +1,7 @@
 // `rynctl replay`: one side of a capture again, for the living other side.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cmath>
 #include <fstream>
 
@@ -32,56 +33,46 @@ std::string xmlText(const std::string& text) {
   std::string result;
   const std::string json = oneLine(text);
   for (const char c : json.substr(1, json.size() - 2)) {
-    const char* const name = c == '&'   ? "&amp;"
-                             : c == '<' ? "&lt;"
-                             : c == '>' ? "&gt;"
-                             : c == '"' ? "&quot;"
-                                        : nullptr;
-    name != nullptr ? result += name : result += c;
+    const bool plain = std::string_view("&<>\"").find(c) == std::string_view::npos;
+    result += plain ? std::string(1, c) : compose("&#{};", static_cast<int>(c));
   }
   return result;
 }
 
 void writeJunit(std::ostream& file, const std::string& suite, const Player& player,
                 const std::string& error) {
-  unsigned long failures = 0;
-  for (const Player::Case& one : player.cases()) failures += one.differences.empty() ? 0 : 1;
-  file << compose("<testsuite name=\"{}\" tests=\"{}\" failures=\"{}\" errors=\"{}\">\n", xmlText(suite),
-                  player.cases().size() + 1, failures, error.empty() ? 0 : 1);
-  for (const Player::Case& one : player.cases()) {
-    file << compose("  <testcase classname=\"rynctl.replay\" name=\"{}\">", xmlText(one.name));
-    if (!one.differences.empty()) {
-      file << compose("<failure message=\"{}\"/>", xmlText(joined(one.differences, "; ")));
-    }
+  const auto one = [&](const std::string& name, const char* problem, const std::string& text) {
+    file << compose("  <testcase classname=\"rynctl.replay\" name=\"{}\">", xmlText(name));
+    if (!text.empty()) file << compose("<{} message=\"{}\"/>", problem, xmlText(text));
     file << "</testcase>\n";
-  }
-  file << "  <testcase classname=\"rynctl.replay\" name=\"played to the end\">";
-  if (!error.empty()) file << compose("<error message=\"{}\"/>", xmlText(error));
-  file << "</testcase>\n</testsuite>\n";
-}
-
-void sayDoubts(const std::vector<std::string>& doubts) {
-  constexpr std::size_t kMost = 20;
-  for (std::size_t i = 0; i < std::min(doubts.size(), kMost); ++i) remark("{}", doubts[i]);
-  if (doubts.size() > kMost) remark("and {} more such messages", doubts.size() - kMost);
+  };
+  file << compose("<testsuite name=\"{}\">\n", xmlText(suite));
+  for (const auto& [name, differences] : player.cases()) one(name, "failure", joined(differences, "; "));
+  one("played to the end", "error", error);
+  file << "</testsuite>\n";
 }
 
 ExitCode replay(const Options& options) {
+  constexpr std::size_t kMostDoubts = 20;
+  constexpr double kPerSecond = 1000;
+  const Side side = options.side == "browser" ? Side::kBrowser : Side::kPlugin;
   const Capture capture = Capture::load(options.capture);
-  for (const std::string& note : capture.notes) remark("{}", note);
-  Player player(capture.conversation, {options.side == "browser" ? Side::kBrowser : Side::kPlugin,
-                                       options.fast ? 0 : options.speed,
-                                       {options.ignored.begin(), options.ignored.end()},
-                                       options.only,
-                                       std::chrono::milliseconds(std::llround(options.timeout * 1000))});
-  sayDoubts(player.doubts());
+  const std::chrono::milliseconds timeout(std::llround(options.timeout * kPerSecond));
+  Player player(capture, {side,
+                          options.fast ? 0 : options.speed,
+                          {options.ignored.begin(), options.ignored.end()},
+                          options.only,
+                          timeout});
+  std::vector<std::string> doubts = capture.notes;
+  doubts.insert(doubts.end(), player.doubts().begin(), player.doubts().end());
+  for (std::size_t i = 0; i < std::min(doubts.size(), kMostDoubts); ++i) remark("{}", doubts[i]);
+  if (doubts.size() > kMostDoubts) remark("and {} more such messages", doubts.size() - kMostDoubts);
+
   const Interrupt interrupt;
-  if (!options.force) requireFree(options.side == "browser" ? Side::kBrowser : Side::kPlugin);
+  if (!options.force) requireFree(side);
   std::ofstream junit;
-  if (!options.junit.empty()) {
-    junit.open(options.junit);
-    if (!junit) throw Failure(ExitCode::Usage, "{} cannot be written", printable(options.junit));
-  }
+  if (!options.junit.empty()) junit.open(options.junit);
+  if (!junit) throw Failure(ExitCode::Usage, "{} cannot be written", printable(options.junit));
   const auto end = [&](const std::string& error) {
     remark("{} compared, {}{}", counted(player.cases().size(), "message"),
            counted(player.differences(), "difference"), error.empty() ? "" : "; not played to the end");
@@ -89,15 +80,14 @@ ExitCode replay(const Options& options) {
     writeJunit(junit, options.capture, player, error);
     if (!junit.flush()) throw Failure(ExitCode::Refused, "{} cannot be written", printable(options.junit));
   };
-  bool whole = false;
   try {
-    whole = player.play(interrupt);
+    const bool whole = player.play(interrupt);
+    end(whole ? "" : "interrupted");
+    return whole && player.differences() == 0 ? ExitCode::Done : ExitCode::Refused;
   } catch (const Failure& failure) {
     end(failure.what());
     throw;
   }
-  end(whole ? "" : "interrupted");
-  return whole && player.differences() == 0 ? ExitCode::Done : ExitCode::Refused;
 }
 
 }  // namespace

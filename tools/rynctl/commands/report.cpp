@@ -30,46 +30,47 @@ Json::Value jsonOf(const Sight& sight) {
   return value;
 }
 
-Json::Value jsonOf(pid_t pid, const TracedProcess& process) {
+Json::Value jsonOf(pid_t pid, TracedProcess process) {
   Json::Value value(Json::objectValue);
   value["pid"] = pid;
   value["name"] = process.name;
   value["side"] = nameOf(process.side);
-  value["first"] = jsonOf(process.first);
-  value["last"] = jsonOf(process.last);
-  value["traces"] = Json::UInt64{process.traces};
+  value["first"] = jsonOf(process.numbers.front().second);
+  value["last"] = jsonOf(process.numbers.back().second);
   value["gaps"] = Json::Value(Json::arrayValue);
-  for (const TracedProcess::Gap& gap : process.gaps) {
-    Json::Value one(Json::objectValue);
-    one["count"] = Json::UInt64{gap.count};
-    one["behind"] = jsonOf(gap.behind);
-    value["gaps"].append(one);
+  // The datagrams of two threads may pass each other.
+  std::sort(process.numbers.begin(), process.numbers.end(),
+            [](const auto& a, const auto& b) { return a.first < b.first; });
+  for (std::size_t i = 1; i < process.numbers.size(); ++i) {
+    const auto& [before, behind] = process.numbers[i - 1];
+    if (process.numbers[i].first <= before + 1) continue;
+    Json::Value& gap = value["gaps"].append(Json::objectValue);
+    gap["count"] = Json::UInt64{process.numbers[i].first - before - 1};
+    gap["behind"] = jsonOf(behind);
   }
   return value;
 }
 
 Json::Value jsonOf(const Exchange& exchange) {
-  const Message* const message = exchange.message;
+  const TraceEvent& trace = exchange.trace;
+  const bool answered = exchange.answered || exchange.arrived;
   Json::Value value(Json::objectValue);
-  value["name"] = message != nullptr   ? std::string(message->name)
-                  : exchange.code == 0 ? "?"
-                                       : compose("code {}", exchange.code);
-  value["code"] = exchange.code;
+  value["name"] = nameText(exchange.message, trace.code);
+  value["code"] = trace.code;
   value["to"] = nameOf(exchange.to());
-  if (message != nullptr ? message->delivery == Delivery::kSync : exchange.wasAnswered())
-    value["sync"] = true;
+  value["sync"] = exchange.message != nullptr ? exchange.message->delivery == Delivery::kSync : answered;
+  value["failed"] = exchange.failed;
+  value["records"] = Json::UInt64{recordsOf(trace.length)};
+  value["text"] = trace.text;
+  if (answered) value["answer"] = exchange.answer;
   if (exchange.sent) value["sent"] = jsonOf(*exchange.sent);
   if (exchange.received) value["received"] = jsonOf(*exchange.received);
   if (exchange.answered) value["answered"] = jsonOf(*exchange.answered);
   if (exchange.arrived) value["arrived"] = jsonOf(*exchange.arrived);
-  if (exchange.waited) value["waited"] = Json::Int64{*exchange.waited};
-  if (exchange.handling) value["handling"] = Json::Int64{*exchange.handling};
-  if (exchange.drop != trace::Drop::kNone) value["drop"] = wordOf(exchange.drop, trace::kDropNames);
-  if (exchange.result != 0) value["result"] = exchange.result;
-  if (exchange.failed) value["failed"] = true;
-  value["records"] = Json::UInt64{recordsOf(exchange.length)};
-  value["text"] = exchange.text;
-  if (exchange.wasAnswered()) value["answer"] = exchange.answer;
+  if (trace.waited) value["waited"] = Json::Int64{*trace.waited};
+  if (trace.handling) value["handling"] = Json::Int64{*trace.handling};
+  if (trace.drop != trace::Drop::kNone) value["drop"] = wordOf(trace.drop, trace::kDropNames);
+  if (trace.result != 0) value["result"] = trace.result;
   return value;
 }
 
@@ -80,40 +81,36 @@ std::string embedded(const Json::Value& value) {
   return text;
 }
 
-void write(std::ostream& page, const std::string& name, const Capture& capture) {
-  const auto mark = kReportPage.find(kDataMark);
-  Json::Value head(Json::objectValue);
-  head["file"] = name;
-  head["notes"] = Json::Value(Json::arrayValue);
-  for (const std::string& note : capture.notes) head["notes"].append(note);
-  head["processes"] = Json::Value(Json::arrayValue);
-  for (const auto& [pid, process] : capture.processes) head["processes"].append(jsonOf(pid, process));
-  page << kReportPage.substr(0, mark) << "{\"head\":" << embedded(head) << ",\n\"exchanges\":[";
-  const char* separator = "\n";
-  for (const Exchange& exchange : capture.conversation.exchanges()) {
-    page << std::exchange(separator, ",\n") << embedded(jsonOf(exchange));
-  }
-  page << "]}" << kReportPage.substr(mark + kDataMark.size());
-}
-
 ExitCode report(const Options& options) {
-  const fs::path capture_file(options.capture);
-  const fs::path page_file =
-      options.page.empty() ? fs::path(capture_file).replace_extension(".html") : fs::path(options.page);
+  const fs::path from(options.capture);
+  const fs::path to =
+      options.page.empty() ? fs::path(from).replace_extension(".html") : fs::path(options.page);
   std::error_code none;
-  if (page_file == capture_file || fs::equivalent(page_file, capture_file, none)) {
+  if (to == from || fs::equivalent(to, from, none)) {
     throw Failure(ExitCode::Usage, "the page would take the place of the capture; name it with -o");
   }
   const Capture capture = Capture::load(options.capture);
-  std::ofstream page(page_file);
-  if (!page) throw Failure(ExitCode::Usage, "{} cannot be written", printable(page_file.string()));
-  write(page, capture_file.filename().string(), capture);
+  Json::Value head(Json::objectValue);
+  head["file"] = from.filename().string();
+  for (Json::Value* const list : {&head["notes"], &head["processes"]}) *list = Json::arrayValue;
+  for (const std::string& note : capture.notes) head["notes"].append(note);
+  for (const auto& [pid, process] : capture.processes) head["processes"].append(jsonOf(pid, process));
+
+  std::ofstream page(to);
+  if (!page) throw Failure(ExitCode::Usage, "{} cannot be written", printable(to.string()));
+  const auto mark = kReportPage.find(kDataMark);
+  page << kReportPage.substr(0, mark) << "{\"head\":" << embedded(head) << ",\"exchanges\":[";
+  const char* separator = "\n";
+  for (const Exchange& exchange : capture.exchanges) {
+    page << std::exchange(separator, ",\n") << embedded(jsonOf(exchange));
+  }
+  page << "]}" << kReportPage.substr(mark + kDataMark.size());
   if (!page.flush()) {
-    throw Failure(ExitCode::Refused, "{} cannot be written to its end", printable(page_file.string()));
+    throw Failure(ExitCode::Refused, "{} cannot be written to its end", printable(to.string()));
   }
   for (const std::string& note : capture.notes) complain(note);
-  print("{}\n", printable(page_file.string()));
-  remark("{}", counted(capture.conversation.exchanges().size(), "message"));
+  print("{}\n", printable(to.string()));
+  remark("{}", counted(capture.exchanges.size(), "message"));
   return ExitCode::Done;
 }
 

@@ -26,11 +26,6 @@ std::string arrowTo(const TraceEvent& event, const Message* message) {
   return compose("-> {}", nameOf(event.isAnswer() ? other(receiver) : receiver));
 }
 
-std::string nameText(const TraceEvent& event, const Message* message) {
-  if (message == nullptr) return event.code == 0 ? "?" : compose("code {}", event.code);
-  return std::string(message->name);
-}
-
 std::string problemText(const TraceEvent& event) {
   std::string text;
   if (event.drop != Drop::kNone) {
@@ -125,7 +120,7 @@ void TraceView::show(const TraceEvent& event, std::optional<std::int64_t> handli
 
 bool TraceView::isShown(const TraceEvent& event, std::optional<std::int64_t> handling) const {
   const Message* const message = findMessage(event.code);
-  if (!matches(filter_.glob, nameText(event, message))) return false;
+  if (!matches(filter_.glob, nameText(message, event.code))) return false;
   if (!filter_.slow && !filter_.errors) return true;
   if (filter_.errors && event.isProblem()) return true;
   const auto took = std::max(event.waited.value_or(-1), handling.value_or(-1));
@@ -136,8 +131,9 @@ std::string TraceView::line(const TraceEvent& event, std::optional<std::int64_t>
   // As wide as the longest name of an answer, so that the members stand below each other.
   constexpr int kNameColumns = 30;
   const Message* const message = findMessage(event.code);
-  std::string text = compose("{}  {}  {:{}}  ", clockText(event.time), arrowTo(event, message),
-                             nameText(event, message) + (event.isAnswer() ? " answer" : ""), kNameColumns);
+  std::string text =
+      compose("{}  {}  {:{}}  ", clockText(event.time), arrowTo(event, message),
+              nameText(message, event.code) + (event.isAnswer() ? " answer" : ""), kNameColumns);
   text += membersIn(event.text, message, event.isAnswer());
   std::string times;
   if (event.waited) times = "in flight " + durationText(*event.waited);

@@ -17,21 +17,18 @@ namespace hbbtv_ryn::rynctl {
 /// The applications of a capture in this run, which numbers them anew. Not synchronised.
 class Ids {
  public:
-  /// The application of the one message is that of the other from now on, unless one names none.
-  void assign(const Json::Value& recorded, const Json::Value& live);
-  /// The same, where nothing is known yet of the recorded one.
-  void learn(const Json::Value& recorded, const Json::Value& live);
+  /// The application of the one message is that of the other, unless one names none.
+  /// @param anew  also when the recorded one was known as another.
+  void learn(const Json::Value& recorded, const Json::Value& live, bool anew);
   /// A recorded message as it is said in this run.
   Json::Value live(const Json::Value& recorded) const;
 
  private:
   using Id = std::pair<int, int>;  // appid, orgid
-
   static Id idIn(const Json::Value& message);
   Id live(Id recorded) const;
 
   std::map<Id, Id> ids_;
-  std::map<int, int> appids_;  // for messages without orgid
 };
 
 /// "member: expected -> seen" for each member that differs and is not ignored. Values that every reader

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/rynctl/capture/conversation.h"
+#include "tools/rynctl/capture/capture.h"
 #include "tools/rynctl/peer/simulated_peer.h"
 #include "tools/rynctl/replay/comparison.h"
 #include "tools/rynctl/system/client.h"
@@ -32,8 +32,8 @@ class Player {
     std::vector<std::string> differences;
   };
 
-  /// @param conversation  outlives the player.
-  Player(const Conversation& conversation, Rules rules);
+  /// @param capture  outlives the player.
+  Player(const Capture& capture, Rules rules);
 
   /// What of the capture cannot be played or compared as it was, one line each.
   const std::vector<std::string>& doubts() const { return doubts_; }
@@ -50,37 +50,29 @@ class Player {
  private:
   struct Step {
     const Exchange* exchange;
-    bool own;              // sent by this side
-    bool wanted;           // by the rules
-    Sight at;              // this side's, if it has been traced
-    Json::Value members;   // null: not known
-    Json::Value answer;    // null: not known
-    bool failure = false;  // the answer says that there is none
-    bool done = false;     // sent, or seen to come
-    std::size_t number = 0;
+    bool own;                               // sent by this side
+    bool wanted;                            // by the rules
+    Sight at;                               // this side's, if it has been traced
+    Json::Value members = {}, answer = {};  // null: not known
+    bool done = false;                      // sent, or seen to come
+    std::size_t number = 0;                 // of its case
   };
 
   void add(const Exchange& exchange, bool both_traced);
-  void doubt(const Exchange& exchange, const char* what);
-  bool pause(const Interrupt& interrupt, std::int64_t until);
   void send(const Step& step);
-  void compareAnswer(const Step& step, const Reply& reply);
   bool await(Step* step, const Interrupt& interrupt);
   Response respond(const Message& message, const Json::Value& members);
-  Step* find(const Message& message, const Json::Value& members, bool again);
+  Step* expected(const Message& message, const Json::Value* members, bool done);
   void tell(std::size_t number, const std::vector<std::string>& differences);
-  std::size_t newCase(std::string name);
 
   const Rules rules_;
   std::vector<std::string> doubts_;
   std::map<const Message*, Client> clients_;
-  Clock::time_point now_;    // when what was played last was played
-  std::int64_t then_ = 0;    // and when it was recorded
   bool peer_lived_ = false;  // at some time of the play
 
   std::mutex lock_;  // guards everything below: what comes is taken on other threads
   std::condition_variable came_;
-  std::vector<Step> steps_;  // in their order; of each only `done` changes
+  std::vector<Step> steps_;                                       // of each only `done` changes
   std::map<const Message*, std::vector<std::size_t>> to_arrive_;  // the other side's steps
   Ids ids_;
   std::vector<Case> cases_;

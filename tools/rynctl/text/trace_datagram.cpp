@@ -3,7 +3,7 @@
 #include <charconv>
 #include <cmath>
 
-#include "ipc/protocol/catalogue.h"
+#include "ipc/protocol/queues.h"
 #include "tools/catalogue/catalogue_text.h"
 #include "tools/rynctl/text/message_text.h"
 #include "tools/rynctl/text/output.h"
@@ -102,32 +102,31 @@ std::optional<TraceEvent> parseTrace(std::string_view datagram) {
 }
 
 TraceEvent savedTrace(const std::string& where, const Json::Value& saved) {
-  // A time span of this many microseconds and its double are the same.
-  constexpr double kMostTime = 9.0e15;
+  constexpr double kMostTime = 9.0e15;  // so many microseconds, and their double, are whole
+  const auto good = [](double time) { return time >= 0 && time <= kMostTime; };
   if (!saved.isObject()) failMalformed(where, "no JSON object");
   TraceEvent event;
   for (const std::string& name : saved.getMemberNames()) {
     const Json::Value& value = saved[name];
-    bool good = true;
+    bool fits = value.isConvertibleTo(Json::stringValue);
     if (name == "text" || name == "process") {
-      good = value.isString();
-      if (good) (name == "text" ? event.text : event.process) = value.asString();
+      fits = value.isString();
+      if (fits) (name == "text" ? event.text : event.process) = value.asString();
     } else if (name == "time") {
-      const double time = value.isNumeric() ? value.asDouble() * kPerSecond : -1;
-      good = time >= 0 && time <= kMostTime;
-      if (good) event.time = std::llround(time);
+      fits = value.isNumeric() && good(value.asDouble() * kPerSecond);
+      if (fits) event.time = std::llround(value.asDouble() * kPerSecond);
     } else {
-      good = value.isConvertibleTo(Json::stringValue) && readField(name, value.asString(), &event);
+      fits = fits && readField(name, value.asString(), &event);
     }
-    if (!good) failMalformed(where, printable(name) + " is none of a trace: " + printable(oneLine(value)));
+    if (!fits) failMalformed(where, printable(name) + " is none of a trace: " + printable(oneLine(value)));
   }
-  for (const auto& duration : {event.waited, event.handling}) {
-    if (duration && (*duration < 0 || static_cast<double>(*duration) > kMostTime)) {
-      failMalformed(where, compose("nothing takes {} us", *duration));
-    }
+  const bool times = good(static_cast<double>(event.waited.value_or(0))) &&
+                     good(static_cast<double>(event.handling.value_or(0)));
+  const bool queue = event.queue == kRequestQueueKey || event.queue == kNotificationQueueKey ||
+                     event.queue == kQueryQueueKey;
+  if (event.pid <= 0 || event.sequence == 0 || !times || !queue) {
+    failMalformed(where, "no trace: its pid, seq, queue or a time is none");
   }
-  if (event.pid <= 0 || event.sequence == 0)
-    failMalformed(where, "no trace: its pid or its seq is missing");
   return event;
 }
 

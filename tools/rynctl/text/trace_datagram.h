@@ -33,6 +33,11 @@ struct TraceEvent {
   Json::Value json;     // all that was sent, and the name of the message
 
   bool isAnswer() const { return kind == trace::Kind::kReply || kind == trace::Kind::kFailure; }
+  bool isCut() const {
+    const std::size_t mark = sizeof trace::kCutMark - 1;
+    return text.size() >= mark && text.compare(text.size() - mark, mark, trace::kCutMark) == 0 &&
+           length > text.size() - mark;
+  }
   bool isProblem() const {
     return drop != trace::Drop::kNone || result != 0 || kind == trace::Kind::kFailure;
   }
