@@ -128,7 +128,7 @@ namespace {
 /// Sends it. Returns the line that tells of it.
 std::string sendEvent(const Event& event) {
   const Message& message = *event.message;
-  const std::string line = "sends " + commandText(message, event.members);
+  std::string line = "sends " + commandText(message, event.members);
   try {
     const Client client(message);
     if (message.delivery == Delivery::kOneWay) {

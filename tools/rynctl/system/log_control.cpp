@@ -88,18 +88,18 @@ std::map<std::uint16_t, LogOutcome> applyToEach(const LogControl& control, const
   std::map<std::uint16_t, LogOutcome> outcomes;
   std::map<std::uint16_t, Wait> waits;
   auto join_until = Clock::now() + kReportPatience;
+  const auto window = port ? std::chrono::milliseconds::zero() : kWindow;
   const auto end = [&] {
     auto latest = join_until;
     for (const auto& [each, wait] : waits) latest = std::max(latest, wait.until);
     return latest;
   };
   while (const auto report = control.next(end())) {
-    if (port && *port != report->port) continue;
+    if (port.value_or(report->port) != report->port) continue;
     const auto now = Clock::now();
     if (outcomes.count(report->port) > 0) {
       LogOutcome& outcome = outcomes[report->port];
       Wait& wait = waits[report->port];
-      if (wait.until == Clock::time_point()) continue;
       outcome.effect = !outcome.refused.empty()   ? Effect::Refused
                        : command.shownBy(*report) ? Effect::Shown
                                                   : Effect::NotShown;
@@ -108,7 +108,7 @@ std::map<std::uint16_t, LogOutcome> applyToEach(const LogControl& control, const
     } else if (now < join_until) {
       control.send(report->port, command);
       // No more can join than the one that was asked for.
-      if (outcomes.empty()) join_until = port ? now : now + kWindow;
+      if (outcomes.empty()) join_until = now + window;
       outcomes[report->port].refused = command.refusedBy(*report);
       waits[report->port].until = now + kReportPatience;
     }

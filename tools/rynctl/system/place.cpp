@@ -32,7 +32,7 @@ std::optional<Process> clientOf(const QueueName& queue) {
   }
   for (const QueueName& own : kQueues) {
     if (own.carriesReplies() || own.reader != queue.writer()) continue;
-    const auto endpoint = serverOf(own);
+    auto endpoint = serverOf(own);
     if (endpoint && endpoint->alive && endpoint->name != "rynctl") return endpoint;
   }
   return std::nullopt;
