@@ -8,12 +8,17 @@
 #include "tools/catalogue/catalogue_text.h"
 #include "tools/rynctl/capture/capture.h"
 #include "tools/rynctl/commands/command.h"
-#include "tools/rynctl/report/page.h"
 #include "tools/rynctl/text/output.h"
 
 namespace hbbtv_ryn::rynctl {
 
+/// Made from page.html, page.css and page.js when the tool is built.
+extern const std::string_view kReportPage;
+
 namespace {
+
+/// Stands in the page where the data belong.
+constexpr std::string_view kDataMark = "CAPTURE_DATA";
 
 namespace fs = std::filesystem;
 

@@ -11,11 +11,27 @@
 
 #include "tools/rynctl/capture/capture.h"
 #include "tools/rynctl/peer/simulated_peer.h"
-#include "tools/rynctl/replay/comparison.h"
 #include "tools/rynctl/system/client.h"
 #include "tools/rynctl/system/wait.h"
 
 namespace hbbtv_ryn::rynctl {
+
+/// The applications of a capture in this run, which numbers them anew. Not synchronised.
+class Ids {
+ public:
+  /// The application of the one message is that of the other, unless one names none.
+  /// @param anew  also when the recorded one was known as another.
+  void learn(const Json::Value& recorded, const Json::Value& live, bool anew);
+  /// A recorded message as it is said in this run.
+  Json::Value live(const Json::Value& recorded) const;
+
+ private:
+  using Id = std::pair<int, int>;  // appid, orgid
+  static Id idIn(const Json::Value& message);
+  Id live(Id recorded) const;
+
+  std::map<Id, Id> ids_;
+};
 
 class Player {
  public:
