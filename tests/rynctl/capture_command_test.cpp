@@ -171,6 +171,9 @@ TEST_F(CaptureTest, ApplicationsAreToldApartByWhatIsSaidOfThem) {
   tells(242, kNotifications, R"({"t":242,"appid":1,"orgid":10,"topmost":true})");
   tells(244, kNotifications, R"({"t":244,"appid":1,"orgid":10,"key":403,"keytype":1})");
 
+  // A message without organisation, and an answer that repeats the number of the question.
+  asks(201, kRequests, R"({"t":201,"appid":1})", R"({"t":202,"appid":1,"orgid":0})");
+
   ZuntRynBrowserEventCallback handlers{};
   handlers.CreateApp = [](int, int, const char*, bool, bool, int* appid, int* orgid) {
     *appid = 36;
@@ -190,7 +193,7 @@ TEST_F(CaptureTest, ApplicationsAreToldApartByWhatIsSaidOfThem) {
   expectPlayed(result, 1,
                "line 11: SendTopMost appid=1 orgid=10 topmost=true  topmost: true -> false\n"
                "line 13: SendKey appid=1 orgid=10 key=403 keytype=1  recorded, and did not come\n",
-               "5 messages compared, 2 differences\n");
+               "6 messages compared, 2 differences\n");
 }
 
 TEST_F(CaptureTest, TheBrowserAnswersAsRecordedAndSpeaksInItsPlace) {

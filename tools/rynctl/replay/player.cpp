@@ -68,12 +68,13 @@ void Ids::learn(const Json::Value& recorded, const Json::Value& live, bool anew)
   if (from.first != 0 && to.first != 0 && (anew || ids_.count(from) == 0)) ids_[from] = to;
 }
 
-/// Of an organisation that is not given, the application with this number.
+/// Of an organisation that is not known, the application with this number.
 Ids::Id Ids::live(Id recorded) const {
-  const auto found = ids_.lower_bound(recorded);
-  const bool same = found != ids_.end() && found->first.first == recorded.first &&
-                    (recorded.second == 0 || found->first.second == recorded.second);
-  return same ? found->second : recorded;
+  const auto exact = ids_.find(recorded);
+  if (exact != ids_.end()) return exact->second;
+  const auto close = ids_.lower_bound({recorded.first, 0});
+  const bool same = close != ids_.end() && close->first.first == recorded.first;
+  return {same ? close->second.first : recorded.first, recorded.second};
 }
 
 Json::Value Ids::live(const Json::Value& recorded) const {
