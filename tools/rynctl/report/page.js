@@ -279,11 +279,11 @@ function showDetail() {
 let dots = [];
 function plot() {
   const canvas = $('plot'), width = canvas.clientWidth, height = canvas.clientHeight, ratio = devicePixelRatio || 1;
-  const colour = (name) => getComputedStyle(document.documentElement).getPropertyValue('--' + name);
-  canvas.width = width * ratio; canvas.height = height * ratio;
+  const style = getComputedStyle(document.documentElement), colour = (name) => style.getPropertyValue('--' + name);
+  const [blue, danger, line] = ['blue', 'danger', 'line'].map(colour);
+  [canvas.width, canvas.height] = [width * ratio, height * ratio];
   const pen = canvas.getContext('2d'), left = 58, right = width - 16, top = 12, bottom = height - 20;
-  pen.scale(ratio, ratio);
-  pen.font = '11px system-ui, "DejaVu Sans", sans-serif';
+  pen.scale(ratio, ratio); pen.font = '11px system-ui, "DejaVu Sans", sans-serif';
   const y = (us) => bottom - (bottom - top) * scale(us);
   for (let us = 10; us <= longest; us *= 10) {
     pen.strokeStyle = colour('line'); pen.fillStyle = colour('quiet'); pen.textAlign = 'right';
@@ -300,18 +300,18 @@ function plot() {
     place.set(x, reached);
   }
   const chosen = new Set(matching());
-  dots = exchanges.filter((x) => x.flight !== undefined || x.unanswered).map((x) => ({ x, left: left + (right - left) * place.get(x) / (reached || 1), top: y(x.flight === undefined ? longest : x.flight), shown: chosen.has(x) })).sort((a, b) => a.x.unanswered - b.x.unanswered);
+  dots = exchanges.filter((x) => x.flight !== undefined || x.unanswered).map((x) => ({ x, left: left + (right - left) * place.get(x) / (reached || 1), top: y(x.flight === undefined ? longest : x.flight), shown: chosen.has(x) })).sort((a, b) => a.shown - b.shown || a.x.unanswered - b.x.unanswered);
   for (const dot of dots) {
-    pen.globalAlpha = dot.shown ? 0.75 : 0.06;
-    pen.fillStyle = colour(dot.x.unanswered ? 'danger' : 'blue');
+    pen.globalAlpha = 0.75;
+    pen.fillStyle = !dot.shown ? line : dot.x.unanswered ? danger : blue;
     pen.beginPath(); pen.arc(dot.left, dot.top, dot.x.unanswered ? 3.5 : 2.5, 0, 7); pen.fill();
     if (String(dot.x.index) !== state.at) continue;
     pen.globalAlpha = 1; pen.strokeStyle = colour('ink');
     pen.beginPath(); pen.arc(dot.left, dot.top, 6, 0, 7); pen.stroke();
   }
-  pen.globalAlpha = 1; pen.fillStyle = colour('quiet');
-  pen.textAlign = 'left'; pen.fillText(clock(begin).slice(0, 12), left, height - 5);
-  pen.textAlign = 'right'; pen.fillText(clock(end).slice(0, 12), right, height - 5);
+  pen.globalAlpha = 1; pen.fillStyle = colour('quiet'); pen.textAlign = 'left';
+  pen.fillText(clock(begin).slice(0, 12), left, height - 5); pen.textAlign = 'right';
+  pen.fillText(clock(end).slice(0, 12), right, height - 5);
 }
 $('plot').addEventListener('click', (event) => {
   const far = (dot) => Math.hypot(dot.left - event.offsetX, dot.top - event.offsetY);
