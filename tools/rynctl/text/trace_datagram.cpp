@@ -1,7 +1,9 @@
 #include "tools/rynctl/text/trace_datagram.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <iterator>
 
 #include "ipc/protocol/queues.h"
 #include "tools/catalogue/catalogue_text.h"
@@ -101,30 +103,40 @@ std::optional<TraceEvent> parseTrace(std::string_view datagram) {
   return event;
 }
 
+namespace {
+
+bool isTime(double microseconds) {
+  constexpr double kMost = 9.0e15;  // it and its double are the same
+  return microseconds >= 0 && microseconds <= kMost;
+}
+
+bool readSaved(const std::string& name, const Json::Value& value, TraceEvent* event) {
+  if (name == "text" || name == "process") {
+    if (value.isString()) (name == "text" ? event->text : event->process) = value.asString();
+    return value.isString();
+  }
+  if (name != "time") {
+    return value.isConvertibleTo(Json::stringValue) && readField(name, value.asString(), event);
+  }
+  const double time = value.isNumeric() ? value.asDouble() * kPerSecond : -1;
+  if (isTime(time)) event->time = std::llround(time);
+  return isTime(time);
+}
+
+}  // namespace
+
 TraceEvent savedTrace(const std::string& where, const Json::Value& saved) {
-  constexpr double kMostTime = 9.0e15;  // so many microseconds, and their double, are whole
-  const auto good = [](double time) { return time >= 0 && time <= kMostTime; };
   if (!saved.isObject()) failMalformed(where, "no JSON object");
   TraceEvent event;
   for (const std::string& name : saved.getMemberNames()) {
-    const Json::Value& value = saved[name];
-    bool fits = value.isConvertibleTo(Json::stringValue);
-    if (name == "text" || name == "process") {
-      fits = value.isString();
-      if (fits) (name == "text" ? event.text : event.process) = value.asString();
-    } else if (name == "time") {
-      fits = value.isNumeric() && good(value.asDouble() * kPerSecond);
-      if (fits) event.time = std::llround(value.asDouble() * kPerSecond);
-    } else {
-      fits = fits && readField(name, value.asString(), &event);
-    }
-    if (!fits) failMalformed(where, printable(name) + " is none of a trace: " + printable(oneLine(value)));
+    if (readSaved(name, saved[name], &event)) continue;
+    failMalformed(where, printable(name) + " is none of a trace: " + printable(oneLine(saved[name])));
   }
-  const bool times = good(static_cast<double>(event.waited.value_or(0))) &&
-                     good(static_cast<double>(event.handling.value_or(0)));
-  const bool queue = event.queue == kRequestQueueKey || event.queue == kNotificationQueueKey ||
-                     event.queue == kQueryQueueKey;
-  if (event.pid <= 0 || event.sequence == 0 || !times || !queue) {
+  const key_t queues[] = {kRequestQueueKey, kNotificationQueueKey, kQueryQueueKey};
+  const bool times = isTime(static_cast<double>(event.waited.value_or(0))) &&
+                     isTime(static_cast<double>(event.handling.value_or(0)));
+  if (event.pid <= 0 || event.sequence == 0 || !times ||
+      std::find(std::begin(queues), std::end(queues), event.queue) == std::end(queues)) {
     failMalformed(where, "no trace: its pid, seq, queue or a time is none");
   }
   return event;
