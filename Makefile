@@ -1,8 +1,9 @@
 # The front door: each target installs what it needs (Debian packages, with sudo where not root), builds
 # and runs. The building itself is CMake's: see CMakePresets.json.
 .DEFAULT_GOAL := help
-.PHONY: help demo check check-asan check-tsan check-armhf check-model package check-package check-abi accept-abi \
-        footprint bench check-instructions fuzz torture soak docs format check-format lint clean
+.PHONY: help demo check check-page check-asan check-tsan check-armhf check-model package check-package \
+        check-abi accept-abi footprint bench check-instructions fuzz torture soak docs format check-format \
+        lint clean
 
 # What one clone has compiled, another need not.
 export CCACHE_BASEDIR = $(CURDIR)
@@ -34,11 +35,16 @@ help: ## Show this list
 demo: ## Watch a browser process and a plug-in process talk
 	$(install) build check
 	$(call build,dev,browser_host plugin_host rynctl)
-	@demo/run.sh build/dev/bin
+	@demo/run.sh build/dev/bin build
 
 check: ## Build everything and run the tests
 	$(install) build check
 	$(call test,dev)
+
+check-page: ## Try the page of rynctl report in a headless Chromium
+	$(install) build page
+	$(call build,dev,rynctl)
+	@python3 tests/report/page_test.py build/dev/bin/rynctl examples/rynctl/evening.json
 
 check-asan: ## Run the tests under the address and undefined-behaviour sanitizers
 	$(install) build check

@@ -28,7 +28,8 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/hbbtv_ryn.pc
 
 if(TARGET rynctl)
   install(TARGETS rynctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
-  install(FILES examples/rynctl/slow_browser.json DESTINATION ${CMAKE_INSTALL_DATADIR}/rynctl COMPONENT tools)
+  install(FILES examples/rynctl/slow_browser.json examples/rynctl/evening.json
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/rynctl COMPONENT tools)
   install(FILES packaging/rynctl.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
     RENAME rynctl COMPONENT tools)
 endif()

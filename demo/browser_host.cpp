@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <condition_variable>
+#include <cstdlib>
 #include <deque>
 #include <functional>
 #include <mutex>
@@ -267,6 +268,7 @@ int main() {
   sigaddset(&stop_signals, SIGINT);
   pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
 
+  if (std::getenv("DEMO_TRACE") != nullptr) insert_modules_list("ryn_trace", 1);
   zunt_log_initialize(1);
   {
     Worker worker;

@@ -336,6 +336,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "Usage: plugin_host [--evenings NUMBER]\n");
     return 2;
   }
+  if (std::getenv("DEMO_TRACE") != nullptr) insert_modules_list("ryn_trace", 1);
   zunt_log_initialize(1);
   registerEvents();
   if (Zunt_RYN_Plugin_Initialize() != 0) {

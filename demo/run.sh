@@ -4,14 +4,16 @@
 #
 # They meet in an IPC namespace of their own where the machine permits one: the queues vanish with it and
 # a set that runs on this machine is not disturbed. Otherwise the queues are removed afterwards.
+# One evening is recorded, and shown as a page, where rynctl is there and nobody else watches.
 # Exit code: 0 when both hosts were content, else 1; 2 usage.
 set -euo pipefail
 
-if [ $# -ne 1 ] || [ ! -x "$1/browser_host" ] || [ ! -x "$1/plugin_host" ]; then
-  echo "Usage: demo/run.sh FOLDER   (the one that holds browser_host and plugin_host)" >&2
+if [ $# -ne 2 ] || [ ! -x "$1/browser_host" ] || [ ! -x "$1/plugin_host" ]; then
+  echo "Usage: demo/run.sh PROGRAMS RECORDS   (folders: of the two hosts, and for what is recorded)" >&2
   exit 2
 fi
 programs=$1
+evening=$2/evening
 
 own_namespace=$(dirname "$0")/../scripts/own_namespace.sh
 if [ -z "${HBBTV_RYN_DEMO_NAMESPACE:-}" ] && "$own_namespace" true 2>/dev/null; then
@@ -35,6 +37,27 @@ clean_up() {
 }
 trap clean_up EXIT
 
+# The hosts trace from their first message on when they are told to by DEMO_TRACE.
+start_recording() {
+  local port_of_traces=D432 attempt
+  "$programs/rynctl" monitor --save "$evening.json" >/dev/null 2>&1 &
+  recorder=$!
+  for attempt in {1..50}; do
+    if grep -q ":$port_of_traces " /proc/net/udp; then
+      export DEMO_TRACE=1
+      hosts+=("$recorder")
+      return
+    fi
+    kill -0 "$recorder" 2>/dev/null || break
+    sleep 0.1
+  done
+  kill "$recorder" 2>/dev/null || true
+  recorder=
+}
+
+recorder=
+if [ "${EVENINGS:-1}" = 1 ] && [ -x "$programs/rynctl" ]; then start_recording; fi
+
 "$programs/browser_host" &
 browser=$!
 hosts+=("$browser")
@@ -44,6 +67,10 @@ result=0
 # The browser host runs until it is told to stop, and ends with 0 only if its own checks held.
 kill "$browser" 2>/dev/null || true
 wait "$browser" || result=1
+if [ -n "$recorder" ]; then
+  kill -INT "$recorder" 2>/dev/null || true
+  wait "$recorder" && "$programs/rynctl" report "$evening.json" -o "$evening.html" >/dev/null 2>&1 || recorder=
+fi
 hosts=()
 if [ $result -ne 0 ]; then
   echo "The demo failed: a host ended with an error." >&2
@@ -52,7 +79,8 @@ fi
 
 if [ -x "$programs/rynctl" ]; then
   echo
-  echo "Worth typing next, in two terminals (docs/rynctl.md goes on from there):"
-  echo "  $programs/rynctl serve browser"
+  echo "Worth trying next (docs/rynctl.md goes on from there):"
+  if [ -n "$recorder" ]; then echo "  $evening.html shows this evening: open it in a browser"; fi
+  echo "  $programs/rynctl serve browser    and in a second terminal"
   echo "  $programs/rynctl call CreateApp appid=0 orgid=0 'url=http://portal.example/?org=10' child=0 opapp=0"
 fi

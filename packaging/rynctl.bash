@@ -22,11 +22,19 @@ _rynctl() {
   local tool=${COMP_WORDS[0]} word=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
   local command=${COMP_WORDS[1]} choices=""
   case "$previous" in
-    --script | --save)
+    --script | --save | -o | --output | --junit)
       mapfile -t COMPREPLY < <(compgen -f -- "$word")
       return
       ;;
-    --port | --timeout | --repeat | --every | --slow | -n | --count)
+    --as)
+      mapfile -t COMPREPLY < <(compgen -W "plugin browser" -- "$word")
+      return
+      ;;
+    --only)
+      mapfile -t COMPREPLY < <(compgen -W "$(_rynctl_messages "$tool" "")" -- "$word")
+      return
+      ;;
+    --speed | --ignore | --port | --timeout | --repeat | --every | --slow | -n | --count)
       COMPREPLY=()
       return
       ;;
@@ -42,6 +50,10 @@ _rynctl() {
     fi
   else
     case "$command" in
+      report | replay)
+        mapfile -t COMPREPLY < <(compgen -f -- "$word")
+        return
+        ;;
       log) ((COMP_CWORD > 2)) || choices=$(_rynctl_subcommands "$tool" log) ;;
       serve) ((COMP_CWORD > 2)) || choices="browser plugin" ;;
       peek) ((COMP_CWORD > 2)) || choices="requests request-replies notifications queries query-replies" ;;

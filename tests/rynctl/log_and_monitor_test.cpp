@@ -168,10 +168,12 @@ TEST_F(ForgedTracesTest, FiltersChooseByTimeAndError) {
 
 TEST_F(ForgedTracesTest, ThePatternChoosesWhatIsShownAndEverythingIsSaved) {
   const std::string file = "rynctl_traces_" + std::to_string(getpid()) + ".json";
-  const std::string out = shown({"monitor", "getv*", "--save", file}, [&] {
-                            trace(1, "way=out kind=oneway code=212 drop=no-memory", "{\"appid\":7}");
-                            trace(2, "way=in kind=reply code=216 waited=900", "{\"visible\":1}");
-                          }).out;
+  const std::string out =
+      shown({"monitor", "getv*", "--save", file}, [&] {
+        trace(1, "way=out kind=oneway code=212 drop=no-memory", "{\"appid\":7}");
+        trace(2, "way=in kind=reply code=216 waited=900 pid=" + std::to_string(getpid()),
+              "{\"visible\":1}");
+      }).out;
   EXPECT_EQ(0, occurrences(out, "ShowApp")) << out;
   EXPECT_EQ(1, occurrences(out, "visible=1")) << out;
   std::ifstream saved(file);
@@ -182,6 +184,11 @@ TEST_F(ForgedTracesTest, ThePatternChoosesWhatIsShownAndEverythingIsSaved) {
   EXPECT_EQ("no-memory", trace["drop"].asString());
   EXPECT_EQ(1700000000.000001, trace["time"].asDouble());
   EXPECT_EQ("{\"appid\":7}", trace["text"].asString());
+  EXPECT_FALSE(trace.isMember("process"));
+  std::getline(saved, line);
+  if (!kEmulated) {
+    EXPECT_EQ("rynctl_test", parsed(line)["process"].asString());
+  }
   std::remove(file.c_str());
 }
 

@@ -19,7 +19,8 @@ process, unless they are told --force.
 Exit codes:
   0  done
   1  the peer said no: it has no answer, a list is full, or a process does not follow; of doctor:
-     something is wrong; also: nothing matches, or the output cannot be written
+     something is wrong; of replay: something differs; also: nothing matches, or the output cannot
+     be written
   2  the command line is wrong
   3  no peer: nobody is there, or the place or the port is held by another process
   4  a peer that lives has not answered
@@ -37,8 +38,9 @@ ExitCode run(int argc, char** argv) {
   app.require_subcommand(0, 1);
 
   Action action;
-  for (const auto& add : {&addListCommands, &addCallCommands, &addServeCommands, &addQueueCommands,
-                          &addMonitorCommand, &addDoctorCommand, &addLogCommand}) {
+  for (const auto& add :
+       {&addListCommands, &addCallCommands, &addServeCommands, &addQueueCommands, &addMonitorCommand,
+        &addReportCommand, &addReplayCommand, &addDoctorCommand, &addLogCommand}) {
     add(app, action);
   }
   app.footer(kFooter);  // commands made later would inherit it

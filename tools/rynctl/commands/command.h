@@ -38,6 +38,8 @@ void addListCommands(CLI::App& app, Action& action);
 void addLogCommand(CLI::App& app, Action& action);
 void addMonitorCommand(CLI::App& app, Action& action);
 void addQueueCommands(CLI::App& app, Action& action);
+void addReplayCommand(CLI::App& app, Action& action);
+void addReportCommand(CLI::App& app, Action& action);
 void addServeCommands(CLI::App& app, Action& action);
 
 }  // namespace hbbtv_ryn::rynctl

@@ -67,13 +67,33 @@ class TraceSwitch {
   std::map<std::uint16_t, Process> processes_;
 };
 
+/// Writes each trace to a file, if one is named, with the name of its process while that can be seen.
+class Recorder {
+ public:
+  explicit Recorder(std::string file) : name_(std::move(file)) {
+    if (!name_.empty()) file_.open(name_);
+    if (!file_) throw Failure(ExitCode::Usage, "{} cannot be written", printable(name_));
+  }
+  void take(TraceEvent* event) {
+    if (!file_.is_open()) return;
+    auto [process, unknown] = processes_.try_emplace(event->pid);
+    if (unknown) process->second = processAt(event->pid, std::time(nullptr)).name;
+    if (!process->second.empty()) event->json["process"] = process->second;
+    file_ << oneLine(event->json) << '\n';
+  }
+  void end() {
+    if (!file_.flush()) throw Failure(ExitCode::Refused, "{} cannot be written", printable(name_));
+  }
+
+ private:
+  const std::string name_;
+  std::ofstream file_;
+  std::map<pid_t, std::string> processes_;
+};
+
 ExitCode monitor(const Options& options) {
   constexpr std::chrono::seconds kLook{1};
-  std::ofstream file;
-  if (!options.file.empty()) {
-    file.open(options.file);
-    if (!file) throw Failure(ExitCode::Usage, "{} cannot be written", printable(options.file));
-  }
+  Recorder recorder(options.file);
   const Interrupt interrupt;
   const UdpPort traces(trace::kPort, "watch");
   const LogControl control;
@@ -82,17 +102,19 @@ ExitCode monitor(const Options& options) {
     TraceSwitch traced(control);
     const auto patient_until = Clock::now() + kReportPatience;
     bool told = false;
-    while (!interrupt.raised() && std::ferror(output()) == 0) {
+    bool ended = false;
+    while (!ended && std::ferror(output()) == 0) {
       awaitInput({interrupt.descriptor(), traces.descriptor(), control.descriptor()}, Clock::now() + kLook);
+      ended = interrupt.raised();  // what has been sent by then is taken
       if (const auto report = control.take()) traced.take(*report);
       if (!told && !traced.sees() && Clock::now() > patient_until) {
         told = true;
         remark("no process reports yet; one does after zunt_log_initialize(1)");
       }
       while (const auto datagram = traces.take(trace::kMaxDatagram + 1)) {
-        const auto event = parseTrace(datagram->bytes);
+        auto event = parseTrace(datagram->bytes);
         if (!event) continue;
-        if (file.is_open()) file << oneLine(event->json) << '\n';
+        recorder.take(&*event);
         view.take(*event);
       }
       view.showLeft(kLook);
@@ -100,9 +122,7 @@ ExitCode monitor(const Options& options) {
   }
   view.showLeft();
   remark("{}, {} lost", counted(view.messages(), "message"), view.lost());
-  if (file.is_open() && !file.flush()) {
-    throw Failure(ExitCode::Refused, "{} cannot be written", printable(options.file));
-  }
+  recorder.end();
   return ExitCode::Done;
 }
 

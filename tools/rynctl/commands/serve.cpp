@@ -34,10 +34,7 @@ ExitCode serve(const Options& options) {
   const bool scripted = !options.script.empty() || side == Side::kPlugin;
   Script script;
   if (!options.script.empty()) script = Script::load(options.script, side);
-  for (const QueueName& queue : kQueues) {
-    if (options.force || queue.carriesReplies()) continue;
-    requireFree(queue.reader == side ? Role::kServer : Role::kClient, queue);
-  }
+  if (!options.force) requireFree(side);
   const Interrupt interrupt;
   Applications applications;
   SimulatedPeer peer(

@@ -1,7 +1,6 @@
 #include "tools/rynctl/commands/trace_view.h"
 
 #include <algorithm>
-#include <charconv>
 
 #include "ipc/protocol/catalogue.h"
 #include "tools/rynctl/system/process.h"
@@ -9,97 +8,6 @@
 #include "tools/rynctl/text/output.h"
 
 namespace hbbtv_ryn::rynctl {
-
-namespace {
-
-constexpr std::int64_t kPerSecond = 1000000;
-
-template <typename Number>
-bool read(std::string_view text, Number* number, int base = 10) {
-  const auto parsed = std::from_chars(text.data(), text.data() + text.size(), *number, base);
-  return parsed.ec == std::errc() && parsed.ptr == text.data() + text.size();
-}
-
-bool read(std::string_view text, std::optional<std::int64_t>* number) {
-  return read(text, &number->emplace());
-}
-
-template <typename Word, std::size_t Count>
-bool readWord(std::string_view text, const char* const (&names)[Count], Word* word) {
-  for (std::size_t i = 0; i < Count; ++i) {
-    if (text != names[i]) continue;
-    *word = static_cast<Word>(i);
-    return true;
-  }
-  return false;
-}
-
-bool readTime(std::string_view text, std::int64_t* time) {
-  std::int64_t seconds = 0;
-  std::int64_t microseconds = 0;
-  const auto dot = text.find('.');
-  if (dot == std::string_view::npos) return false;
-  if (!read(text.substr(0, dot), &seconds) || !read(text.substr(dot + 1), &microseconds)) return false;
-  *time = seconds * kPerSecond + microseconds;
-  return true;
-}
-
-bool readKey(std::string_view text, key_t* key) {
-  constexpr int kHex = 16;
-  std::uint32_t number = 0;
-  if (text.substr(0, 2) != "0x" || !read(text.substr(2), &number, kHex)) return false;
-  *key = static_cast<key_t>(number);
-  return true;
-}
-
-bool readField(std::string_view name, std::string_view value, TraceEvent* event) {
-  if (name == "pid") return read(value, &event->pid);
-  if (name == "tid") return read(value, &event->thread);
-  if (name == "seq") return read(value, &event->sequence);
-  if (name == "time") return readTime(value, &event->time);
-  if (name == "queue") return readKey(value, &event->queue);
-  if (name == "way") return readWord(value, trace::kWayNames, &event->way);
-  if (name == "kind") return readWord(value, trace::kKindNames, &event->kind);
-  if (name == "code") return read(value, &event->code);
-  if (name == "length") return read(value, &event->length);
-  if (name == "waited") return read(value, &event->waited);
-  if (name == "handling") return read(value, &event->handling);
-  if (name == "drop") return readWord(value, trace::kDropNames, &event->drop);
-  if (name == "result") return read(value, &event->result);
-  return true;
-}
-
-}  // namespace
-
-std::optional<TraceEvent> parseTrace(std::string_view datagram) {
-  const auto end = datagram.find('\n');
-  std::string_view header = datagram.substr(0, end);
-  const std::string magic = std::string(trace::kMagic) + ' ';
-  if (end == std::string_view::npos || header.substr(0, magic.size()) != magic) return std::nullopt;
-  header.remove_prefix(magic.size());
-
-  TraceEvent event;
-  while (!header.empty()) {
-    const auto space = std::min(header.find(' '), header.size());
-    const std::string_view field = header.substr(0, space);
-    header.remove_prefix(std::min(space + 1, header.size()));
-    const auto equals = field.find('=');
-    if (equals == std::string_view::npos) return std::nullopt;
-    const std::string_view name = field.substr(0, equals);
-    const std::string_view value = field.substr(equals + 1);
-    if (!readField(name, value, &event)) return std::nullopt;
-    std::int64_t number = 0;
-    event.json[std::string(name)] =
-        read(value, &number) ? Json::Value(Json::Int64{number}) : Json::Value(std::string(value));
-  }
-  event.text = datagram.substr(end + 1);
-  event.json["text"] = event.text;
-  event.json["time"] = static_cast<double>(event.time) / static_cast<double>(kPerSecond);
-  if (const Message* const message = findMessage(event.code))
-    event.json["name"] = std::string(message->name);
-  if (event.pid <= 0 || event.sequence == 0) return std::nullopt;
-  return event;
-}
 
 using trace::Drop;
 using trace::Kind;
@@ -116,11 +24,6 @@ std::string arrowTo(const TraceEvent& event, const Message* message) {
   if (message == nullptr) return event.way == Way::kOut ? "->" : "<-";
   const Side receiver = receiverOf(*message);
   return compose("-> {}", nameOf(event.isAnswer() ? other(receiver) : receiver));
-}
-
-std::string nameText(const TraceEvent& event, const Message* message) {
-  if (message == nullptr) return event.code == 0 ? "?" : compose("code {}", event.code);
-  return std::string(message->name);
 }
 
 std::string problemText(const TraceEvent& event) {
@@ -217,7 +120,7 @@ void TraceView::show(const TraceEvent& event, std::optional<std::int64_t> handli
 
 bool TraceView::isShown(const TraceEvent& event, std::optional<std::int64_t> handling) const {
   const Message* const message = findMessage(event.code);
-  if (!matches(filter_.glob, nameText(event, message))) return false;
+  if (!matches(filter_.glob, nameText(message, event.code))) return false;
   if (!filter_.slow && !filter_.errors) return true;
   if (filter_.errors && event.isProblem()) return true;
   const auto took = std::max(event.waited.value_or(-1), handling.value_or(-1));
@@ -228,8 +131,9 @@ std::string TraceView::line(const TraceEvent& event, std::optional<std::int64_t>
   // As wide as the longest name of an answer, so that the members stand below each other.
   constexpr int kNameColumns = 30;
   const Message* const message = findMessage(event.code);
-  std::string text = compose("{}  {}  {:{}}  ", clockText(event.time), arrowTo(event, message),
-                             nameText(event, message) + (event.isAnswer() ? " answer" : ""), kNameColumns);
+  std::string text =
+      compose("{}  {}  {:{}}  ", clockText(event.time), arrowTo(event, message),
+              nameText(message, event.code) + (event.isAnswer() ? " answer" : ""), kNameColumns);
   text += membersIn(event.text, message, event.isAnswer());
   std::string times;
   if (event.waited) times = "in flight " + durationText(*event.waited);
@@ -243,6 +147,7 @@ std::string TraceView::line(const TraceEvent& event, std::optional<std::int64_t>
 }
 
 const std::string& TraceView::processName(const TraceEvent& event) {
+  constexpr std::int64_t kPerSecond = 1000000;
   std::string& name = names_[event.pid];
   if (name.empty()) name = processAt(event.pid, static_cast<std::time_t>(event.time / kPerSecond)).text();
   return name;

@@ -1,9 +1,6 @@
-// What traced processes send, as docs/trace.md describes it, made into one line per message.
+// Makes one line per message out of what both processes trace.
 #ifndef HBBTV_RYN_TOOLS_RYNCTL_COMMANDS_TRACE_VIEW_H
 #define HBBTV_RYN_TOOLS_RYNCTL_COMMANDS_TRACE_VIEW_H
-
-#include <json/value.h>
-#include <sys/types.h>
 
 #include <chrono>
 #include <cstdint>
@@ -11,42 +8,10 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <string_view>
 
-#include "trace/datagram.h"
+#include "tools/rynctl/text/trace_datagram.h"
 
 namespace hbbtv_ryn::rynctl {
-
-struct TraceEvent {
-  pid_t pid = 0;
-  long thread = 0;
-  std::uint64_t sequence = 0;
-  std::int64_t time = 0;  // microseconds since 1970
-  key_t queue = 0;
-  trace::Way way = trace::Way::kOut;
-  trace::Kind kind = trace::Kind::kUnknown;
-  int code = 0;
-  std::size_t length = 0;              // of the whole text
-  std::optional<std::int64_t> waited;  // microseconds
-  std::optional<std::int64_t> handling;
-  trace::Drop drop = trace::Drop::kNone;
-  int result = 0;
-  std::string text;  // with trace::kCutMark at its end when it was cut
-  Json::Value json;  // all that was sent, and the name of the message
-
-  bool isAnswer() const { return kind == trace::Kind::kReply || kind == trace::Kind::kFailure; }
-  bool isProblem() const {
-    return drop != trace::Drop::kNone || result != 0 || kind == trace::Kind::kFailure;
-  }
-};
-
-/// Nothing when the datagram is none of a traced process. Fields that are not known are passed over.
-std::optional<TraceEvent> parseTrace(std::string_view datagram);
-
-template <typename Word, std::size_t Count>
-const char* wordOf(Word word, const char* const (&names)[Count]) {
-  return names[static_cast<std::size_t>(word)];
-}
 
 /// A message is traced where it is sent and where it is received, an answer where it is given and where it
 /// arrives. When both ends are traced the second sight of a message is not shown, and an answer is shown

@@ -49,4 +49,10 @@ void requireFree(Role role, const QueueName& queue) {
                 nameOf(role == Role::kServer ? queue.reader : queue.writer()), queue.name, holder->text());
 }
 
+void requireFree(Side side) {
+  for (const QueueName& queue : kQueues) {
+    if (!queue.carriesReplies()) requireFree(queue.reader == side ? Role::kServer : Role::kClient, queue);
+  }
+}
+
 }  // namespace hbbtv_ryn::rynctl

@@ -14,6 +14,8 @@ enum class Role { kClient, kServer };
 /// client's place is held by whoever has sent to the queue last, the server itself excepted, and by the
 /// endpoint of its side, which may send at any time; a rynctl that only listens is none.
 void requireFree(Role role, const QueueName& queue);
+/// The same for every place of a side.
+void requireFree(Side side);
 
 }  // namespace hbbtv_ryn::rynctl
 

@@ -97,6 +97,11 @@ std::string membersText(const Json::Value& message, const Members& members) {
   return text;
 }
 
+std::string nameText(const Message* message, int code) {
+  if (message == nullptr) return code == 0 ? "?" : compose("code {}", code);
+  return std::string(message->name);
+}
+
 std::string commandText(const Message& message, const Json::Value& members) {
   const std::string arguments = membersText(members, message.request);
   return compose("{}{}{}", message.name, arguments.empty() ? "" : " ", arguments);

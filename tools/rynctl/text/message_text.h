@@ -42,7 +42,10 @@ Decoded decode(const std::string& text);
 /// the catalogue.
 std::string membersText(const Json::Value& message, const Members& members);
 
-/// The same with the name in front.
+/// The name; for none of the catalogue what is known of it.
+std::string nameText(const Message* message, int code);
+
+/// The members with the name in front.
 std::string commandText(const Message& message, const Json::Value& members);
 
 /// The members of a request, or of an answer to it, as far as `text` can be read; else the text on one

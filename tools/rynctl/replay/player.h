@@ -1,0 +1,101 @@
+// Plays one side of a capture to the living other side, and compares what comes back.
+#ifndef HBBTV_RYN_TOOLS_RYNCTL_REPLAY_PLAYER_H
+#define HBBTV_RYN_TOOLS_RYNCTL_REPLAY_PLAYER_H
+
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "tools/rynctl/capture/capture.h"
+#include "tools/rynctl/peer/simulated_peer.h"
+#include "tools/rynctl/system/client.h"
+#include "tools/rynctl/system/wait.h"
+
+namespace hbbtv_ryn::rynctl {
+
+/// The applications of a capture in this run, which numbers them anew. Not synchronised.
+class Ids {
+ public:
+  /// The application of the one message is that of the other, unless one names none.
+  /// @param anew  also when the recorded one was known as another.
+  void learn(const Json::Value& recorded, const Json::Value& live, bool anew);
+  /// A recorded message as it is said in this run.
+  Json::Value live(const Json::Value& recorded) const;
+
+ private:
+  using Id = std::pair<int, int>;  // appid, orgid
+  static Id idIn(const Json::Value& message);
+  Id live(Id recorded) const;
+
+  std::map<Id, Id> ids_;
+};
+
+class Player {
+ public:
+  struct Rules {
+    Side side;
+    double speed;  // 2 is twice as fast as recorded; 0: without any pause
+    std::set<std::string> ignored;
+    std::string only;                   // a pattern for the names of what is sent and compared
+    std::chrono::milliseconds timeout;  // for an answer, and for what the other side is to send next
+  };
+  /// What has been compared, or should have been.
+  struct Case {
+    std::string name;
+    std::vector<std::string> differences;
+  };
+
+  /// @param capture  outlives the player.
+  Player(const Capture& capture, Rules rules);
+
+  /// What of the capture cannot be played or compared as it was, one line each.
+  const std::vector<std::string>& doubts() const { return doubts_; }
+
+  /// Prints the differences as they come. Throws Failure as Client does, and NoPeer when the other side
+  /// goes away in the middle.
+  /// @return whether it came to its end, without a signal.
+  bool play(const Interrupt& interrupt);
+
+  /// After play(), however it has ended.
+  const std::vector<Case>& cases() const { return cases_; }
+  unsigned long differences() const { return differences_; }
+
+ private:
+  struct Step {
+    const Exchange* exchange;
+    bool own;                               // sent by this side
+    bool wanted;                            // by the rules
+    Sight at;                               // this side's, if it has been traced
+    Json::Value members = {}, answer = {};  // null: not known
+    bool done = false;                      // sent, or seen to come
+    std::size_t number = 0;                 // of its case
+  };
+
+  void add(const Exchange& exchange, bool both_traced);
+  void send(const Step& step);
+  bool await(Step* step, const Interrupt& interrupt);
+  Response respond(const Message& message, const Json::Value& members);
+  Step* expected(const Message& message, const Json::Value* members, bool done);
+  void tell(std::size_t number, const std::vector<std::string>& differences);
+
+  const Rules rules_;
+  std::vector<std::string> doubts_;
+  std::map<const Message*, Client> clients_;
+  bool peer_lived_ = false;  // at some time of the play
+
+  std::mutex lock_;  // guards everything below: what comes is taken on other threads
+  std::condition_variable came_;
+  std::vector<Step> steps_;                                       // of each only `done` changes
+  std::map<const Message*, std::vector<std::size_t>> to_arrive_;  // the other side's steps
+  Ids ids_;
+  std::vector<Case> cases_;
+  unsigned long differences_ = 0;
+  bool heard_ = false;  // anything of the other side
+};
+
+}  // namespace hbbtv_ryn::rynctl
+
+#endif  // HBBTV_RYN_TOOLS_RYNCTL_REPLAY_PLAYER_H
