@@ -31,8 +31,9 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
         *supported = true;
       });
   for (const int event : {ZUNT_RYN_EVENT_OPAPP_STATE_CHANGE, ZUNT_RYN_EVENT_OPAPP_CONTEXT_CHANGE}) {
-    add(event, &Callback::onOpAppChange,
-        [](int, int, std::string a, std::string b, std::string reason) { fuzz::use(a + b + reason); });
+    add(event, &Callback::onOpAppChange, [](int, int, std::string a, std::string b, std::string reason) {
+      for (const auto* text : {&a, &b, &reason}) fuzz::use(*text);
+    });
   }
   add(ZUNT_RYN_EVENT_OPAPP_UPDATE, &Callback::onOpAppUpdate,
       [](int, int, std::string event) { fuzz::use(event); });

@@ -75,7 +75,7 @@ struct IpcClient {
   bool put(const IpcMessage& message, int kind);
   bool mayOffer();
   bool isTaken();
-  bool emptiesSoon();
+  bool emptiesSoon() const;
   bool refuse();
   int awaitAnswer(JoinedText* text);
 
@@ -268,7 +268,7 @@ bool IpcClient::refuse() {
   return false;
 }
 
-bool IpcClient::emptiesSoon() {
+bool IpcClient::emptiesSoon() const {
   const auto end = Clock::now() + kOfferTime;
   GrowingPause pause;
   while (hbbtv_ryn::hasWaiting(request_queue_, channel_)) {

@@ -129,7 +129,7 @@ TEST_F(LogRecordTest, NeitherLinesNorEditsOfManyThreadsMix) {
   }
   onThreads([](const std::string&) {
     for (int i = 0; i < kEdits; ++i) {
-      insert_modules_list("a|b|z", i % 2);
+      insert_modules_list("a|b|z", static_cast<unsigned>(i % 2));
       char names[1025];
       get_modules_list(names);
       const std::string listed = names;

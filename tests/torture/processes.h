@@ -7,6 +7,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -14,7 +15,7 @@
 
 namespace hbbtv_ryn::test {
 
-enum Side : int { kBrowserSide, kPluginSide, kSideCount };
+enum Side : std::size_t { kBrowserSide, kPluginSide, kSideCount };
 inline constexpr const char* kSideNames[] = {"browser", "plug-in"};
 inline constexpr Side peerOf(Side side) {
   return side == kBrowserSide ? kPluginSide : kBrowserSide;
