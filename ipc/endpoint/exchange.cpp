@@ -19,7 +19,7 @@ int store(const Members& members, Values* values, void* const* stored) {
   const Scalar* scalar = values->scalars;
   std::string* text = values->texts;
   for (const Member& member : members) {
-    if (member.isResult()) return scalar->number;
+    if (member.is_result) return scalar->number;
     void* const place = *stored++;
     if (isText(member.type)) {
       *static_cast<std::string*>(place) = std::move(*text++);

@@ -54,7 +54,7 @@ struct Walk {
   const Member* at = members.begin();
 
   constexpr bool more() {
-    while (at != members.end() && (at->isResult() || (delivered_only && !at->delivered))) ++at;
+    while (at != members.end() && (at->is_result || (delivered_only && !at->delivered))) ++at;
     return at != members.end();
   }
   /// Whether the next one is of this type.
@@ -72,7 +72,7 @@ constexpr bool areOf(const Members& members) {
 }
 
 constexpr bool hasResult(const Members& members) {
-  return members.size() != 0 && (members.end() - 1)->isResult();
+  return members.size() != 0 && (members.end() - 1)->is_result;
 }
 
 template <typename T>

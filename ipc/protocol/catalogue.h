@@ -90,15 +90,17 @@ constexpr bool isText(Type type) {
 struct Member {
   constexpr Member() = default;
   constexpr Member(const char* its_key, Type its_type = Type::kInt, int its_default = 0)
-      : key(its_key), type(its_type), default_answer(its_default) {}
-
-  /// The host's own result, which an asking function returns in place of 0. The last member of its reply.
-  constexpr bool isResult() const { return key == key::kRet; }
+      : key(its_key),
+        type(its_type),
+        default_answer(its_default),
+        is_result(std::string_view(its_key) == key::kRet) {}
 
   const char* key = nullptr;
   Type type = Type::kInt;
   int default_answer = 0;  ///< what a reply carries when the host has no handler
   bool delivered = true;   ///< false: it travels, and no receiver reads it
+  /// The host's own result, which an asking function returns in place of 0. The last member of its reply.
+  bool is_result = false;
 };
 
 /// A reply that repeats a member of its request when the host has no handler.

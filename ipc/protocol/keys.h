@@ -5,7 +5,6 @@
 
 namespace hbbtv_ryn::key {
 
-/// Each has one address in the process, by which the result of an answer is known.
 inline constexpr char kCode[] = "t";
 inline constexpr char kActive[] = "active";
 inline constexpr char kAllowed[] = "allowed";
