@@ -22,7 +22,14 @@ inline constexpr bool kAllThreadsAreOurs = false;
 inline constexpr bool kAllThreadsAreOurs = true;
 #endif
 
-/// Neither it nor the emulator lets a forked child start a thread.
+/// A sanitizer opens descriptors when it has something to look up.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool kFewDescriptorsSuffice = false;
+#else
+inline constexpr bool kFewDescriptorsSuffice = true;
+#endif
+
+/// Neither the thread sanitizer nor the emulator lets a forked child start a thread.
 inline bool forkedChildrenMayStartThreads() {
   return kAllThreadsAreOurs && std::getenv("HBBTV_RYN_EMULATOR") == nullptr;
 }
