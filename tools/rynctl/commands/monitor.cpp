@@ -121,7 +121,7 @@ ExitCode monitor(const Options& options) {
     }
   }
   view.showLeft();
-  remark("{}, {} lost", counted(view.messages(), "message"), view.lost());
+  remark("{}, {} lost", counted(static_cast<unsigned long>(view.messages()), "message"), view.lost());
   recorder.end();
   return ExitCode::Done;
 }
