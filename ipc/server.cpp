@@ -78,7 +78,7 @@ struct IpcServer {
   const bool with_reply_;
   const int chunk_size_;
 
-  // Fixed before the receive thread starts.
+  // Fixed once the receive thread has begun.
   int request_queue_ = -1;
   int reply_queue_ = -1;
   pthread_t thread_{};
@@ -245,6 +245,7 @@ void IpcServer::leave() {
 int hbbtv_ryn::createServer(key_t key, long channel, int with_reply, int chunk_size, ServeCallback callback,
                             void* user_data, IpcServer** server) {
   if (server == nullptr) return -3;
+  const CancellationOff off;
   std::unique_ptr<IpcServer> created(
       new (std::nothrow) IpcServer(key, channel, with_reply != 0, chunk_size, callback, user_data));
   if (!created) return -4;

@@ -101,9 +101,10 @@ struct IpcServer;
 ///   message the result is ignored and not released, so it should be null.
 ///
 /// The callback is not told whether it serves a request or a one-way message. It must not register or
-/// unregister a callback on its own server, nor destroy it. An exception that leaves it counts as a null
-/// result. It may be cancelled by zunt_ipc_server_destroy() at a cancellation point; its C++ frames are
-/// then unwound.
+/// unregister a callback on its own server, nor destroy it, except when it ends the process by exit() and a
+/// handler of the exit does so: that has no effect on the call in progress, and releases nothing. An
+/// exception that leaves it counts as a null result. It may be cancelled by zunt_ipc_server_destroy() at a
+/// cancellation point; its C++ frames are then unwound.
 using IpcServerCallback = IpcMessage* (*)(const IpcMessage* request, void* user_data);
 
 /// Receives the reply of zunt_ipc_client_send_sync_with_callback(), on the calling thread.
@@ -255,8 +256,8 @@ HBBTV_RYN_EXPORT int zunt_ipc_server_create(key_t key, long channel, int with_re
                                             IpcServer** server);
 
 /// Stops the receive thread, after it has served what was waiting, and releases the server. A thread that
-/// has not stopped within a second is cancelled. The queues stay as they are. Must not be called from the
-/// server's callback.
+/// has not stopped within a second is cancelled. The queues stay as they are. On the receive thread itself,
+/// where only an exit handler may call, it does nothing.
 ///
 /// @param server  the handle; not to be used afterwards.
 /// @return 0; -3 for a null handle.
@@ -272,7 +273,8 @@ HBBTV_RYN_EXPORT int zunt_ipc_server_destroy(IpcServer* server);
 /// @param user_data  handed to every call; stays the caller's.
 /// @return 0; -3 for a null handle.
 ///
-/// Any thread but the receive thread may call. Waits for a call in progress.
+/// Any thread may call, the receive thread only from an exit handler. Waits for a call in progress. In a
+/// forked child it does nothing: the server serves in the parent.
 HBBTV_RYN_EXPORT int zunt_ipc_server_register_callback(IpcServer* server, IpcServerCallback callback,
                                                        void* user_data);
 
@@ -282,7 +284,7 @@ HBBTV_RYN_EXPORT int zunt_ipc_server_register_callback(IpcServer* server, IpcSer
 /// @param server  the handle.
 /// @return 0; -3 for a null handle.
 ///
-/// Any thread but the receive thread may call. Waits for a call in progress.
+/// Threads as zunt_ipc_server_register_callback().
 HBBTV_RYN_EXPORT int zunt_ipc_server_unregister_callback(IpcServer* server);
 
 #endif  // HBBTV_RYN_IPC_H

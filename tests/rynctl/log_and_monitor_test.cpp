@@ -138,6 +138,7 @@ TEST_F(ForgedTracesTest, GapsAreCountedAsLostAndGarbageIsPassedOver) {
     trace(82, "way=in kind=request code=216", "{\"appid\":1}");  // passed by another thread's
     traced.send(kTracePort, "garbage");
     traced.send(kTracePort, "ryn-trace 1 pid=x seq=84\n{}");
+    trace(84, "way=out kind=oneway code=214 time=9223372036854775807.0", "later than can be counted");
     trace(84, "way=out kind=oneway code=214 unknown=field", "\033[2Jnot json");
     trace(85, "way=in kind=reply code=777", "{\"deep\":[1]}");
     // Its arrival is not traced.

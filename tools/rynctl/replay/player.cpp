@@ -107,7 +107,7 @@ Player::Player(const Capture& capture, Rules rules) : rules_(std::move(rules)) {
                    [](const Step& a, const Step& b) { return a.at.line < b.at.line; });
   for (std::size_t i = 0; i < steps_.size(); ++i) {
     Step& step = steps_[i];
-    if (!step.own) to_arrive_[step.exchange->message].push_back(i);
+    if (!step.own) to_arrive_[step.exchange->message].steps.push_back(i);
     step.number = cases_.size();
     if (step.wanted) cases_.push_back({textOf(*step.exchange), {}});
   }
@@ -232,17 +232,21 @@ bool Player::await(Step* step, const Interrupt& interrupt) {
 /// The first of this name that is still expected, or the last that has come before, with these members if
 /// there are any.
 Player::Step* Player::expected(const Message& message, const Json::Value* members, bool done) {
-  Step* found = nullptr;
-  for (const std::size_t index : to_arrive_[&message]) {
-    Step& step = steps_[index];
-    if (step.done != done || (found != nullptr && !done)) continue;
-    if (members != nullptr && !step.members.isNull() &&
-        !compare(message.request, ids_.live(step.members), *members, rules_.ignored).empty()) {
-      continue;
-    }
-    found = &step;
+  auto& [indices, first] = to_arrive_[&message];
+  const auto next = [&] { return indices.begin() + first; };
+  while (next() != indices.end() && steps_[*next()].done) ++first;
+  const auto fits = [&](std::size_t index) {
+    const Step& step = steps_[index];
+    return step.done == done &&
+           (members == nullptr || step.members.isNull() ||
+            compare(message.request, ids_.live(step.members), *members, rules_.ignored).empty());
+  };
+  if (!done) {
+    const auto found = std::find_if(next(), indices.end(), fits);
+    return found == indices.end() ? nullptr : &steps_[*found];
   }
-  return found;
+  const auto last = std::find_if(indices.rbegin(), indices.rend(), fits);
+  return last == indices.rend() ? nullptr : &steps_[*last];
 }
 
 Response Player::respond(const Message& message, const Json::Value& members) {

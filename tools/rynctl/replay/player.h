@@ -74,6 +74,12 @@ class Player {
     std::size_t number = 0;                 // of its case
   };
 
+  /// What the other side is to send of one message: indices of steps.
+  struct Arrivals {
+    std::vector<std::size_t> steps;
+    std::ptrdiff_t first = 0;  // all before it are done
+  };
+
   void add(const Exchange& exchange, bool both_traced);
   void send(const Step& step);
   bool await(Step* step, const Interrupt& interrupt);
@@ -88,8 +94,8 @@ class Player {
 
   std::mutex lock_;  // guards everything below: what comes is taken on other threads
   std::condition_variable came_;
-  std::vector<Step> steps_;                                       // of each only `done` changes
-  std::map<const Message*, std::vector<std::size_t>> to_arrive_;  // the other side's steps
+  std::vector<Step> steps_;  // of each only `done` changes
+  std::map<const Message*, Arrivals> to_arrive_;
   Ids ids_;
   std::vector<Case> cases_;
   unsigned long differences_ = 0;

@@ -42,8 +42,8 @@ bool readTime(std::string_view text, std::int64_t* time) {
   const auto dot = text.find('.');
   if (dot == std::string_view::npos) return false;
   if (!read(text.substr(0, dot), &seconds) || !read(text.substr(dot + 1), &microseconds)) return false;
-  *time = seconds * kPerSecond + microseconds;
-  return true;
+  return !__builtin_mul_overflow(seconds, kPerSecond, time) &&
+         !__builtin_add_overflow(*time, microseconds, time);
 }
 
 bool readKey(std::string_view text, key_t* key) {
