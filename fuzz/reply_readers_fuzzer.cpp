@@ -36,38 +36,38 @@ void checkRequest(const IpcMessage* request) {
 // that the headers ask for.
 class Arguments {
  public:
-  explicit Arguments(std::size_t room) : m_room(room) {}
+  explicit Arguments(std::size_t room) : room_(room) {}
 
   template <typename Parameter>
   Parameter next() {
     if constexpr (std::is_same_v<Parameter, int*>) {
-      m_stored.emplace_back(new int[m_room]);
-      std::fill_n(m_stored.back().get(), m_room, kUntouched);
-      return m_stored.back().get();
+      stored_.emplace_back(new int[room_]);
+      std::fill_n(stored_.back().get(), room_, kUntouched);
+      return stored_.back().get();
     } else if constexpr (std::is_same_v<Parameter, bool*>) {
-      return &m_flag;
+      return &flag_;
     } else if constexpr (std::is_same_v<Parameter, const char*>) {
       return g_answer.c_str();
     } else if constexpr (std::is_integral_v<Parameter>) {
       return Parameter{1};
     } else {
-      return m_text;
+      return text_;
     }
   }
 
   bool areUntouched() const {
-    for (const auto& numbers : m_stored) {
-      if (std::count(numbers.get(), numbers.get() + m_room, kUntouched) != static_cast<int>(m_room))
+    for (const auto& numbers : stored_) {
+      if (std::count(numbers.get(), numbers.get() + room_, kUntouched) != static_cast<int>(room_))
         return false;
     }
-    return !m_flag && m_text == g_answer;
+    return !flag_ && text_ == g_answer;
   }
 
  private:
-  const std::size_t m_room;
-  std::vector<std::unique_ptr<int[]>> m_stored;
-  bool m_flag = false;
-  std::string m_text = g_answer;
+  const std::size_t room_;
+  std::vector<std::unique_ptr<int[]>> stored_;
+  bool flag_ = false;
+  std::string text_ = g_answer;
 };
 
 template <typename... Parameters>

@@ -88,13 +88,13 @@ class CallLog {
     std::ostringstream line;
     line << handler;
     ((line << ' ' << values), ...);
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_calls.push_back(line.str());
+    const std::lock_guard<std::mutex> lock(mutex_);
+    calls_.push_back(line.str());
   }
   /// The calls since the last take().
   Calls take() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    return std::exchange(m_calls, {});
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return std::exchange(calls_, {});
   }
   /// The calls before this one, once it has been made.
   Calls takeUntil(const std::string& last) {
@@ -108,8 +108,8 @@ class CallLog {
   }
 
  private:
-  std::mutex m_mutex;
-  Calls m_calls;  // guarded by m_mutex
+  std::mutex mutex_;
+  Calls calls_;  // guarded by mutex_
 };
 
 inline CallLog g_calls;

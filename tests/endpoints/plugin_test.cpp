@@ -25,14 +25,14 @@ class PluginTest : public testing::Test {
   }
   // The calls for a notification, with the marker behind it.
   Calls callsFor(const std::string& notification) {
-    m_notifications.sendMessage(kRawOneWay, notification);
-    m_notifications.sendMessage(kRawOneWay, kPlugin.marker.text);
+    notifications_.sendMessage(kRawOneWay, notification);
+    notifications_.sendMessage(kRawOneWay, kPlugin.marker.text);
     return g_calls.takeUntil(kPlugin.marker.noted);
   }
 
-  OutputCapture m_output{stdout};
-  RawPeer m_browser{kRequestKey};
-  RawQueue m_notifications{kNotificationKey};
+  OutputCapture output_{stdout};
+  RawPeer browser_{kRequestKey};
+  RawQueue notifications_{kNotificationKey};
 };
 
 TEST_F(PluginTest, BadArgumentsAreRefusedBeforeAnythingIsSent) {
@@ -48,7 +48,7 @@ TEST_F(PluginTest, BadArgumentsAreRefusedBeforeAnythingIsSent) {
   const std::vector<int> too_many_keys(2000, -2147483647);
   EXPECT_EQ(-1, Zunt_RYN_Plugin_SetValue(1, 2, 3, too_many_keys.data(), 2000));
   EXPECT_EQ(kOld, number);
-  EXPECT_EQ(0U, m_browser.requests.depth());
+  EXPECT_EQ(0U, browser_.requests.depth());
 }
 
 TEST_F(PluginTest, OfAListOnlyWholeEntriesAreRead) {
@@ -75,18 +75,18 @@ TEST_F(PluginTest, OfAListOnlyWholeEntriesAreRead) {
 
   int count = kOld;
   Concurrently call([&] { return Zunt_RYN_Plugin_GetOtherKeys(1, 2, nullptr, &count); });
-  m_browser.nextRequest();
-  m_browser.reply(R"({"num":25})");
+  browser_.nextRequest();
+  browser_.reply(R"({"num":25})");
   EXPECT_EQ(-1, call.result());
   EXPECT_EQ(25, count);
 }
 
 TEST_F(PluginTest, SetValueWritesItsRequestToStandardOutput) {
   EXPECT_EQ(0, Zunt_RYN_Plugin_SetValue(1, 2, 3, nullptr, 2));
-  const std::string sent = m_browser.nextRequest().text;
+  const std::string sent = browser_.nextRequest().text;
   EXPECT_TRUE(sameJson(R"({"t":234,"appid":1,"orgid":2,"value":3,"keynum":2})", sent));
   const std::string heading = "otherKeys is null ptr\nZunt_RYN_Plugin_SetValue: ";
-  const std::string written = m_output.text();
+  const std::string written = output_.text();
   ASSERT_EQ(heading, written.substr(0, heading.size()));
   EXPECT_EQ('\n', written.back());
   EXPECT_TRUE(sameJson(sent, written.substr(heading.size())));
@@ -101,7 +101,7 @@ TEST_F(PluginTest, SetValueIsSentThoughItsLineCannotBeWritten) {
   EXPECT_EQ(0, Zunt_RYN_Plugin_SetValue(1, 2, 3, nullptr, 2));
   std::cout.exceptions(std::ios::goodbit);
   EXPECT_TRUE(
-      sameJson(R"({"t":234,"appid":1,"orgid":2,"value":3,"keynum":2})", m_browser.nextRequest().text));
+      sameJson(R"({"t":234,"appid":1,"orgid":2,"value":3,"keynum":2})", browser_.nextRequest().text));
 }
 
 TEST_F(PluginTest, StateAndContextChangesAreTracedWhenSomebodyListens) {
@@ -115,7 +115,7 @@ TEST_F(PluginTest, StateAndContextChangesAreTracedWhenSomebodyListens) {
   }
   const std::string line =
       "\033[0;32;31m @mervo,ipc/ryn_plugin/ryn_plugin,Zunt_RYN_Plugin_Server_Callback,";
-  EXPECT_EQ(line + "283\n" + line + "298\n", m_output.text());
+  EXPECT_EQ(line + "283\n" + line + "298\n", output_.text());
 }
 
 TEST_F(PluginTest, TheFirstRegistrationStaysUntilItIsRemoved) {
@@ -126,7 +126,7 @@ TEST_F(PluginTest, TheFirstRegistrationStaysUntilItIsRemoved) {
   EXPECT_EQ(Calls{"2 1 2 null"}, callsFor(messageOf(240).text));
   EXPECT_EQ(0, Zunt_RYN_Plugin_UnRegisterRynEventCallback(ZUNT_RYN_EVENT_APP_LOADED));
   EXPECT_EQ(0, Zunt_RYN_Plugin_RegisterRynEventCallback(ZUNT_RYN_EVENT_APP_LOADED, second));
-  m_notifications.sendMessage(kRawOneWay, messageOf(240).text);
+  notifications_.sendMessage(kRawOneWay, messageOf(240).text);
   EXPECT_EQ(Calls{}, g_calls.takeUntil("99 1 2 null"));
 }
 
@@ -148,7 +148,7 @@ TEST_F(PluginTest, QueriesThatNobodyAnswersAreDenied) {
   // Byte for byte, as it leaves.
   EXPECT_EQ(0, Zunt_RYN_Plugin_ActivateInput(1, -2, false));
   EXPECT_EQ("{\n   \"appid\" : 1,\n   \"focus\" : false,\n   \"orgid\" : -2,\n   \"t\" : 214\n}\n",
-            m_browser.nextRequest().text);
+            browser_.nextRequest().text);
 }
 
 TEST_F(PluginTest, StoppingDuringACallbackThatMakesRequestsEndsBoth) {
@@ -159,7 +159,7 @@ TEST_F(PluginTest, StoppingDuringACallbackThatMakesRequestsEndsBoth) {
     while (Zunt_RYN_Plugin_ShowApp(1, 2) != -3) RawQueue(kRequestKey).discardAll();
   };
   Zunt_RYN_Plugin_RegisterRynEventCallback(ZUNT_RYN_EVENT_GET_CONFIGURATION, callback);
-  m_notifications.sendMessage(kRawOneWay, R"({"t":270})");
+  notifications_.sendMessage(kRawOneWay, R"({"t":270})");
   waitUntil("the callback ran", [] { return entered.load(); });
   Concurrently stop(&Zunt_RYN_Plugin_Finalize);
   EXPECT_EQ(0, stop.result());
@@ -175,7 +175,7 @@ TEST_F(PluginTest, WhatACallbackStartsWhileTheEndpointStopsIsNotStarted) {
     started = Zunt_RYN_Plugin_Initialize();
   };
   Zunt_RYN_Plugin_RegisterRynEventCallback(ZUNT_RYN_EVENT_GET_CONFIGURATION, callback);
-  m_notifications.sendMessage(kRawOneWay, R"({"t":270})");
+  notifications_.sendMessage(kRawOneWay, R"({"t":270})");
   waitUntil("the callback ran", [] { return entered.load(); });
   EXPECT_EQ(0, Zunt_RYN_Plugin_Finalize());
   EXPECT_EQ(0, started);

@@ -76,7 +76,7 @@ class FaultTest : public testing::Test {
     FAIL() << "the operation makes calls without end";
   }
 
-  OutputCapture m_errors{stderr};
+  OutputCapture errors_{stderr};
 };
 
 // --- The endpoints, both in this process
@@ -107,28 +107,28 @@ class EndpointFaultTest : public FaultTest {
   // that are struck.
   int askLabel() {
     std::string label;
-    const int result = Zunt_RYN_Plugin_GetKeyLabel(++m_appid, 1, 1, label);
-    m_right = m_right && label.size() == (result == 0 ? sizeFor(m_appid) : 0);
+    const int result = Zunt_RYN_Plugin_GetKeyLabel(++appid_, 1, 1, label);
+    right_ = right_ && label.size() == (result == 0 ? sizeFor(appid_) : 0);
     return result;
   }
   int askBlocked() {
-    const bool expected = ++m_appid % 2 != 0;
+    const bool expected = ++appid_ % 2 != 0;
     bool blocked = !expected;
-    const int result = Zunt_RYN_Browser_IsParentalRatingBlocked(m_appid, 1, &blocked);
-    m_right = m_right && (blocked == expected) == (result == 0);
+    const int result = Zunt_RYN_Browser_IsParentalRatingBlocked(appid_, 1, &blocked);
+    right_ = right_ && (blocked == expected) == (result == 0);
     return result;
   }
   void expectAnswers() {
-    EXPECT_TRUE(m_right) << "an answer was wrong, or an out-parameter changed without one";
-    m_right = true;
+    EXPECT_TRUE(right_) << "an answer was wrong, or an out-parameter changed without one";
+    right_ = true;
     EXPECT_EQ(0, askLabel());
     EXPECT_EQ(0, askBlocked());
-    EXPECT_TRUE(m_right) << "the next answer was wrong";
-    m_right = true;
+    EXPECT_TRUE(right_) << "the next answer was wrong";
+    right_ = true;
   }
 
-  int m_appid = 1;
-  bool m_right = true;  // whether the answers since the last look were
+  int appid_ = 1;
+  bool right_ = true;  // whether the answers since the last look were
 };
 
 // Without the sign of life a server may serve; with one that says it is dead it must not.

@@ -52,22 +52,22 @@ class Client {
  public:
   explicit Client(int with_reply = 1, key_t key = kKey, long channel = kChannel,
                   int chunk_size = IPC_CHUNK_SIZE) {
-    if (zunt_ipc_client_create(key, channel, with_reply, chunk_size, &m_handle) != 0) {
+    if (zunt_ipc_client_create(key, channel, with_reply, chunk_size, &handle_) != 0) {
       throw std::runtime_error("no client");
     }
   }
-  ~Client() { zunt_ipc_client_destroy(m_handle); }
+  ~Client() { zunt_ipc_client_destroy(handle_); }
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
 
   int send(const std::string& text) {
     const IpcMessage message = messageOf(text);
-    return zunt_ipc_client_send(m_handle, &message);
+    return zunt_ipc_client_send(handle_, &message);
   }
   Answer ask(const std::string& text) {
     const IpcMessage request = messageOf(text);
     IpcMessage reply{kUntouched, nullptr};
-    const int result = zunt_ipc_client_send_sync_with_params(m_handle, &request, &reply);
+    const int result = zunt_ipc_client_send_sync_with_params(handle_, &request, &reply);
     Answer answer{result, std::nullopt, reply.length};
     if (reply.text != nullptr) answer.text = reply.text;
     std::free(reply.text);
@@ -79,26 +79,26 @@ class Client {
     int wrong = 0;
     for (int i = 0; i < questions; ++i) {
       const std::string text =
-          std::to_string(++m_questions) + std::string(long_ones && i % 8 == 7 ? 1500 : 1, '?');
+          std::to_string(++questions_) + std::string(long_ones && i % 8 == 7 ? 1500 : 1, '?');
       if (!ask(text).isProper(text)) ++wrong;
     }
     return wrong;
   }
-  IpcClient* handle() { return m_handle; }
+  IpcClient* handle() { return handle_; }
 
  private:
-  IpcClient* m_handle = nullptr;
-  int m_questions = 0;
+  IpcClient* handle_ = nullptr;
+  int questions_ = 0;
 };
 
 class Server {
  public:
   explicit Server(IpcServerCallback callback, void* user_data = nullptr, int with_reply = 1,
                   key_t key = kKey, long channel = kChannel, int chunk_size = IPC_CHUNK_SIZE) {
-    if (zunt_ipc_server_create(key, channel, with_reply, chunk_size, &m_handle) != 0) {
+    if (zunt_ipc_server_create(key, channel, with_reply, chunk_size, &handle_) != 0) {
       throw std::runtime_error("no server");
     }
-    if (callback != nullptr) zunt_ipc_server_register_callback(m_handle, callback, user_data);
+    if (callback != nullptr) zunt_ipc_server_register_callback(handle_, callback, user_data);
   }
   ~Server() { destroy(); }
   Server(const Server&) = delete;
@@ -106,14 +106,14 @@ class Server {
 
   /// -3 when it was destroyed before.
   int destroy() {
-    IpcServer* handle = m_handle;
-    m_handle = nullptr;
+    IpcServer* handle = handle_;
+    handle_ = nullptr;
     return zunt_ipc_server_destroy(handle);
   }
-  IpcServer* handle() { return m_handle; }
+  IpcServer* handle() { return handle_; }
 
  private:
-  IpcServer* m_handle = nullptr;
+  IpcServer* handle_ = nullptr;
 };
 
 }  // namespace hbbtv_ryn::test

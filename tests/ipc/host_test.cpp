@@ -27,11 +27,11 @@ namespace {
 class HostTest : public testing::Test {
  protected:
   void expectServed(int questions = 40) {
-    Concurrently asking([&] { return m_client.notEchoed(questions); });
+    Concurrently asking([&] { return client_.notEchoed(questions); });
     EXPECT_EQ(0, asking.result());
   }
 
-  Client m_client;
+  Client client_;
 };
 
 TEST_F(HostTest, ACancelledRequesterShiftsNoLaterAnswer) {
@@ -44,7 +44,7 @@ TEST_F(HostTest, ACancelledRequesterShiftsNoLaterAnswer) {
   };
   for (int round = 0; round < 300; ++round) {
     pthread_t asker{};
-    ASSERT_EQ(0, pthread_create(&asker, nullptr, askUntilCancelled, &m_client));
+    ASSERT_EQ(0, pthread_create(&asker, nullptr, askUntilCancelled, &client_));
     std::this_thread::sleep_for(std::chrono::microseconds(200 + 37 * round % 700));
     pthread_cancel(asker);
     pthread_join(asker, nullptr);
@@ -134,7 +134,7 @@ TEST_F(HostTest, AServerWhoseProcessGoesOnAsAnotherProgramIsDead) {
   expectServed(3);
   host.say("execute");
   waitUntil("its life had ended", [] { return rawLife(kKey) == 0; });
-  Concurrently call([&] { return m_client.ask("anybody?"); });
+  Concurrently call([&] { return client_.ask("anybody?"); });
   EXPECT_TRUE(call.result().isBrokenOff());
 }
 
@@ -156,7 +156,7 @@ const ChildRole kEndsInAHandler("ends in a handler", [](Parent& parent) {
 TEST_F(HostTest, AHandlerMayEndTheProcess) {
   ChildProcess host(kEndsInAHandler);
   EXPECT_EQ("up", host.hear());
-  Concurrently call([&] { return m_client.ask("end"); });
+  Concurrently call([&] { return client_.ask("end"); });
   EXPECT_TRUE(call.result().isBrokenOff());
   EXPECT_EQ(7, host.wait());
 }
@@ -176,7 +176,7 @@ TEST_F(HostTest, AChildForkedInAHandlerCanStopItsCopy) {
   };
   Server parents(forkAndAnswer);
   server = &parents;
-  Concurrently call([&] { return m_client.ask("fork"); });
+  Concurrently call([&] { return client_.ask("fork"); });
   EXPECT_TRUE(call.result().isProper("stopped"));
 }
 
@@ -237,7 +237,7 @@ TEST_F(HostTest, ADeadServerIsNoticedAlsoAfterALongSilence) {
     expectServed(3);
     std::this_thread::sleep_for(kLongerThanTheWatchNeeds);
   }
-  Concurrently call([&] { return m_client.ask("slow"); });
+  Concurrently call([&] { return client_.ask("slow"); });
   server.waitUntilTaken();
   server.kill();
   EXPECT_TRUE(call.result().isBrokenOff());
@@ -264,8 +264,8 @@ TEST_F(HostTest, WhatIsRefusedLeavesNothingOnAQueue) {
   RawPeer plain(kKey);
   const IpcMessage no_text{5, nullptr};
   IpcMessage reply{kUntouched, nullptr};
-  EXPECT_EQ(-1, zunt_ipc_client_send_sync_with_params(m_client.handle(), &no_text, &reply));
-  EXPECT_EQ(-1, m_client.ask(std::string(IPC_MAX_MESSAGE + 1, 'x')).result);
+  EXPECT_EQ(-1, zunt_ipc_client_send_sync_with_params(client_.handle(), &no_text, &reply));
+  EXPECT_EQ(-1, client_.ask(std::string(IPC_MAX_MESSAGE + 1, 'x')).result);
   EXPECT_EQ(0U, plain.requests.depth());
   const Server server(&echo);
   expectServed();
@@ -275,7 +275,7 @@ TEST_F(HostTest, ServersThatOverlapInARestartCostNoWrongAnswer) {
   std::optional<ServerProcess> old(std::in_place);
   expectServed(3);
   for (int round = 0; round < 3; ++round) {
-    Concurrently call([&] { return m_client.ask("slow"); });
+    Concurrently call([&] { return client_.ask("slow"); });
     old->waitUntilTaken();
     std::optional<ServerProcess> successor(std::in_place);
     // Longer than the watch needs to look at both.
@@ -285,7 +285,7 @@ TEST_F(HostTest, ServersThatOverlapInARestartCostNoWrongAnswer) {
     // Some may be refused while there are two; none may get another's answer.
     for (int i = 0; i < 20; ++i) {
       const std::string text = "while there are two " + std::to_string(i);
-      const Answer answer = m_client.ask(text);
+      const Answer answer = client_.ask(text);
       EXPECT_TRUE(answer.isProper(text) || answer.isBrokenOff()) << answer.text.value_or("none");
     }
     old->kill();
@@ -293,7 +293,7 @@ TEST_F(HostTest, ServersThatOverlapInARestartCostNoWrongAnswer) {
     old.emplace();
     successor->kill();
     Concurrently settled([&] {
-      waitUntil("the successor answers", [&] { return m_client.notEchoed(1) == 0; });
+      waitUntil("the successor answers", [&] { return client_.notEchoed(1) == 0; });
       return 0;
     });
     settled.result();

@@ -47,13 +47,13 @@ const ChildRole kClient("client", [](Parent& parent) {
 
 class PeerLifeTest : public testing::Test {
  protected:
-  void expectServed(const std::string& text) { EXPECT_TRUE(m_client.ask(text).isProper(text)) << text; }
+  void expectServed(const std::string& text) { EXPECT_TRUE(client_.ask(text).isProper(text)) << text; }
   auto asking(const std::string& text) {
-    return Concurrently([this, text] { return m_client.ask(text); });
+    return Concurrently([this, text] { return client_.ask(text); });
   }
 
-  Client m_client;
-  OutputCapture m_errors{stderr};
+  Client client_;
+  OutputCapture errors_{stderr};
 };
 
 TEST_F(PeerLifeTest, AServerThatIsGoneIsNotAsked) {
@@ -63,15 +63,15 @@ TEST_F(PeerLifeTest, AServerThatIsGoneIsNotAsked) {
     if (!first_request) expectServed("while it lives");
     server.kill();
     EXPECT_EQ(0, rawLife(kKey));
-    EXPECT_TRUE(m_client.ask("anybody?").isBrokenOff());
+    EXPECT_TRUE(client_.ask("anybody?").isBrokenOff());
     EXPECT_EQ(0U, RawQueue(kKey).depth());
   }
   {
     const Server stopped_in_order(&echo);
     expectServed("while it is not stopped");
   }
-  EXPECT_TRUE(m_client.ask("anybody?").isBrokenOff());
-  EXPECT_EQ(0, m_client.send("one way"));
+  EXPECT_TRUE(client_.ask("anybody?").isBrokenOff());
+  EXPECT_EQ(0, client_.send("one way"));
   EXPECT_EQ(1U, RawQueue(kKey).depth());
 }
 
@@ -213,7 +213,7 @@ TEST_F(PeerLifeTest, HalfAMessageIsNotJoinedToTheNextRequest) {
     RawQueue(kKey).setCapacity(kRawRecordBytes);
     OutputCapture output(stdout);
     const std::string two_records(1500, 'w');
-    EXPECT_TRUE(one_way ? m_client.send(two_records) == 0 : m_client.ask(two_records).isBrokenOff());
+    EXPECT_TRUE(one_way ? client_.send(two_records) == 0 : client_.ask(two_records).isBrokenOff());
     RawQueue(kKey).setCapacity(8 * kRawRecordBytes);
     server.goOn();
     expectServed("second");

@@ -31,8 +31,8 @@ class PlainPeerTest : public testing::Test {
     EXPECT_EQ(0U, RawQueue(kKey + 1).depth());
   }
 
-  Client m_client;
-  OutputCapture m_errors{stderr};
+  Client client_;
+  OutputCapture errors_{stderr};
 };
 
 TEST_F(PlainPeerTest, APlainServerTakesOverAKeyWhereOursRan) {
@@ -59,7 +59,7 @@ TEST_F(PlainPeerTest, APlainServerOnAnotherChannelStandsBesideOurs) {
   PlainServer plain(kKey, 2);
   Client second_channel(1, kKey, 2);
   for (int round = 0; round < 3; ++round) {
-    expectServed(m_client);
+    expectServed(client_);
     expectServed(second_channel);
   }
   EXPECT_EQ(kRequestsOnly, plain.finish());
@@ -69,33 +69,33 @@ TEST_F(PlainPeerTest, OursOnAnotherChannelSaysNothingOfAPlainServer) {
   const Server ours(&echo, nullptr, 1, kKey, 2);
   EXPECT_LT(rawLife(kKey), 1);
   PlainServer plain(kKey);
-  expectServed(m_client);
+  expectServed(client_);
   EXPECT_EQ(kRequestsOnly, plain.finish());
 }
 
 TEST_F(PlainPeerTest, APlainServerServesBesideOursAndOursAfterIt) {
   std::optional<PlainServer> plain(std::in_place, kKey);
-  expectServed(m_client);
+  expectServed(client_);
   ServerProcess ours;
   // Either takes what it can get; the records of a long question would be shared out.
-  Concurrently beside([&] { return m_client.notEchoed(40, false); });
+  Concurrently beside([&] { return client_.notEchoed(40, false); });
   EXPECT_EQ(0, beside.result());
   plain.reset();
-  expectServed(m_client);
+  expectServed(client_);
   ours.kill();
   plain.emplace(kKey);
-  expectServed(m_client);
+  expectServed(client_);
 }
 
 TEST_F(PlainPeerTest, APlainServerThatFollowsOursDeadAtWorkIsServedItsDue) {
   ServerProcess ours;
-  EXPECT_EQ(0, m_client.notEchoed(3));
-  Concurrently call([&] { return m_client.ask("slow"); });
+  EXPECT_EQ(0, client_.notEchoed(3));
+  Concurrently call([&] { return client_.ask("slow"); });
   ours.waitUntilTaken();
   ours.kill();
   EXPECT_TRUE(call.result().isBrokenOff());
   const PlainServer plain(kKey);
-  expectServed(m_client);
+  expectServed(client_);
 }
 
 TEST_F(PlainPeerTest, APlainClientMeetsNothingThatASlowExchangeLeftBehind) {
@@ -130,7 +130,7 @@ class BrokenWaitTest : public PlainPeerTest {
     std::atomic<pthread_t> asker{};
     Concurrently call([&] {
       asker = pthread_self();
-      return m_client.ask(text);
+      return client_.ask(text);
     });
     waitUntilTaken();
     // Once might come before the wait.
@@ -146,22 +146,22 @@ TEST_F(BrokenWaitTest, ThatOursAnswersLaterCostsNoOtherAnswer) {
   ServerProcess server;
   for (int round = 0; round < 20; ++round) {
     askAndBreakOff("slow", [&] { server.waitUntilTaken(); });
-    Concurrently next([&] { return m_client.notEchoed(8); });
+    Concurrently next([&] { return client_.notEchoed(8); });
     server.release();
     EXPECT_EQ(0, next.result()) << round;
   }
-  expectServed(m_client);
+  expectServed(client_);
 }
 
 TEST_F(BrokenWaitTest, WhileTwoServersOverlapNobodyTakesItsLateAnswerForAnother) {
   ServerProcess busy;
   askAndBreakOff("slow", [&] { busy.waitUntilTaken(); });
   const ServerProcess idle;
-  Concurrently next([&] { return m_client.ask("slow, too, if the idle one got it"); });
+  Concurrently next([&] { return client_.ask("slow, too, if the idle one got it"); });
   EXPECT_TRUE(next.result().isBrokenOff());
   busy.release();
   busy.kill();
-  expectServed(m_client);
+  expectServed(client_);
 }
 
 TEST_F(BrokenWaitTest, ThatAPlainServerAnswersLaterOrNeverCostsNoOtherAnswer) {
@@ -178,7 +178,7 @@ TEST_F(BrokenWaitTest, ThatAPlainServerAnswersLaterOrNeverCostsNoOtherAnswer) {
     taken = released = false;
     std::optional<PlainServer> server(std::in_place, kKey, kChannel, slowly);
     askAndBreakOff("slow", [&] { waitUntil("it was taken", [&] { return taken.load(); }); });
-    Concurrently next([&] { return m_client.notEchoed(8); });
+    Concurrently next([&] { return client_.notEchoed(8); });
     if (crashes) {
       std::thread end([&] { server.reset(); });
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -188,7 +188,7 @@ TEST_F(BrokenWaitTest, ThatAPlainServerAnswersLaterOrNeverCostsNoOtherAnswer) {
     }
     released = true;
     EXPECT_EQ(0, next.result()) << crashes;
-    expectServed(m_client);
+    expectServed(client_);
   }
 }
 
@@ -223,21 +223,21 @@ TEST_F(PlainPeerTest, ACountOfLivesThatLiesKeepsNobodyFromAnswers) {
   semctl(semget(kKey, 2, IPC_CREAT | 0666), 0, SETVAL, 32767);
   const Server ours(&echo);
   Concurrently asking([&] {
-    waitUntil("it is believed no longer", [&] { return m_client.notEchoed(8) == 0; });
-    return m_client.notEchoed(40);
+    waitUntil("it is believed no longer", [&] { return client_.notEchoed(8) == 0; });
+    return client_.notEchoed(40);
   });
   EXPECT_EQ(0, asking.result());
 }
 
 TEST_F(PlainPeerTest, ASetThatIsRemovedInAWaitLeavesAPlainExchange) {
   ServerProcess server;
-  Concurrently call([&] { return m_client.ask("slow"); });
+  Concurrently call([&] { return client_.ask("slow"); });
   server.waitUntilTaken();
   semctl(semget(kKey, 0, 0), 0, IPC_RMID);
   std::this_thread::sleep_for(kLongerThanTheWatchNeeds);
   server.release();
   EXPECT_TRUE(call.result().isProper("slow"));
-  expectServed(m_client);
+  expectServed(client_);
 }
 
 }  // namespace

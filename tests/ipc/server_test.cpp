@@ -48,25 +48,25 @@ struct Recorder {
 class ServerTest : public testing::Test {
  protected:
   void expectServes(const std::string& text) {
-    const RawMessage reply = m_client.ask(text);
+    const RawMessage reply = client_.ask(text);
     EXPECT_EQ(kRawReply, reply.kind);
     EXPECT_EQ(text, reply.text);
   }
 
-  Recorder m_recorder;
-  Server m_server{&Recorder::callback, &m_recorder};
-  RawPeer m_client{kKey};
+  Recorder recorder_;
+  Server server_{&Recorder::callback, &recorder_};
+  RawPeer client_{kKey};
 };
 
 TEST_F(ServerTest, SendsTheFailureRecordWhereThereIsNoAnswer) {
-  EXPECT_EQ(std::string(IPC_MAX_MESSAGE, 'l'), m_client.ask("long 16384").text);
+  EXPECT_EQ(std::string(IPC_MAX_MESSAGE, 'l'), client_.ask("long 16384").text);
   const RawRecord failure = rawRecord(kRawFailure, std::string("a\0", 2));
   OutputCapture errors(stderr);
   for (const char* text : {"no answer", "long 16385", "throw", "throw a number"}) {
     // What a callback returns for a one-way message is its own, and this one would lose it.
-    if (std::string(text).rfind("long ", 0) != 0) m_client.notify(text);
-    m_client.requests.sendMessage(kRawRequest, text);
-    const RawRecord reply = m_client.replies.take();
+    if (std::string(text).rfind("long ", 0) != 0) client_.notify(text);
+    client_.requests.sendMessage(kRawRequest, text);
+    const RawRecord reply = client_.replies.take();
     EXPECT_EQ(0, std::memcmp(&failure, &reply, sizeof reply)) << text;
     expectServes("next");
   }
@@ -74,47 +74,47 @@ TEST_F(ServerTest, SendsTheFailureRecordWhereThereIsNoAnswer) {
 
 TEST_F(ServerTest, KindsThatAreNotForAServerAreIgnored) {
   for (const int kind : {kRawReply, kRawFailure, 5, -1, INT_MAX})
-    m_client.requests.sendMessage(kind, "kind");
+    client_.requests.sendMessage(kind, "kind");
   RawRecord stop = rawRecord(kRawStop, "");
   stop.total_length = 5;
-  m_client.requests.send(stop);
+  client_.requests.send(stop);
   expectServes("next");
-  EXPECT_EQ(std::vector<std::string>{"next"}, m_recorder.seen());
+  EXPECT_EQ(std::vector<std::string>{"next"}, recorder_.seen());
 }
 
 TEST_F(ServerTest, DestroyServesWhatIsWaitingFirst) {
-  for (int i = 0; i < 8; ++i) m_client.notify("one way");
-  EXPECT_EQ(0, m_server.destroy());
-  EXPECT_EQ(8U, m_recorder.seen().size());
-  EXPECT_EQ(0U, m_client.requests.depth());
+  for (int i = 0; i < 8; ++i) client_.notify("one way");
+  EXPECT_EQ(0, server_.destroy());
+  EXPECT_EQ(8U, recorder_.seen().size());
+  EXPECT_EQ(0U, client_.requests.depth());
 }
 
 TEST_F(ServerTest, AStopRecordAndAOneWayTextThatBeginsWithExitEndTheThread) {
   const RawRecord stop = rawRecord(kRawStop, "");
   const auto waitForEnd = [] { waitUntil("the receive thread ended", [] { return rawLife(kKey) == 0; }); };
   expectServes("exit is only an order when it is one-way");
-  m_client.notify("exit, please");
+  client_.notify("exit, please");
   waitForEnd();
-  EXPECT_EQ("exit, please", m_recorder.seen().back());
+  EXPECT_EQ("exit, please", recorder_.seen().back());
   // The thread is gone, so nobody takes the stop record.
-  EXPECT_EQ(0, m_server.destroy());
-  const RawRecord left = m_client.requests.take();
+  EXPECT_EQ(0, server_.destroy());
+  const RawRecord left = client_.requests.take();
   EXPECT_EQ(0, std::memcmp(&stop, &left, sizeof left));
 
-  const Server another(&Recorder::callback, &m_recorder);
-  m_client.requests.send(stop);
-  m_client.notify("one way too late");
+  const Server another(&Recorder::callback, &recorder_);
+  client_.requests.send(stop);
+  client_.notify("one way too late");
   waitForEnd();
-  EXPECT_EQ(1U, m_client.requests.depth());
+  EXPECT_EQ(1U, client_.requests.depth());
 }
 
 TEST_F(ServerTest, TheCallbackPairIsReplacedAndCleared) {
   Recorder second;
-  EXPECT_EQ(0, zunt_ipc_server_register_callback(m_server.handle(), &Recorder::callback, &second));
+  EXPECT_EQ(0, zunt_ipc_server_register_callback(server_.handle(), &Recorder::callback, &second));
   expectServes("for the second");
-  EXPECT_EQ(0, zunt_ipc_server_unregister_callback(m_server.handle()));
-  EXPECT_EQ(kRawFailure, m_client.ask("to nobody").kind);
-  EXPECT_EQ(0U, m_recorder.seen().size());
+  EXPECT_EQ(0, zunt_ipc_server_unregister_callback(server_.handle()));
+  EXPECT_EQ(kRawFailure, client_.ask("to nobody").kind);
+  EXPECT_EQ(0U, recorder_.seen().size());
   EXPECT_EQ(1U, second.seen().size());
   EXPECT_EQ(-3, zunt_ipc_server_register_callback(nullptr, &Recorder::callback, nullptr));
   EXPECT_EQ(-3, zunt_ipc_server_unregister_callback(nullptr));
@@ -124,37 +124,37 @@ TEST_F(ServerTest, TheCallbackPairIsReplacedAndCleared) {
 
 TEST_F(ServerTest, ForeignRecordsDoNotKeepTheNextRequestFromItsAnswer) {
   OutputCapture errors(stderr);
-  m_client.requests.sendBytes(std::string(8000, 'x'));
-  m_client.requests.sendBytes("");
+  client_.requests.sendBytes(std::string(8000, 'x'));
+  client_.requests.sendBytes("");
   for (const int claim : {-1, 1026, INT_MAX, INT_MIN}) {
     RawRecord liar = rawRecord(kRawRequest, "short");
     liar.chunk_length = claim;
-    m_client.requests.send(liar);
+    client_.requests.send(liar);
     expectServes("after a lie about the record");
     // The length is the sender's claim, and the callback reads as much.
     liar = rawRecord(kRawRequest, "short");
     liar.total_length = claim;
-    m_client.requests.send(liar);
-    EXPECT_EQ("short", m_client.replies.takeMessage().text);
+    client_.requests.send(liar);
+    EXPECT_EQ("short", client_.replies.takeMessage().text);
   }
 }
 
 TEST_F(ServerTest, AMessageLongerThanAnyPeerSendsIsDroppedWhole) {
-  m_client.requests.sendMessage(kRawOneWay, std::string(100000, 'l'));
+  client_.requests.sendMessage(kRawOneWay, std::string(100000, 'l'));
   expectServes("next");
-  EXPECT_EQ(std::vector<std::string>{"next"}, m_recorder.seen());
+  EXPECT_EQ(std::vector<std::string>{"next"}, recorder_.seen());
 }
 
 TEST_F(ServerTest, TheReceiveThreadBlocksEverySignal) {
   static sigset_t mask;
   zunt_ipc_server_register_callback(
-      m_server.handle(),
+      server_.handle(),
       [](const IpcMessage*, void*) -> IpcMessage* {
         pthread_sigmask(SIG_BLOCK, nullptr, &mask);
         return newReply("looked");
       },
       nullptr);
-  m_client.ask("look");
+  client_.ask("look");
   for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGCHLD, SIGALRM, SIGUSR1, SIGPIPE, SIGRTMIN}) {
     EXPECT_EQ(1, sigismember(&mask, signal)) << strsignal(signal);
   }
@@ -178,10 +178,10 @@ IpcMessage* blockForEver(const IpcMessage*, void*) {
 }
 
 TEST_F(ServerTest, DestroyCancelsACallbackThatBlocksAndUnwindsIt) {
-  zunt_ipc_server_register_callback(m_server.handle(), &blockForEver, nullptr);
-  m_client.requests.sendMessage(kRawRequest, "block");
+  zunt_ipc_server_register_callback(server_.handle(), &blockForEver, nullptr);
+  client_.requests.sendMessage(kRawRequest, "block");
   waitUntil("the callback ran", [] { return g_entered.load(); });
-  Concurrently destroy([&] { return m_server.destroy(); });
+  Concurrently destroy([&] { return server_.destroy(); });
   EXPECT_EQ(0, destroy.result());
   EXPECT_TRUE(g_left);
   EXPECT_EQ(0, rawLife(kKey));
@@ -197,18 +197,18 @@ TEST_F(ServerTest, ACallbackIsReplacedBetweenTwoCallsOnly) {
   };
   for (const int kind : {kRawRequest, kRawOneWay}) {
     released = g_entered = false;
-    zunt_ipc_server_register_callback(m_server.handle(), wait_for_release, nullptr);
-    m_client.requests.sendMessage(kind, kind == kRawRequest ? "ask" : "tell");
+    zunt_ipc_server_register_callback(server_.handle(), wait_for_release, nullptr);
+    client_.requests.sendMessage(kind, kind == kRawRequest ? "ask" : "tell");
     waitUntil("the callback ran", [] { return g_entered.load(); });
     Concurrently replace([&] {
-      return zunt_ipc_server_register_callback(m_server.handle(), &Recorder::callback, &m_recorder);
+      return zunt_ipc_server_register_callback(server_.handle(), &Recorder::callback, &recorder_);
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_FALSE(replace.returned());
     released = true;
     EXPECT_EQ(0, replace.result());
     if (kind == kRawRequest) {
-      EXPECT_EQ("the old one's", m_client.replies.takeMessage().text);
+      EXPECT_EQ("the old one's", client_.replies.takeMessage().text);
     }
     expectServes("by the new one");
   }
@@ -218,15 +218,15 @@ TEST_F(ServerTest, WhatACallbackReturnsForAOneWayMessageStaysItsOwn) {
   static char text[] = "mine";
   static IpcMessage mine{4, text};
   zunt_ipc_server_register_callback(
-      m_server.handle(), [](const IpcMessage*, void*) { return &mine; }, nullptr);
-  for (int i = 0; i < 2; ++i) m_client.notify("one way");
-  m_client.requests.waitUntilEmpty();
-  EXPECT_EQ(0, zunt_ipc_server_register_callback(m_server.handle(), &Recorder::callback, &m_recorder));
+      server_.handle(), [](const IpcMessage*, void*) { return &mine; }, nullptr);
+  for (int i = 0; i < 2; ++i) client_.notify("one way");
+  client_.requests.waitUntilEmpty();
+  EXPECT_EQ(0, zunt_ipc_server_register_callback(server_.handle(), &Recorder::callback, &recorder_));
   expectServes("next");
 }
 
 TEST_F(ServerTest, ItsQueuesAreOpenToEveryUser) {
-  for (const RawQueue* const queue : {&m_client.requests, &m_client.replies}) {
+  for (const RawQueue* const queue : {&client_.requests, &client_.replies}) {
     msqid_ds status{};
     ASSERT_EQ(0, msgctl(queue->id(), IPC_STAT, &status));
     EXPECT_EQ(0666, status.msg_perm.mode & 0777);

@@ -26,20 +26,19 @@ class LoopbackSocket {
   };
 
   /// @param port  0: any.
-  explicit LoopbackSocket(std::uint16_t port = 0)
-      : m_socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+  explicit LoopbackSocket(std::uint16_t port = 0) : socket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
     const sockaddr_in own = address(port);
     waitUntil("the port is free",
-              [&] { return bind(m_socket, reinterpret_cast<const sockaddr*>(&own), sizeof own) == 0; });
+              [&] { return bind(socket_, reinterpret_cast<const sockaddr*>(&own), sizeof own) == 0; });
   }
-  ~LoopbackSocket() { close(m_socket); }
+  ~LoopbackSocket() { close(socket_); }
   LoopbackSocket(const LoopbackSocket&) = delete;
   LoopbackSocket& operator=(const LoopbackSocket&) = delete;
 
   void send(std::uint16_t port, const std::string& bytes) {
     const sockaddr_in peer = address(port);
     waitUntil("the datagram is sent", [&] {
-      return sendto(m_socket, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&peer),
+      return sendto(socket_, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&peer),
                     sizeof peer) >= 0;
     });
   }
@@ -50,7 +49,7 @@ class LoopbackSocket {
     socklen_t length = sizeof sender;
     ssize_t size = -1;
     waitUntil("a datagram comes", [&] {
-      size = recvfrom(m_socket, bytes.data(), bytes.size(), MSG_DONTWAIT,
+      size = recvfrom(socket_, bytes.data(), bytes.size(), MSG_DONTWAIT,
                       reinterpret_cast<sockaddr*>(&sender), &length);
       return size >= 0;
     });
@@ -60,7 +59,7 @@ class LoopbackSocket {
   /// @return how many waited.
   int discardWaiting() {
     int count = 0;
-    for (char byte = 0; recv(m_socket, &byte, 1, MSG_DONTWAIT) > 0;) ++count;
+    for (char byte = 0; recv(socket_, &byte, 1, MSG_DONTWAIT) > 0;) ++count;
     return count;
   }
 
@@ -73,7 +72,7 @@ class LoopbackSocket {
     return result;
   }
 
-  int m_socket;
+  int socket_;
 };
 
 }  // namespace hbbtv_ryn::test

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <json/writer.h>
 
+#include <atomic>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
@@ -201,7 +202,7 @@ TEST_F(CaptureTest, TheBrowserAnswersAsRecordedAndSpeaksInItsPlace) {
   asksVisible(1, 0);
   tells(240, kNotifications, R"({"t":240,"appid":1,"orgid":10})");
   asks(245, kQueries, R"({"t":245,"appid":1,"orgid":10})", R"({"t":246,"blocked":1})");
-  static int loaded = 0;
+  static std::atomic<int> loaded;
   loaded = 0;
   ZuntRynEventCallback callback;
   callback.onApp = [](int, int, void*) { ++loaded; };

@@ -164,7 +164,7 @@ class RynctlServeTest : public testing::Test {
   ~RynctlServeTest() override {
     Zunt_RYN_Plugin_Finalize();
     Zunt_RYN_Browser_Finalize();
-    std::remove(m_script.c_str());
+    std::remove(script_.c_str());
   }
 
   void start(const Words& command) {
@@ -172,8 +172,8 @@ class RynctlServeTest : public testing::Test {
     waitUntil("it serves", [this] { return holds(tool->err(), "Ctrl-C ends it"); });
   }
   const std::string& script(const char* text) {
-    std::ofstream(m_script) << text;
-    return m_script;
+    std::ofstream(script_) << text;
+    return script_;
   }
   /// The lines without their times, as soon as there are so many.
   std::string await(int lines) {
@@ -184,7 +184,7 @@ class RynctlServeTest : public testing::Test {
   std::optional<Tool> tool;
 
  private:
-  const std::string m_script = "rynctl_script_" + std::to_string(getpid()) + ".json";
+  const std::string script_ = "rynctl_script_" + std::to_string(getpid()) + ".json";
 };
 
 TEST_F(RynctlServeTest, AListenerPrintsWhatTheBrowserTellsAndAnswersWhatItAsks) {

@@ -36,8 +36,8 @@ const ChildRole kHost("host", [](Parent& parent) {
 }  // namespace
 
 Tool::Tool(const Words& arguments, const std::string& before)
-    : m_out(memfd_create("standard output", MFD_CLOEXEC)),
-      m_err(memfd_create("standard error", MFD_CLOEXEC)) {
+    : out_(memfd_create("standard output", MFD_CLOEXEC)),
+      err_(memfd_create("standard error", MFD_CLOEXEC)) {
   Words words = {"/bin/sh", "-c", before + "exec $HBBTV_RYN_EMULATOR \"$@\"", "sh", RYNCTL};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<char*> pointers;
@@ -46,20 +46,20 @@ Tool::Tool(const Words& arguments, const std::string& before)
 
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, m_out, STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, m_err, STDERR_FILENO);
-  const int error = posix_spawn(&m_pid, pointers[0], &actions, nullptr, pointers.data(), environ);
+  posix_spawn_file_actions_adddup2(&actions, out_, STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, err_, STDERR_FILENO);
+  const int error = posix_spawn(&pid_, pointers[0], &actions, nullptr, pointers.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   if (error != 0) throw std::system_error(error, std::generic_category(), "cannot start rynctl");
 }
 
 Tool::~Tool() {
-  if (m_pid > 0) {
-    kill(m_pid, SIGKILL);
-    waitpid(m_pid, nullptr, 0);
+  if (pid_ > 0) {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
   }
-  close(m_out);
-  close(m_err);
+  close(out_);
+  close(err_);
 }
 
 std::string Tool::contentOf(int file) {
@@ -70,8 +70,8 @@ std::string Tool::contentOf(int file) {
 
 ToolResult Tool::result() {
   int status = 0;
-  waitUntil("rynctl ends", [&] { return waitpid(m_pid, &status, WNOHANG) == m_pid; });
-  m_pid = -1;
+  waitUntil("rynctl ends", [&] { return waitpid(pid_, &status, WNOHANG) == pid_; });
+  pid_ = -1;
   return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), out(), err()};
 }
 

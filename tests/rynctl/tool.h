@@ -37,18 +37,18 @@ class Tool {
   Tool& operator=(const Tool&) = delete;
 
   /// What it has written so far.
-  std::string out() const { return contentOf(m_out); }
-  std::string err() const { return contentOf(m_err); }
-  void signal(int number) const { kill(m_pid, number); }
+  std::string out() const { return contentOf(out_); }
+  std::string err() const { return contentOf(err_); }
+  void signal(int number) const { kill(pid_, number); }
   /// Waits for the end.
   ToolResult result();
 
  private:
   static std::string contentOf(int file);
 
-  pid_t m_pid = -1;
-  int m_out;
-  int m_err;
+  pid_t pid_ = -1;
+  int out_;
+  int err_;
 };
 
 /// Runs the tool to its end.

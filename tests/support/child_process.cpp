@@ -65,61 +65,61 @@ std::vector<std::string> commandFor(const ChildRole& role, const std::vector<std
 }  // namespace
 
 void Parent::say(const std::string& text) {
-  sendText(m_socket, text);
+  sendText(socket_, text);
 }
 
 std::string Parent::hear() {
-  return receiveText(m_socket);
+  return receiveText(socket_);
 }
 
-ChildRole::ChildRole(const char* name, Body body) : m_name(name) {
+ChildRole::ChildRole(const char* name, Body body) : name_(name) {
   if (!roles().emplace(name, body).second) throw std::logic_error(std::string("two roles named ") + name);
 }
 
 ChildProcess::ChildProcess(const ChildRole& role, const std::vector<std::string>& arguments) {
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) fail("socketpair");
-  m_socket = ends[0];
+  socket_ = ends[0];
 
   auto command = commandFor(role, arguments);
   std::vector<char*> argv;
   for (auto& word : command) argv.push_back(word.data());
   argv.push_back(nullptr);
-  m_pid = fork();
-  if (m_pid == 0) {
+  pid_ = fork();
+  if (pid_ == 0) {
     dup2(ends[1], kChildSocket);
     execvp(argv[0], argv.data());
     _exit(127);
   }
   close(ends[1]);
-  if (m_pid < 0) fail("fork");
+  if (pid_ < 0) fail("fork");
 }
 
 ChildProcess::~ChildProcess() {
-  if (m_pid > 0) {
-    ::kill(m_pid, SIGKILL);
-    waitpid(m_pid, nullptr, 0);
+  if (pid_ > 0) {
+    ::kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
   }
-  close(m_socket);
+  close(socket_);
 }
 
 void ChildProcess::say(const std::string& text) {
-  sendText(m_socket, text);
+  sendText(socket_, text);
 }
 
 std::string ChildProcess::hear() {
-  pollfd readable{m_socket, POLLIN, 0};
+  pollfd readable{socket_, POLLIN, 0};
   const auto limit = std::chrono::duration_cast<std::chrono::milliseconds>(kDeadline);
   if (poll(&readable, 1, static_cast<int>(limit.count())) <= 0) {
     throw std::runtime_error("the child said nothing");
   }
-  return receiveText(m_socket);
+  return receiveText(socket_);
 }
 
 int ChildProcess::wait() {
   int status = 0;
-  waitUntil("the child ended", [&] { return waitpid(m_pid, &status, WNOHANG) == m_pid; });
-  m_pid = -1;
+  waitUntil("the child ended", [&] { return waitpid(pid_, &status, WNOHANG) == pid_; });
+  pid_ = -1;
   return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
@@ -127,11 +127,11 @@ void ChildProcess::halt() const {
   signal(SIGSTOP);
   int status = 0;
   waitUntil("the child stood still",
-            [&] { return waitpid(m_pid, &status, WNOHANG | WUNTRACED) == m_pid && WIFSTOPPED(status); });
+            [&] { return waitpid(pid_, &status, WNOHANG | WUNTRACED) == pid_ && WIFSTOPPED(status); });
 }
 
 void ChildProcess::signal(int signal) const {
-  if (::kill(m_pid, signal) != 0) fail("kill");
+  if (::kill(pid_, signal) != 0) fail("kill");
 }
 
 std::optional<int> runAsChild(int argc, char** argv) {

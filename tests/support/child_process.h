@@ -24,16 +24,16 @@ namespace hbbtv_ryn::test {
 class Parent {
  public:
   Parent(int socket, std::vector<std::string> arguments)
-      : m_socket(socket), m_arguments(std::move(arguments)) {}
-  const std::string& argument(std::size_t index) const { return m_arguments.at(index); }
-  std::size_t argumentCount() const { return m_arguments.size(); }
+      : socket_(socket), arguments_(std::move(arguments)) {}
+  const std::string& argument(std::size_t index) const { return arguments_.at(index); }
+  std::size_t argumentCount() const { return arguments_.size(); }
   void say(const std::string& text);
   /// Waits without a limit; throws when the test has closed its end.
   std::string hear();
 
  private:
-  int m_socket;
-  std::vector<std::string> m_arguments;
+  int socket_;
+  std::vector<std::string> arguments_;
 };
 
 /// To be defined at namespace scope. The result of the body is the child's exit code.
@@ -41,10 +41,10 @@ class ChildRole {
  public:
   using Body = int (*)(Parent& parent);
   ChildRole(const char* name, Body body);
-  const char* name() const { return m_name; }
+  const char* name() const { return name_; }
 
  private:
-  const char* m_name;
+  const char* name_;
 };
 
 class ChildProcess {
@@ -72,11 +72,11 @@ class ChildProcess {
   void goOn() const { signal(SIGCONT); }
   /// Sends a signal and returns at once.
   void signal(int signal) const;
-  pid_t pid() const { return m_pid; }
+  pid_t pid() const { return pid_; }
 
  private:
-  int m_socket = -1;
-  pid_t m_pid = -1;
+  int socket_ = -1;
+  pid_t pid_ = -1;
 };
 
 /// For main(): runs the role that the command line names. Nothing when this is no child.

@@ -33,27 +33,27 @@ void waitUntil(const char* what, Predicate happened) {
 template <typename Call>
 class Concurrently {
  public:
-  explicit Concurrently(Call call) : m_result(std::async(std::launch::async, std::move(call))) {}
+  explicit Concurrently(Call call) : result_(std::async(std::launch::async, std::move(call))) {}
 
   auto result() {
-    if (m_result.wait_for(kDeadline) != std::future_status::ready) {
+    if (result_.wait_for(kDeadline) != std::future_status::ready) {
       std::fputs("a call that should have returned is still blocked: giving up this test process\n",
                  stderr);
       std::_Exit(EXIT_FAILURE);
     }
-    return m_result.get();
+    return result_.get();
   }
 
-  bool returned() const { return m_result.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }
+  bool returned() const { return result_.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }
 
   ~Concurrently() {
-    if (m_result.valid()) static_cast<void>(result());
+    if (result_.valid()) static_cast<void>(result());
   }
   Concurrently(const Concurrently&) = delete;
   Concurrently& operator=(const Concurrently&) = delete;
 
  private:
-  std::future<std::invoke_result_t<Call>> m_result;
+  std::future<std::invoke_result_t<Call>> result_;
 };
 
 }  // namespace hbbtv_ryn::test

@@ -34,13 +34,13 @@ class PlainServer {
   void serve();
   void answer(const std::string& request);
 
-  RawPeer m_peer;
-  const long m_channel;
-  const Answer m_answer;
-  std::atomic<bool> m_finished{false};
-  std::atomic<bool> m_crashed{false};
-  std::set<int> m_kinds;  // the thread's, until it has been joined
-  std::thread m_thread;
+  RawPeer peer_;
+  const long channel_;
+  const Answer answer_;
+  std::atomic<bool> finished_{false};
+  std::atomic<bool> crashed_{false};
+  std::set<int> kinds_;  // the thread's, until it has been joined
+  std::thread thread_;
 };
 
 }  // namespace hbbtv_ryn::test

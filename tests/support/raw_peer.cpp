@@ -64,8 +64,8 @@ std::vector<RawRecord> rawRecords(int kind, const std::string& text) {
   return records;
 }
 
-RawQueue::RawQueue(key_t key) : m_id(msgget(key, IPC_CREAT | 0666)) {
-  if (m_id < 0) fail("msgget");
+RawQueue::RawQueue(key_t key) : id_(msgget(key, IPC_CREAT | 0666)) {
+  if (id_ < 0) fail("msgget");
 }
 
 void RawQueue::send(const RawRecord& record, std::size_t bytes) {
@@ -73,14 +73,14 @@ void RawQueue::send(const RawRecord& record, std::size_t bytes) {
 }
 
 bool RawQueue::trySend(const RawRecord& record, std::size_t bytes) {
-  return putNow(m_id, &record, bytes);
+  return putNow(id_, &record, bytes);
 }
 
 void RawQueue::sendBytes(const std::string& body, long type) {
   std::string record(sizeof type + body.size(), '\0');
   std::memcpy(record.data(), &type, sizeof type);
   std::copy(body.begin(), body.end(), record.begin() + sizeof type);
-  waitUntil("the queue had room", [&] { return putNow(m_id, record.data(), body.size()); });
+  waitUntil("the queue had room", [&] { return putNow(id_, record.data(), body.size()); });
 }
 
 void RawQueue::sendMessage(int kind, const std::string& text) {
@@ -91,7 +91,7 @@ RawRecord RawQueue::take() {
   RawRecord record;
   ssize_t bytes = -1;
   waitUntil("a record arrived", [&] {
-    bytes = msgrcv(m_id, &record, kRawRecordBytes, 0, IPC_NOWAIT);
+    bytes = msgrcv(id_, &record, kRawRecordBytes, 0, IPC_NOWAIT);
     if (bytes < 0 && errno != ENOMSG) fail("msgrcv");
     return bytes >= 0;
   });
@@ -120,17 +120,17 @@ RawMessage RawQueue::takeMessage() {
 
 void RawQueue::discardAll() {
   RawRecord record;
-  while (msgrcv(m_id, &record, kRawRecordBytes, 0, IPC_NOWAIT | MSG_NOERROR) >= 0) continue;
+  while (msgrcv(id_, &record, kRawRecordBytes, 0, IPC_NOWAIT | MSG_NOERROR) >= 0) continue;
 }
 
 std::size_t RawQueue::depth() const {
-  return statusOf(m_id).msg_qnum;
+  return statusOf(id_).msg_qnum;
 }
 
 void RawQueue::setCapacity(std::size_t bytes) const {
-  msqid_ds status = statusOf(m_id);
+  msqid_ds status = statusOf(id_);
   status.msg_qbytes = bytes;
-  if (msgctl(m_id, IPC_SET, &status) != 0) fail("msgctl");
+  if (msgctl(id_, IPC_SET, &status) != 0) fail("msgctl");
 }
 
 void RawQueue::waitUntilEmpty() const {
@@ -138,11 +138,11 @@ void RawQueue::waitUntilEmpty() const {
 }
 
 bool RawQueue::hasBeenReceivedFrom() const {
-  return statusOf(m_id).msg_rtime != 0;
+  return statusOf(id_).msg_rtime != 0;
 }
 
 void RawQueue::remove() const {
-  if (msgctl(m_id, IPC_RMID, nullptr) != 0) fail("msgctl");
+  if (msgctl(id_, IPC_RMID, nullptr) != 0) fail("msgctl");
 }
 
 RawMessage RawPeer::ask(const std::string& text) {

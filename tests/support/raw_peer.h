@@ -78,10 +78,10 @@ class RawQueue {
   /// Limits this queue alone; a limit above the kernel's needs privilege.
   void setCapacity(std::size_t bytes) const;
   void remove() const;
-  int id() const { return m_id; }
+  int id() const { return id_; }
 
  private:
-  int m_id;
+  int id_;
 };
 
 /// Either end of a request queue and its reply queue at the next key.

@@ -16,19 +16,19 @@ namespace {
 
 class HostileWriter {
  public:
-  HostileWriter(Ledger& ledger, uint64_t seed) : m_ledger(ledger), m_engine(seed) {}
+  HostileWriter(Ledger& ledger, uint64_t seed) : ledger_(ledger), engine_(seed) {}
 
   [[noreturn]] void run() {
     for (;;) {
       // Before the phase is read, so that who sets another sees that the writing has not yet ended.
-      m_ledger.hostile_writing = true;
-      const Phase phase = m_ledger.phase;
+      ledger_.hostile_writing = true;
+      const Phase phase = ledger_.phase;
       const bool hostile = phase == Phase::kMalformed || phase == Phase::kAnything;
-      m_queue = &m_queues[below(std::size(m_queues))];
-      for (int i = hostile ? below(200) : -1; i >= 0 && phase == m_ledger.phase; --i) {
+      queue_ = &queues_[below(std::size(queues_))];
+      for (int i = hostile ? below(200) : -1; i >= 0 && phase == ledger_.phase; --i) {
         phase == Phase::kAnything&& below(2) == 0 ? writeAnswerable() : writeMalformed();
       }
-      m_ledger.hostile_writing = false;
+      ledger_.hostile_writing = false;
       usleep(below(3000U));
     }
   }
@@ -36,11 +36,11 @@ class HostileWriter {
  private:
   template <typename Number>
   Number below(Number limit) {
-    return static_cast<Number>(m_engine() % static_cast<uint64_t>(limit));
+    return static_cast<Number>(engine_() % static_cast<uint64_t>(limit));
   }
   int anyInt() {
     constexpr int kTelling[] = {0, 1, 2, -1, 1024, 1025, 1026, 16384, 16385, 65537, INT_MAX, INT_MIN};
-    return below(3) == 0 ? static_cast<int>(m_engine()) : kTelling[below(std::size(kTelling))];
+    return below(3) == 0 ? static_cast<int>(engine_()) : kTelling[below(std::size(kTelling))];
   }
   int someKind() {
     const int kind = below(3) == 0 ? anyInt() : 1 + below(4);
@@ -54,8 +54,8 @@ class HostileWriter {
   }
 
   void put(const RawRecord& record, std::size_t bytes = kRawRecordBytes) {
-    if (m_queue->trySend(record, bytes)) {
-      ++m_ledger.hostile;
+    if (queue_->trySend(record, bytes)) {
+      ++ledger_.hostile;
     } else {
       usleep(200);  // full: let the receiver have its turn
     }
@@ -78,8 +78,8 @@ class HostileWriter {
       case 1:  // cut short
         return put(record, below(kRawRecordBytes));
       case 2:  // more than a record may hold, up to the kernel's limit
-        ++m_ledger.hostile;
-        return m_queue->sendBytes(junk(kRawRecordBytes + 1 + below(8192 - kRawRecordBytes)));
+        ++ledger_.hostile;
+        return queue_->sendBytes(junk(kRawRecordBytes + 1 + below(8192 - kRawRecordBytes)));
       case 3:  // a message without an end
         record.last = 0;
         for (int i = below(150); i > 0; --i) put(record);
@@ -137,11 +137,11 @@ class HostileWriter {
     put(record);
   }
 
-  Ledger& m_ledger;
-  std::mt19937_64 m_engine;
-  RawQueue m_queues[3] = {RawQueue(kRequestQueueKey), RawQueue(kNotificationQueueKey),
-                          RawQueue(kQueryQueueKey)};
-  RawQueue* m_queue = m_queues;
+  Ledger& ledger_;
+  std::mt19937_64 engine_;
+  RawQueue queues_[3] = {RawQueue(kRequestQueueKey), RawQueue(kNotificationQueueKey),
+                         RawQueue(kQueryQueueKey)};
+  RawQueue* queue_ = queues_;
 };
 
 }  // namespace

@@ -35,8 +35,8 @@ std::atomic<bool> g_may_call{false};
 
 class Random {
  public:
-  explicit Random(uint64_t seed) : m_engine(seed) {}
-  int below(int limit) { return std::uniform_int_distribution<int>(0, limit - 1)(m_engine); }
+  explicit Random(uint64_t seed) : engine_(seed) {}
+  int below(int limit) { return std::uniform_int_distribution<int>(0, limit - 1)(engine_); }
   // Mostly short.
   std::string text() {
     const bool one_record = g_ledger->phase == Phase::kMalformed || below(8) != 0;
@@ -46,7 +46,7 @@ class Random {
   }
 
  private:
-  std::mt19937_64 m_engine;
+  std::mt19937_64 engine_;
 };
 
 // --- The right answers
@@ -153,14 +153,14 @@ struct Host {
 class Caller {
  public:
   Caller(const Host& host, int index, uint64_t seed)
-      : m_host(host),
-        m_in_progress(g_ledger->calls[host.side][static_cast<std::size_t>(index)]),
-        m_random(seed + static_cast<uint64_t>(index)) {}
+      : host_(host),
+        in_progress_(g_ledger->calls[host.side][static_cast<std::size_t>(index)]),
+        random_(seed + static_cast<uint64_t>(index)) {}
 
   void send() {
     {
-      const InProgress call(m_in_progress, now());
-      m_host.send(m_random);
+      const InProgress call(in_progress_, now());
+      host_.send(random_);
     }
     ++g_ledger->one_way;
     // Each full queue costs a sender 100 ms and everyone who waits for it too: seldom enough for exchanges
@@ -170,20 +170,20 @@ class Caller {
 
   void ask() {
     const Phase phase = g_ledger->phase;
-    const auto index = m_random.below(static_cast<int>(m_host.questions.size()));
+    const auto index = random_.below(static_cast<int>(host_.questions.size()));
     const Nanoseconds began = now();
     const Outcome outcome = [&] {
-      const InProgress call(m_in_progress, began);
-      return m_host.questions[static_cast<std::size_t>(index)](m_random);
+      const InProgress call(in_progress_, began);
+      return host_.questions[static_cast<std::size_t>(index)](random_);
     }();
     const bool may_be_disturbed =
         phase == Phase::kAnything || phase == Phase::kSettling || phase != g_ledger->phase;
     if (outcome.right && outcome.result == 0) {
       ++g_ledger->exchanges;
-      ++g_ledger->right_in_a_row[m_host.side];
+      ++g_ledger->right_in_a_row[host_.side];
       return;
     }
-    g_ledger->right_in_a_row[m_host.side] = 0;
+    g_ledger->right_in_a_row[host_.side] = 0;
     if (outcome.right && (outcome.result == -1 || outcome.result == -3)) {
       ++g_ledger->unanswered;
       if (phase == Phase::kKills && !may_be_disturbed) countDeadCall(began);
@@ -192,7 +192,7 @@ class Caller {
       ++g_ledger->disturbed;
     } else if (g_ledger->wrong++ == 0) {
       std::snprintf(g_ledger->first_wrong, sizeof g_ledger->first_wrong,
-                    "%s of the %s, result %d, phase %d", outcome.question, kSideNames[m_host.side],
+                    "%s of the %s, result %d, phase %d", outcome.question, kSideNames[host_.side],
                     outcome.result, static_cast<int>(phase));
     }
   }
@@ -200,17 +200,17 @@ class Caller {
  private:
   // The thread may be cancelled in its call.
   struct InProgress {
-    InProgress(std::atomic<Nanoseconds>& call, Nanoseconds began) : m_call(call) { m_call = began; }
-    ~InProgress() { m_call = 0; }
+    InProgress(std::atomic<Nanoseconds>& call, Nanoseconds began) : call_(call) { call_ = began; }
+    ~InProgress() { call_ = 0; }
     InProgress(const InProgress&) = delete;
     InProgress& operator=(const InProgress&) = delete;
-    std::atomic<Nanoseconds>& m_call;
+    std::atomic<Nanoseconds>& call_;
   };
 
   // How long the call lasted after its peer was dead. Where another lives by now, the call may have waited
   // for that one's slow handlers.
   void countDeadCall(Nanoseconds began) {
-    const Nanoseconds killed_at = g_ledger->killed_at[peerOf(m_host.side)];
+    const Nanoseconds killed_at = g_ledger->killed_at[peerOf(host_.side)];
     if (killed_at == 0) return;
     const Nanoseconds lasted = now() - std::max(began, killed_at);
     Nanoseconds longest = g_ledger->longest_dead_call;
@@ -218,54 +218,54 @@ class Caller {
       continue;
   }
 
-  const Host& m_host;
-  std::atomic<Nanoseconds>& m_in_progress;
-  Random m_random;
+  const Host& host_;
+  std::atomic<Nanoseconds>& in_progress_;
+  Random random_;
 };
 
 // The threads of a host that call the library.
 class Callers {
  public:
-  Callers(const Host& host, uint64_t seed, useconds_t pause) : m_host(host), m_seed(seed), m_pause(pause) {
+  Callers(const Host& host, uint64_t seed, useconds_t pause) : host_(host), seed_(seed), pause_(pause) {
     const bool nuisance = pause == 0 && kRequestersMayBeCancelled;
     const int lasting = nuisance ? kCallers - 1 : kCallers;
-    for (int i = 0; i < lasting; ++i) m_lasting.emplace_back([this, i] { call(i); });
-    if (nuisance) m_nuisance = std::thread([this] { breakAndCancel(); });
+    for (int i = 0; i < lasting; ++i) lasting_.emplace_back([this, i] { call(i); });
+    if (nuisance) nuisance_ = std::thread([this] { breakAndCancel(); });
   }
   ~Callers() {
-    m_stop = true;
-    if (m_nuisance.joinable()) m_nuisance.join();
-    for (auto& thread : m_lasting) thread.join();
+    stop_ = true;
+    if (nuisance_.joinable()) nuisance_.join();
+    for (auto& thread : lasting_) thread.join();
   }
   Callers(const Callers&) = delete;
   Callers& operator=(const Callers&) = delete;
 
  private:
   void call(int index) {
-    for (Caller caller(m_host, index, m_seed); !m_stop;) {
+    for (Caller caller(host_, index, seed_); !stop_;) {
       if (!g_ledger->paused) index == 0 ? caller.send() : caller.ask();
-      if (m_pause > 0 || g_ledger->paused) usleep(std::max<useconds_t>(m_pause, 1000));
+      if (pause_ > 0 || g_ledger->paused) usleep(std::max<useconds_t>(pause_, 1000));
     }
   }
 
   // Breaks the waits of the others with signals, and cancels the last caller wherever it is.
   void breakAndCancel() {
-    for (Random random(m_seed); !m_stop;) {
+    for (Random random(seed_); !stop_;) {
       std::thread last([this] { call(kCallers - 1); });
       usleep(static_cast<useconds_t>(500 + random.below(30000)));
-      for (auto& thread : m_lasting) pthread_kill(thread.native_handle(), SIGUSR1);
+      for (auto& thread : lasting_) pthread_kill(thread.native_handle(), SIGUSR1);
       pthread_cancel(last.native_handle());
       last.join();
       ++g_ledger->cancelled;
     }
   }
 
-  const Host& m_host;
-  const uint64_t m_seed;
-  const useconds_t m_pause;
-  std::atomic<bool> m_stop{false};
-  std::vector<std::thread> m_lasting;
-  std::thread m_nuisance;
+  const Host& host_;
+  const uint64_t seed_;
+  const useconds_t pause_;
+  std::atomic<bool> stop_{false};
+  std::vector<std::thread> lasting_;
+  std::thread nuisance_;
 };
 
 int runHost(Parent& parent, const Host& host) {

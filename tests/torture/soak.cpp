@@ -38,7 +38,7 @@ Size sizeOf(pid_t pid) {
 
 class Soak {
  public:
-  explicit Soak(Side survivor) : m_survivor(survivor), m_hosts(survivor, kPauseBetweenCalls) {}
+  explicit Soak(Side survivor) : survivor_(survivor), hosts_(survivor, kPauseBetweenCalls) {}
 
   // False when an answer was wrong, or the survivor has grown.
   bool run(seconds duration, seconds interval) {
@@ -46,9 +46,9 @@ class Soak {
     const Size first = survivorAtRest();
     for (auto passed = interval; passed < duration; passed += interval) passInterval(interval);
     const Size last = survivorAtRest();
-    m_hosts.finish();
+    hosts_.finish();
     report(first, last);
-    return m_ledger.wrong == 0 && m_ledger.exchanges > 0 && first.threads == last.threads &&
+    return ledger_.wrong == 0 && ledger_.exchanges > 0 && first.threads == last.threads &&
            first.descriptors == last.descriptors &&
            (!memoryIsTelling() || last.resident_kb - first.resident_kb <= kAllocatorSlackKb);
   }
@@ -57,45 +57,45 @@ class Soak {
   // The restarts are in the middle, so that both hosts are in full swing at the end.
   void passInterval(std::chrono::milliseconds interval) {
     std::this_thread::sleep_for(interval / 2);
-    m_hosts.kill(peerOf(m_survivor));
-    m_hosts.start(peerOf(m_survivor));
+    hosts_.kill(peerOf(survivor_));
+    hosts_.start(peerOf(survivor_));
     order("restart");
     std::this_thread::sleep_for(interval / 2);
   }
 
   // The survivor's size while it does nothing but wait.
   Size survivorAtRest() {
-    m_ledger.paused = true;
-    const auto& calls = m_ledger.calls[m_survivor];
+    ledger_.paused = true;
+    const auto& calls = ledger_.calls[survivor_];
     waitUntil("no call was in progress", [&] {
       return std::all_of(calls.begin(), calls.end(), [](const auto& call) { return call == 0; });
     });
     order("trim");
-    const Size size = sizeOf(m_hosts[m_survivor].pid());
-    m_ledger.paused = false;
+    const Size size = sizeOf(hosts_[survivor_].pid());
+    ledger_.paused = false;
     return size;
   }
 
   // Has the survivor do something, and waits until it has.
   void order(const char* what) {
-    m_hosts[m_survivor].say(what);
-    while (m_hosts[m_survivor].hear() != "done") continue;
+    hosts_[survivor_].say(what);
+    while (hosts_[survivor_].hear() != "done") continue;
   }
 
   void report(const Size& first, const Size& last) const {
     const auto number = [](uint64_t value) { return static_cast<unsigned long long>(value); };
     std::printf("%s that survives: %llu exchanges, %llu without an answer, %llu wrong, %llu one-way\n",
-                kSideNames[m_survivor], number(m_ledger.exchanges), number(m_ledger.unanswered),
-                number(m_ledger.wrong), number(m_ledger.one_way));
+                kSideNames[survivor_], number(ledger_.exchanges), number(ledger_.unanswered),
+                number(ledger_.wrong), number(ledger_.one_way));
     std::printf("  after the first interval %5d KiB, %d threads, %d descriptors\n", first.resident_kb,
                 first.threads, first.descriptors);
     std::printf("  at the end               %5d KiB, %d threads, %d descriptors\n", last.resident_kb,
                 last.threads, last.descriptors);
   }
 
-  const Side m_survivor;
-  HostPair m_hosts;
-  Ledger& m_ledger = m_hosts.ledger();
+  const Side survivor_;
+  HostPair hosts_;
+  Ledger& ledger_ = hosts_.ledger();
 };
 
 bool soakBoth(seconds duration, seconds interval) {

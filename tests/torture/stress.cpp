@@ -22,25 +22,25 @@ void require(int code, int expected, Side side, const char* what) {
 
 }  // namespace
 
-HostPair::HostPair(uint64_t seed, const char* pause) : m_seeds(seed), m_pause(pause) {
+HostPair::HostPair(uint64_t seed, const char* pause) : seeds_(seed), pause_(pause) {
   isolateTest();
   start(kBrowserSide);
   start(kPluginSide);
 }
 
 void HostPair::start(Side side) {
-  m_ledger.killed_at[side] = 0;
-  m_hosts[side] = newHost(side);
-  m_hosts[side]->say("call");
+  ledger_.killed_at[side] = 0;
+  hosts_[side] = newHost(side);
+  hosts_[side]->say("call");
 }
 
 std::vector<std::string> HostPair::arguments() {
-  return {m_ledger_argument, std::to_string(m_seeds() >> 1)};
+  return {ledger_argument_, std::to_string(seeds_() >> 1)};
 }
 
 std::unique_ptr<ChildProcess> HostPair::newHost(Side side) {
   auto with_pause = arguments();
-  with_pause.push_back(m_pause);
+  with_pause.push_back(pause_);
   return std::make_unique<ChildProcess>(side == kBrowserSide ? kBrowserHost : kPluginHost, with_pause);
 }
 
@@ -50,21 +50,21 @@ void HostPair::replaceOverlapping(Side side, std::chrono::milliseconds overlap) 
   successor->hear();  // it serves
   std::this_thread::sleep_for(overlap);
   kill(side);
-  m_ledger.killed_at[side] = 0;
+  ledger_.killed_at[side] = 0;
   successor->say("call");
-  m_hosts[side] = std::move(successor);
+  hosts_[side] = std::move(successor);
 }
 
 void HostPair::kill(Side side) {
-  m_ledger.killed_at[side] = now();
-  require(m_hosts[side]->kill(), -SIGKILL, side, "ended by itself");
-  for (auto& call : m_ledger.calls[side]) call = 0;
+  ledger_.killed_at[side] = now();
+  require(hosts_[side]->kill(), -SIGKILL, side, "ended by itself");
+  for (auto& call : ledger_.calls[side]) call = 0;
 }
 
 void HostPair::finish() {
-  for (auto& host : m_hosts) host->say("finish");
+  for (auto& host : hosts_) host->say("finish");
   for (const Side side : {kPluginSide, kBrowserSide}) {
-    require(m_hosts[side]->wait(), 0, side, "did not end in order");
+    require(hosts_[side]->wait(), 0, side, "did not end in order");
   }
 }
 

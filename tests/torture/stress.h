@@ -20,8 +20,8 @@ class HostPair {
  public:
   /// @param pause  of each of their threads between two calls, in microseconds.
   HostPair(uint64_t seed, const char* pause);
-  ChildProcess& operator[](Side side) { return *m_hosts[side]; }
-  Ledger& ledger() const { return m_ledger; }
+  ChildProcess& operator[](Side side) { return *hosts_[side]; }
+  Ledger& ledger() const { return ledger_; }
   /// What the next process is started with: the ledger and a seed.
   std::vector<std::string> arguments();
 
@@ -36,11 +36,11 @@ class HostPair {
  private:
   std::unique_ptr<ChildProcess> newHost(Side side);
 
-  const std::string m_ledger_argument = createLedger();
-  Ledger& m_ledger = openLedger(m_ledger_argument);
-  std::mt19937_64 m_seeds;
-  const std::string m_pause;
-  std::unique_ptr<ChildProcess> m_hosts[kSideCount];
+  const std::string ledger_argument_ = createLedger();
+  Ledger& ledger_ = openLedger(ledger_argument_);
+  std::mt19937_64 seeds_;
+  const std::string pause_;
+  std::unique_ptr<ChildProcess> hosts_[kSideCount];
 };
 
 /// A number from the kernel's status file of a process, such as "VmHWM:"; 0 when it is not there.

@@ -11,14 +11,14 @@ namespace hbbtv_ryn::rynctl {
 
 /// Scripts rely on these numbers; `rynctl --help` says what each means.
 enum class ExitCode : int {
-  Done = 0,
-  Refused = 1,
-  Usage = 2,
-  NoPeer = 3,
-  NoAnswer = 4,
-  NoRoom = 5,
-  Malformed = 6,
-  Broken = 7,
+  kDone = 0,
+  kRefused = 1,
+  kUsage = 2,
+  kNoPeer = 3,
+  kNoAnswer = 4,
+  kNoRoom = 5,
+  kMalformed = 6,
+  kBroken = 7,
 };
 
 /// Ends a command: main() prints the text, which says what to do, and exits with the code.

@@ -49,22 +49,22 @@ ExitCode run(int argc, char** argv) {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     // Help and version arrive here as well, as errors with the code 0.
-    return app.exit(error) == 0 ? ExitCode::Done : ExitCode::Usage;
+    return app.exit(error) == 0 ? ExitCode::kDone : ExitCode::kUsage;
   }
   if (!action) {
     std::fputs(app.help().c_str(), stderr);
-    return ExitCode::Usage;
+    return ExitCode::kUsage;
   }
   output();  // before the library can write there
   const ExitCode code = action();
   if (std::fflush(output()) == 0 && std::ferror(output()) == 0) return code;
-  throw Failure(ExitCode::Refused, "standard output cannot be written");
+  throw Failure(ExitCode::kRefused, "standard output cannot be written");
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  ExitCode code = ExitCode::Broken;
+  ExitCode code = ExitCode::kBroken;
   try {
     code = run(argc, argv);
   } catch (const Failure& failure) {

@@ -37,7 +37,7 @@ Capture Capture::load(const std::string& file) {
   constexpr std::size_t kMostReasonBytes = 200;
   std::ifstream stream(file);
   if (stream.peek() == EOF && !stream.eof()) {
-    throw Failure(ExitCode::Usage, "{} cannot be read", printable(file));
+    throw Failure(ExitCode::kUsage, "{} cannot be read", printable(file));
   }
   Capture capture;
   std::vector<char> buffer(kMostLineBytes);
@@ -63,7 +63,7 @@ Capture Capture::load(const std::string& file) {
       if (unread++ == 0) reason = std::string(failure.what()).substr(0, kMostReasonBytes);
     }
   }
-  if (traces == 0) throw Failure(ExitCode::Malformed, "{}", reason);
+  if (traces == 0) throw Failure(ExitCode::kMalformed, "{}", reason);
   if (unread > 0) {
     capture.notes.push_back(
         compose("{} could not be read, the first: {}", counted(unread, "line"), reason));

@@ -38,7 +38,7 @@ struct Outgoing {
 Outgoing prepare(const Options& options, Delivery delivery) {
   const Message& message = findByName(options.name);
   if (message.delivery != delivery) {
-    throw Failure(ExitCode::Usage, "{0} is {1}: use 'rynctl {2} {0}'", message.name,
+    throw Failure(ExitCode::kUsage, "{0} is {1}: use 'rynctl {2} {0}'", message.name,
                   deliveryName(message.delivery), delivery == Delivery::kSync ? "send" : "call");
   }
   auto json = options.json;
@@ -54,16 +54,16 @@ ExitCode call(const Options& options) {
       std::chrono::duration_cast<milliseconds>(std::chrono::duration<double>(options.timeout));
   const Reply reply = Client(message).ask(text, limit);
   if (reply.failure) {
-    throw Failure(ExitCode::Refused, "the {} process has no answer to {} ({} us)",
+    throw Failure(ExitCode::kRefused, "the {} process has no answer to {} ({} us)",
                   nameOf(receiverOf(message)), message.name, reply.took.count());
   }
   Json::Value members;
   if (!parse(reply.text.c_str(), &members)) {
-    throw Failure(ExitCode::Malformed, "the answer is no JSON object: {}", onOneLine(reply.text));
+    throw Failure(ExitCode::kMalformed, "the answer is no JSON object: {}", onOneLine(reply.text));
   }
   print("{}\n", oneLine(members));
   remark("answered in {} us", reply.took.count());
-  return ExitCode::Done;
+  return ExitCode::kDone;
 }
 
 ExitCode send(const Options& options) {
@@ -76,7 +76,7 @@ ExitCode send(const Options& options) {
     ++sent;
   } while (sent != options.repeat && !interrupt.raised(milliseconds(options.every)));
   remark("sent {}", counted(sent, "message"));
-  return ExitCode::Done;
+  return ExitCode::kDone;
 }
 
 void addOptions(CLI::App* command, Options& options) {

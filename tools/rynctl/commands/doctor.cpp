@@ -205,11 +205,11 @@ Section logging() {
 constexpr const char* kVerdicts[] = {"ok", "note", "WRONG"};
 
 void show(const Section& section) {
-  print("{}\n", styled(Style::Heading, section.title));
+  print("{}\n", styled(Style::kHeading, section.title));
   for (const Finding& finding : section.findings) {
     std::string word = compose("{:7}", kVerdicts[finding.verdict]);
-    if (finding.verdict == Finding::kProblem) word = styled(Style::Problem, word);
-    if (finding.verdict == Finding::kGood) word = styled(Style::Good, word);
+    if (finding.verdict == Finding::kProblem) word = styled(Style::kProblem, word);
+    if (finding.verdict == Finding::kGood) word = styled(Style::kGood, word);
     print("  {}{}\n", word, finding.text);
     if (!finding.fix.empty()) print("         -> {}\n", finding.fix);
   }
@@ -243,7 +243,7 @@ ExitCode doctor(const Options& options) {
                          : problems == 1 ? "One thing is"
                                          : compose("{} things are", problems));
   }
-  return problems == 0 ? ExitCode::Done : ExitCode::Refused;
+  return problems == 0 ? ExitCode::kDone : ExitCode::kRefused;
 }
 
 }  // namespace

@@ -57,16 +57,16 @@ ExitCode list(const Options& options) {
                message.delivery == Delivery::kSync ? keys(message.reply) : ""});
   }
   if (table.size() == 0) {
-    throw Failure(ExitCode::Refused,
+    throw Failure(ExitCode::kRefused,
                   "no message matches {}; a pattern is as for the shell: '*Key*', 'OpApp_*'",
                   printable(options.name));
   }
   print("{}", table.text());
-  return ExitCode::Done;
+  return ExitCode::kDone;
 }
 
 void printMembers(const char* title, const Members& members, bool with_defaults) {
-  print("\n{}\n", styled(Style::Heading, title));
+  print("\n{}\n", styled(Style::kHeading, title));
   if (members.size() == 0) print("  none\n");
   std::size_t width = 0;
   for (const Member& member : members) width = std::max(width, std::string_view(member.key).size());
@@ -81,20 +81,20 @@ ExitCode describe(const Options& options) {
   const Message& message = findByName(options.name);
   if (options.json) {
     print("{}\n", oneLine(jsonOf(message)));
-    return ExitCode::Done;
+    return ExitCode::kDone;
   }
   const bool sync = message.delivery == Delivery::kSync;
-  print("{}  code {}, {}, {}\nsent by {}()\n", styled(Style::Heading, message.name),
+  print("{}  code {}, {}, {}\nsent by {}()\n", styled(Style::kHeading, message.name),
         static_cast<int>(message.code), deliveryName(message.delivery), directionName(message.direction),
         senderName(message));
   printMembers("Keys", message.request, false);
   if (sync) printMembers("Reply keys", message.reply, true);
   const Json::Value sample = sampleRequest(message);
-  print("\n{}\n  {}\n", styled(Style::Heading, "Sample"), oneLine(sample));
+  print("\n{}\n  {}\n", styled(Style::kHeading, "Sample"), oneLine(sample));
   if (sync) print("  {}\n", oneLine(sampleReply(message)));
-  print("\n{}\n  rynctl {} {}\n", styled(Style::Heading, "To try it"), sync ? "call" : "send",
+  print("\n{}\n  rynctl {} {}\n", styled(Style::kHeading, "To try it"), sync ? "call" : "send",
         commandText(message, sample));
-  return ExitCode::Done;
+  return ExitCode::kDone;
 }
 
 }  // namespace

@@ -24,7 +24,7 @@ struct Options {
 
 [[noreturn]] void failWithoutReport(std::optional<std::uint16_t> port) {
   throw Failure(
-      ExitCode::NoPeer,
+      ExitCode::kNoPeer,
       "{} has reported within {} seconds; a process reports after zunt_log_initialize(1), to its own "
       "network namespace",
       port ? compose("no process on port {}", *port) : "no process", kReportPatience.count());
@@ -79,7 +79,7 @@ ExitCode showReports(const Options& options) {
   hearEach(LogControl(), options.port, [&](const LogReport& report) { update(reporters, report); });
   if (reporters.empty()) failWithoutReport(options.port);
   print("{}", tableOf(reporters, options.json).text());
-  return ExitCode::Done;
+  return ExitCode::kDone;
 }
 
 /// On a terminal the table is kept up to date; elsewhere each change prints it once more. As JSON each
@@ -100,7 +100,7 @@ ExitCode watchReports(const Options& options) {
     changed |= dropSilentOnes(reporters);
     if (!options.json && (terminal || changed)) redraw(tableOf(reporters, false).text());
   }
-  return ExitCode::Done;
+  return ExitCode::kDone;
 }
 
 ExitCode show(const Options& options) {
@@ -109,8 +109,8 @@ ExitCode show(const Options& options) {
 
 std::string textOf(const LogOutcome& outcome) {
   using Effect = LogOutcome::Effect;
-  if (outcome.effect == Effect::Silent) return "has not reported since the command was sent";
-  if (outcome.effect == Effect::NotShown) {
+  if (outcome.effect == Effect::kSilent) return "has not reported since the command was sent";
+  if (outcome.effect == Effect::kNotShown) {
     return "its reports do not show the change; does another tool edit the list?";
   }
   return compose("not taken, the list of {} modules is full: {}", kMaxModules,
@@ -121,17 +121,17 @@ std::string textOf(const LogOutcome& outcome) {
 ExitCode apply(const LogCommand& command, const std::string& done, std::optional<std::uint16_t> port) {
   const auto outcomes = applyToEach(LogControl(), command, port);
   if (outcomes.empty()) failWithoutReport(port);
-  ExitCode code = ExitCode::Done;
+  ExitCode code = ExitCode::kDone;
   std::set<long> obeying;  // process ids; a process with several control threads counts once
   for (const auto& [each, outcome] : outcomes) {
     const auto owner = findUdpPortOwner(each);
-    if (outcome.effect == LogOutcome::Effect::Shown) {
+    if (outcome.effect == LogOutcome::Effect::kShown) {
       obeying.insert(owner ? long{owner->pid} : -long{each});
       continue;
     }
     complain(compose("port {}, {}: {}", each, owner ? owner->text() : "-", textOf(outcome)));
-    if (code != ExitCode::Refused) {
-      code = outcome.effect == LogOutcome::Effect::Silent ? ExitCode::NoAnswer : ExitCode::Refused;
+    if (code != ExitCode::kRefused) {
+      code = outcome.effect == LogOutcome::Effect::kSilent ? ExitCode::kNoAnswer : ExitCode::kRefused;
     }
   }
   if (!obeying.empty()) print("{} ({})\n", done, counted(obeying.size(), "process"));
@@ -145,7 +145,7 @@ ExitCode edit(const Options& options, std::uint8_t value, const char* effect) {
     if (seen.insert(module).second) command.modules.push_back(module);
   }
   if (seen.size() > kMaxModules) {
-    throw Failure(ExitCode::Usage, "a list holds {} modules at most", kMaxModules);
+    throw Failure(ExitCode::kUsage, "a list holds {} modules at most", kMaxModules);
   }
   return apply(command, compose("{}: {}", printable(joined(command.modules, ", ")), effect), options.port);
 }

@@ -72,7 +72,7 @@ class Recorder {
  public:
   explicit Recorder(std::string file) : name_(std::move(file)) {
     if (!name_.empty()) file_.open(name_);
-    if (!file_) throw Failure(ExitCode::Usage, "{} cannot be written", printable(name_));
+    if (!file_) throw Failure(ExitCode::kUsage, "{} cannot be written", printable(name_));
   }
   void take(TraceEvent* event) {
     if (!file_.is_open()) return;
@@ -82,7 +82,7 @@ class Recorder {
     file_ << oneLine(event->json) << '\n';
   }
   void end() {
-    if (!file_.flush()) throw Failure(ExitCode::Refused, "{} cannot be written", printable(name_));
+    if (!file_.flush()) throw Failure(ExitCode::kRefused, "{} cannot be written", printable(name_));
   }
 
  private:
@@ -123,7 +123,7 @@ ExitCode monitor(const Options& options) {
   view.showLeft();
   remark("{}, {} lost", counted(static_cast<unsigned long>(view.messages()), "message"), view.lost());
   recorder.end();
-  return ExitCode::Done;
+  return ExitCode::kDone;
 }
 
 }  // namespace

@@ -76,7 +76,7 @@ std::string queueTable(bool json) {
         jsonOf(queue, state),
         {queue.name->name, compose("{}", queue.messages), compose("{} of {}", queue.bytes, queue.limit),
          seen(queue.writer, queue.written), seen(queue.reader, queue.read), serverText(queue),
-         styled(queue.judgement >= JudgedQueue::kStuck ? Style::Problem : Style::Good, state)});
+         styled(queue.judgement >= JudgedQueue::kStuck ? Style::kProblem : Style::kGood, state)});
   }
   if (table.size() > 0 || json) return table.text();
   return "no queue exists: neither process has run since the system started\n";
@@ -94,7 +94,7 @@ ExitCode queues(const Options& options) {
       redraw(text);
     }
   } while (options.watch != 0 && !interrupt.raised(pause) && std::ferror(output()) == 0);
-  return ExitCode::Done;
+  return ExitCode::kDone;
 }
 
 /// Name and members, or the text where it is no message of the catalogue.
@@ -110,7 +110,7 @@ ExitCode peekAt(const Options& options) {
   const QueueName& name = findQueue(options.queue);
   const auto state = look(name);
   if (!state) {
-    throw Failure(ExitCode::NoPeer,
+    throw Failure(ExitCode::kNoPeer,
                   "the queue '{}' does not exist: no process has served it since the system started",
                   name.name);
   }
@@ -129,7 +129,7 @@ ExitCode peekAt(const Options& options) {
   } else {
     print("nothing waits on the queue '{}'\n", name.name);
   }
-  return ExitCode::Done;
+  return ExitCode::kDone;
 }
 
 unsigned long takeOff(const QueueState& state) {
@@ -142,7 +142,7 @@ unsigned long takeOff(const QueueState& state) {
 
 bool isConfirmed(const std::string& question) {
   if (isatty(STDIN_FILENO) == 0) {
-    throw Failure(ExitCode::Usage, "standard input is no terminal to ask on: add --yes");
+    throw Failure(ExitCode::kUsage, "standard input is no terminal to ask on: add --yes");
   }
   print("{} [y/N] ", question);
   std::fflush(output());
@@ -168,14 +168,14 @@ ExitCode reset(const Options& options) {
   }
   if (chosen.empty()) {
     print("nothing to take off\n");
-    return ExitCode::Done;
+    return ExitCode::kDone;
   }
   if (!options.yes && !isConfirmed(compose("Take off the messages {}?", joined(texts, ", ")))) {
     print("nothing was taken off\n");
-    return ExitCode::Refused;
+    return ExitCode::kRefused;
   }
   for (const QueueState& state : chosen) print("took {} off '{}'\n", takeOff(state), state.name->name);
-  return ExitCode::Done;
+  return ExitCode::kDone;
 }
 
 }  // namespace

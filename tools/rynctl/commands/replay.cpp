@@ -72,18 +72,18 @@ ExitCode replay(const Options& options) {
   if (!options.force) requireFree(side);
   std::ofstream junit;
   if (!options.junit.empty()) junit.open(options.junit);
-  if (!junit) throw Failure(ExitCode::Usage, "{} cannot be written", printable(options.junit));
+  if (!junit) throw Failure(ExitCode::kUsage, "{} cannot be written", printable(options.junit));
   const auto end = [&](const std::string& error) {
     remark("{} compared, {}{}", counted(player.cases().size(), "message"),
            counted(player.differences(), "difference"), error.empty() ? "" : "; not played to the end");
     if (!junit.is_open()) return;
     writeJunit(junit, options.capture, player, error);
-    if (!junit.flush()) throw Failure(ExitCode::Refused, "{} cannot be written", printable(options.junit));
+    if (!junit.flush()) throw Failure(ExitCode::kRefused, "{} cannot be written", printable(options.junit));
   };
   try {
     const bool whole = player.play(interrupt);
     end(whole ? "" : "interrupted");
-    return whole && player.differences() == 0 ? ExitCode::Done : ExitCode::Refused;
+    return whole && player.differences() == 0 ? ExitCode::kDone : ExitCode::kRefused;
   } catch (const Failure& failure) {
     end(failure.what());
     throw;

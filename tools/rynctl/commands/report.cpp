@@ -92,7 +92,7 @@ ExitCode report(const Options& options) {
       options.page.empty() ? fs::path(from).replace_extension(".html") : fs::path(options.page);
   std::error_code none;
   if (to == from || fs::equivalent(to, from, none)) {
-    throw Failure(ExitCode::Usage, "the page would take the place of the capture; name it with -o");
+    throw Failure(ExitCode::kUsage, "the page would take the place of the capture; name it with -o");
   }
   const Capture capture = Capture::load(options.capture);
   Json::Value head(Json::objectValue);
@@ -102,7 +102,7 @@ ExitCode report(const Options& options) {
   for (const auto& [pid, process] : capture.processes) head["processes"].append(jsonOf(pid, process));
 
   std::ofstream page(to);
-  if (!page) throw Failure(ExitCode::Usage, "{} cannot be written", printable(to.string()));
+  if (!page) throw Failure(ExitCode::kUsage, "{} cannot be written", printable(to.string()));
   const auto mark = kReportPage.find(kDataMark);
   page << kReportPage.substr(0, mark) << "{\"head\":" << embedded(head) << ",\"exchanges\":[";
   const char* separator = "\n";
@@ -111,12 +111,12 @@ ExitCode report(const Options& options) {
   }
   page << "]}" << kReportPage.substr(mark + kDataMark.size());
   if (!page.flush()) {
-    throw Failure(ExitCode::Refused, "{} cannot be written to its end", printable(to.string()));
+    throw Failure(ExitCode::kRefused, "{} cannot be written to its end", printable(to.string()));
   }
   for (const std::string& note : capture.notes) complain(note);
   print("{}\n", printable(to.string()));
   remark("{}", counted(capture.exchanges.size(), "message"));
-  return ExitCode::Done;
+  return ExitCode::kDone;
 }
 
 }  // namespace

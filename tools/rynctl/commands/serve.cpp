@@ -46,7 +46,7 @@ ExitCode serve(const Options& options) {
   for (const Event& event : script.events()) peer.schedule(event);
   remark("serving as the {}; Ctrl-C ends it", nameOf(side));
   interrupt.wait();
-  return ExitCode::Done;
+  return ExitCode::kDone;
 }
 
 Response answerQuery(const Options& options, const Message& message, const Json::Value& request) {
@@ -65,7 +65,7 @@ ExitCode listen(const Options& options) {
   for (const std::string& name : options.names) {
     const Message& message = findByName(name);
     if (receiverOf(message) == Side::kBrowser) {
-      throw Failure(ExitCode::Usage, "{} goes to the browser: 'rynctl serve browser' prints those",
+      throw Failure(ExitCode::kUsage, "{} goes to the browser: 'rynctl serve browser' prints those",
                     message.name);
     }
     wanted.insert(message.code);
@@ -88,7 +88,7 @@ ExitCode listen(const Options& options) {
       });
   remark("listening as the plug-in; Ctrl-C ends it");
   interrupt.wait();
-  return ExitCode::Done;
+  return ExitCode::kDone;
 }
 
 }  // namespace

@@ -140,7 +140,7 @@ std::string TraceView::line(const TraceEvent& event, std::optional<std::int64_t>
   if (handling) times += (times.empty() ? "" : ", ") + ("in the handler " + durationText(*handling));
   if (!times.empty()) text += compose("  ({})", times);
   if (event.isProblem()) {
-    text += compose("  {} by {}", styled(Style::Problem, problemText(event)), processName(event));
+    text += compose("  {} by {}", styled(Style::kProblem, problemText(event)), processName(event));
   }
   text.erase(text.find_last_not_of(' ') + 1);
   return text;

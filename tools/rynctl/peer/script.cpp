@@ -115,7 +115,7 @@ Script Script::load(const std::string& file, Side side) {
   std::ifstream stream(file);
   const std::string text(std::istreambuf_iterator<char>(stream), {});
   if (!stream.is_open() || stream.bad()) {
-    throw Failure(ExitCode::NoPeer, "the script {} cannot be read", printable(file));
+    throw Failure(ExitCode::kNoPeer, "the script {} cannot be read", printable(file));
   }
   const Json::Value root = parseObject(printable(file), text);
   Object whole(printable(file), root);

@@ -24,7 +24,7 @@ struct SimulatedPeer::Server {
     // With its callback from the start: what waits on the queue is printed too.
     if (createServer(name.key, kChannel, with_reply, IPC_CHUNK_SIZE, &SimulatedPeer::serve, this,
                      &handle) != 0) {
-      throw Failure(ExitCode::NoPeer, "the queue '{}' cannot be served; does it belong to another user?",
+      throw Failure(ExitCode::kNoPeer, "the queue '{}' cannot be served; does it belong to another user?",
                     name.name);
     }
   }

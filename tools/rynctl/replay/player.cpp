@@ -223,7 +223,7 @@ bool Player::await(Step* step, const Interrupt& interrupt) {
     if (gone && Clock::now() < started + std::min(kLastWords, rules_.timeout)) continue;
     tell(step->number, {"recorded, and did not come"});
     if (!gone) break;
-    throw Failure(ExitCode::NoPeer, "the {} process went away in the middle", nameOf(other(rules_.side)));
+    throw Failure(ExitCode::kNoPeer, "the {} process went away in the middle", nameOf(other(rules_.side)));
   }
   step->done = true;
   return true;
@@ -232,9 +232,10 @@ bool Player::await(Step* step, const Interrupt& interrupt) {
 /// The first of this name that is still expected, or the last that has come before, with these members if
 /// there are any.
 Player::Step* Player::expected(const Message& message, const Json::Value* members, bool done) {
-  auto& [indices, first] = to_arrive_[&message];
-  const auto next = [&] { return indices.begin() + first; };
-  while (next() != indices.end() && steps_[*next()].done) ++first;
+  Arrivals& arrivals = to_arrive_[&message];
+  const std::vector<std::size_t>& indices = arrivals.steps;
+  const auto next = [&] { return indices.begin() + arrivals.first; };
+  while (next() != indices.end() && steps_[*next()].done) ++arrivals.first;
   const auto fits = [&](std::size_t index) {
     const Step& step = steps_[index];
     return step.done == done &&

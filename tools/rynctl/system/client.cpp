@@ -23,7 +23,8 @@ void Client::requirePeer(bool unserved) const {
   const auto state = look(queue);
   const bool gone = state && state->servers.known() && !state->servers.alive();
   if (state && (unserved || !gone)) return;
-  throw Failure(ExitCode::NoPeer, "no {} process: {}; start it, or 'rynctl serve {}'", nameOf(queue.reader),
+  throw Failure(ExitCode::kNoPeer, "no {} process: {}; start it, or 'rynctl serve {}'",
+                nameOf(queue.reader),
                 gone ? "the last one is gone" : "none has run since the system started",
                 queue.reader == Side::kBrowser ? "browser" : "plugin");
 }
@@ -33,7 +34,7 @@ void Client::requireRoom(const std::string& text) const {
   constexpr std::chrono::milliseconds kPatience{300};
   constexpr std::chrono::milliseconds kPause{10};
   if (text.size() > IPC_MAX_MESSAGE) {
-    throw Failure(ExitCode::NoRoom, "the message has {} bytes as JSON text, {} are the most", text.size(),
+    throw Failure(ExitCode::kNoRoom, "the message has {} bytes as JSON text, {} are the most", text.size(),
                   IPC_MAX_MESSAGE);
   }
   const QueueName& queue = queueAt(queueOf(message_));
@@ -46,7 +47,7 @@ void Client::requireRoom(const std::string& text) const {
     const bool passes = state->messages == 0 && state->servers.alive();
     if (passes || state->bytes + needed <= state->limit) return;
     if (std::chrono::steady_clock::now() > deadline) {
-      throw Failure(ExitCode::NoRoom,
+      throw Failure(ExitCode::kNoRoom,
                     "the queue '{}' is full: {} messages wait, {} of {} bytes; 'rynctl doctor' says why",
                     queue.name, state->messages, state->bytes, state->limit);
     }
@@ -60,7 +61,7 @@ void Client::tell(const std::string& text, bool unserved) const {
   std::string bytes = text;
   const IpcMessage message{static_cast<int32_t>(bytes.size()), bytes.data()};
   const int result = zunt_ipc_client_send(client_.get(), &message);
-  if (result != 0) throw Failure(ExitCode::NoPeer, "the queue cannot be written, result {}", result);
+  if (result != 0) throw Failure(ExitCode::kNoPeer, "the queue cannot be written, result {}", result);
 }
 
 Reply Client::ask(const std::string& text, std::chrono::milliseconds limit) const {
@@ -88,14 +89,14 @@ Reply Client::ask(const std::string& text, std::chrono::milliseconds limit) cons
   std::thread(std::move(task)).detach();
   const char* const peer = nameOf(receiverOf(message_));
   if (limit.count() != 0 && done.wait_for(limit) != std::future_status::ready) {
-    throw Failure(ExitCode::NoAnswer,
+    throw Failure(ExitCode::kNoAnswer,
                   "{}: the {} process lives, but has not answered in {} ms; 'rynctl queues' shows whether "
                   "it reads",
                   message_.name, peer, limit.count());
   }
   const Exchange exchange = done.get();
   if (exchange.result != 0) {
-    throw Failure(ExitCode::NoPeer,
+    throw Failure(ExitCode::kNoPeer,
                   "no {} process: it went away before it answered, or its answer was lost", peer);
   }
   return exchange.reply;

@@ -29,7 +29,7 @@ std::string LogCommand::datagram() const {
   std::string bytes =
       modules.empty() ? kLogClearCommand : joined(modules, std::string(1, kModuleSeparator));
   if (bytes.size() >= kLogCommandTextBytes) {
-    throw Failure(ExitCode::Usage, "the module names are too long for one command");
+    throw Failure(ExitCode::kUsage, "the module names are too long for one command");
   }
   bytes.resize(kLogCommandTextBytes);
   return bytes + static_cast<char>(value);
@@ -100,10 +100,10 @@ std::map<std::uint16_t, LogOutcome> applyToEach(const LogControl& control, const
     if (outcomes.count(report->port) > 0) {
       LogOutcome& outcome = outcomes[report->port];
       Wait& wait = waits[report->port];
-      outcome.effect = !outcome.refused.empty()   ? Effect::Refused
-                       : command.shownBy(*report) ? Effect::Shown
-                                                  : Effect::NotShown;
-      const bool open = outcome.effect == Effect::NotShown && ++wait.reports < kReportsWithoutEffect;
+      outcome.effect = !outcome.refused.empty()   ? Effect::kRefused
+                       : command.shownBy(*report) ? Effect::kShown
+                                                  : Effect::kNotShown;
+      const bool open = outcome.effect == Effect::kNotShown && ++wait.reports < kReportsWithoutEffect;
       wait.until = open ? now + kReportPatience : Clock::time_point();
     } else if (now < join_until) {
       control.send(report->port, command);

@@ -66,12 +66,12 @@ class LogControl {
 /// What became of a command in one process.
 struct LogOutcome {
   enum class Effect {
-    Silent,    // the process took the command or not, but has not reported since
-    Shown,     // a later report shows it
-    Refused,   // the list was full for `refused`
-    NotShown,  // reports go on and do not show it
+    kSilent,    // the process took the command or not, but has not reported since
+    kShown,     // a later report shows it
+    kRefused,   // the list was full for `refused`
+    kNotShown,  // reports go on and do not show it
   };
-  Effect effect = Effect::Silent;
+  Effect effect = Effect::kSilent;
   std::vector<std::string> refused;
 };
 

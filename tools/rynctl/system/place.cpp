@@ -43,7 +43,7 @@ std::optional<Process> clientOf(const QueueName& queue) {
 void requireFree(Role role, const QueueName& queue) {
   const auto holder = role == Role::kServer ? serverOf(queue) : clientOf(queue);
   if (!holder) return;
-  throw Failure(ExitCode::NoPeer,
+  throw Failure(ExitCode::kNoPeer,
                 "the {}'s place on the queue '{}' is held by {}; end that process, or use --force and "
                 "disturb it",
                 nameOf(role == Role::kServer ? queue.reader : queue.writer()), queue.name, holder->text());

@@ -25,7 +25,7 @@ const QueueName& findQueue(const std::string& name) {
   for (const QueueName& queue : kQueues) {
     if (name == queue.name || name == keyText(queue.key)) return queue;
   }
-  throw Failure(ExitCode::Usage, "no queue is called {}; there are {}", printable(name),
+  throw Failure(ExitCode::kUsage, "no queue is called {}; there are {}", printable(name),
                 joined(queueNames(), ", "));
 }
 
@@ -40,7 +40,7 @@ Servers serversOf(key_t request_key) {
   if (semaphores == -1) return servers;
   servers.count = semctl(semaphores, PeerLife::kLife, GETVAL);
   if (servers.count == -1 && errno == EACCES) {
-    throw Failure(ExitCode::NoPeer, "the semaphores on key {} may not be read; try as root",
+    throw Failure(ExitCode::kNoPeer, "the semaphores on key {} may not be read; try as root",
                   keyText(request_key));
   }
   // Starting the server was the last operation on the semaphore.
@@ -57,7 +57,7 @@ std::optional<QueueState> look(const QueueName& queue) {
   msqid_ds facts{};
   if (msgctl(state.id, IPC_STAT, &facts) == -1) {
     if (errno != EACCES) return std::nullopt;  // removed meanwhile
-    throw Failure(ExitCode::NoPeer,
+    throw Failure(ExitCode::kNoPeer,
                   "the queue '{}' may not be looked at; try as the user of the two processes, or as root",
                   queue.name);
   }

@@ -39,11 +39,11 @@ UdpPort::UdpPort(std::uint16_t port, const char* deed)
   const int error = errno;
   close(socket_);
   if (error != EADDRINUSE) {
-    throw Failure(ExitCode::NoPeer, "cannot listen on UDP port {} of 127.0.0.1: {}", port,
+    throw Failure(ExitCode::kNoPeer, "cannot listen on UDP port {} of 127.0.0.1: {}", port,
                   std::strerror(error));
   }
   const auto owner = findUdpPortOwner(port);
-  throw Failure(ExitCode::NoPeer,
+  throw Failure(ExitCode::kNoPeer,
                 "UDP port {} is taken by {}; only one at a time can {}: end it and try again", port,
                 owner ? owner->text() : "another tool", deed);
 }
@@ -67,7 +67,7 @@ void UdpPort::send(std::uint16_t port, const std::string& bytes) const {
   const sockaddr_in address = loopback(port);
   if (sendto(socket_, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&address),
              sizeof address) == -1) {
-    throw Failure(ExitCode::NoPeer, "cannot send to UDP port {}: {}", port, std::strerror(errno));
+    throw Failure(ExitCode::kNoPeer, "cannot send to UDP port {}: {}", port, std::strerror(errno));
   }
 }
 

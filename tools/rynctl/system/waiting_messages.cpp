@@ -37,11 +37,11 @@ std::optional<Copy> copyAt(const QueueState& queue, long position) {
   }
   if (errno == ENOMSG) return std::nullopt;
   if (errno == ENOSYS) {
-    throw Failure(ExitCode::Refused,
+    throw Failure(ExitCode::kRefused,
                   "this kernel cannot show a message without taking it off: it is built without "
                   "CONFIG_CHECKPOINT_RESTORE");
   }
-  throw Failure(ExitCode::NoPeer, "the queue '{}' cannot be read: {}", queue.name->name,
+  throw Failure(ExitCode::kNoPeer, "the queue '{}' cannot be read: {}", queue.name->name,
                 std::strerror(errno));
 }
 

@@ -65,7 +65,7 @@ const Message& findByName(const std::string& name) {
   for (const Message& message : kMessages) {
     if (strcasecmp(std::string(message.name).c_str(), name.c_str()) == 0) return message;
   }
-  throw Failure(ExitCode::Usage, "no message is called {}{} 'rynctl list' shows them all", printable(name),
+  throw Failure(ExitCode::kUsage, "no message is called {}{} 'rynctl list' shows them all", printable(name),
                 suggestions(name));
 }
 
@@ -206,7 +206,7 @@ void countKeyCodes(Json::Value* members, const Members& expected) {
 }  // namespace
 
 void failMalformed(const std::string& where, const std::string& what) {
-  throw Failure(ExitCode::Malformed, "{}: {}", where, what);
+  throw Failure(ExitCode::kMalformed, "{}: {}", where, what);
 }
 
 Json::Value parseObject(const std::string& where, const std::string& text) {
@@ -250,7 +250,7 @@ Json::Value buildMessage(const Message& message, const std::vector<std::string>&
   for (const std::string& assignment : assignments) {
     const auto equals = assignment.find('=');
     if (equals == std::string::npos || equals == 0) {
-      throw Failure(ExitCode::Usage, "key=value is expected, not {}", printable(assignment));
+      throw Failure(ExitCode::kUsage, "key=value is expected, not {}", printable(assignment));
     }
     const std::string name = assignment.substr(0, equals);
     const std::string text = assignment.substr(equals + 1);

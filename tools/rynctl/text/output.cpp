@@ -20,7 +20,7 @@ bool hasColour(std::FILE* stream) {
 
 std::FILE* claimOutput() {
   std::FILE* const stream = fdopen(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0), "w");
-  if (stream == nullptr) throw Failure(ExitCode::Refused, "standard output cannot be written");
+  if (stream == nullptr) throw Failure(ExitCode::kRefused, "standard output cannot be written");
   std::setvbuf(stream, nullptr, _IOLBF, BUFSIZ);
   dup2(STDERR_FILENO, STDOUT_FILENO);
   return stream;
@@ -34,7 +34,7 @@ std::FILE* output() {
 }
 
 void complain(std::string_view text) {
-  remark("{} {}", styled(Style::Problem, "rynctl:", stderr), text);
+  remark("{} {}", styled(Style::kProblem, "rynctl:", stderr), text);
 }
 
 void redraw(const std::string& text) {
@@ -44,7 +44,7 @@ void redraw(const std::string& text) {
 
 std::string styled(Style style, std::string_view text, std::FILE* stream) {
   if (!hasColour(stream)) return std::string(text);
-  const int code = style == Style::Heading ? 1 : style == Style::Good ? 32 : 31;
+  const int code = style == Style::kHeading ? 1 : style == Style::kGood ? 32 : 31;
   return compose("\033[{}m{}\033[0m", code, text);
 }
 

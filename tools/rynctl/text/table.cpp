@@ -44,7 +44,7 @@ std::string Table::text() const {
   for (const Row& row : rows_) {
     for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], columnsOf(row[i]));
   }
-  std::string text = styled(Style::Heading, lineOf(rows_.front(), widths)) + '\n';
+  std::string text = styled(Style::kHeading, lineOf(rows_.front(), widths)) + '\n';
   for (auto row = rows_.begin() + 1; row != rows_.end(); ++row) text += lineOf(*row, widths) + '\n';
   return text;
 }
