@@ -24,7 +24,7 @@ run_one() {
   local name=$1 log=$build/logs/$1.log
   local options=(-max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -max_len=20000
     -print_final_stats=1 -artifact_prefix="$build/findings/$name-")
-  case $name in *dispatcher* | reply_readers) options+=(-dict="$build/seeds/words.dict") ;; esac
+  case $name in messages) options+=(-dict="$build/seeds/words.dict") ;; esac
   mkdir -p "$build/corpus/$name" "$source/corpus/$name"
   if "$build/bin/${name}_fuzzer" "${options[@]}" \
     "$build/corpus/$name" "$build/seeds/$name" "$source/corpus/$name" >"$log" 2>&1; then

@@ -1,11 +1,12 @@
-// Writes what the fuzzers begin with: every message of the catalogue as each of them takes it, and a
-// dictionary of the words of the language.
+// Writes what the fuzzers begin with: every message of the tests' table and its answer, malformed ones, and
+// a dictionary of the words of the language.
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <set>
 #include <string>
 
+#include "endpoints/messages.h"
 #include "ipc/protocol/catalogue.h"
 #include "log/control_protocol.h"
 #include "support/raw_peer.h"
@@ -15,23 +16,9 @@ namespace {
 using namespace hbbtv_ryn;  // NOLINT(google-build-using-namespace)
 namespace fs = std::filesystem;
 
-constexpr int kReplyReaders = 24;  // more than there are does no harm: the fuzzer takes the remainder
-
 void write(const fs::path& file, const std::string& content) {
   fs::create_directories(file.parent_path());
   std::ofstream(file, std::ios::binary) << content;
-}
-
-// A value of each type, by the type's number, with the members that go with it.
-constexpr const char* kValues[] = {
-    "2", "1", "true", R"("text")", R"(2,"k0":37,"k1":38)", R"("               1              22")"};
-
-std::string messageText(int code, const Members& members) {
-  std::string text = "{\"t\":" + std::to_string(code);
-  for (const Member& member : members) {
-    text += ",\"" + std::string(member.key) + "\":" + kValues[static_cast<std::size_t>(member.type)];
-  }
-  return text + '}';
 }
 
 // As the joiner's fuzzer takes them: a chunk size of 1024, and a length in front of each record.
@@ -51,18 +38,23 @@ std::string logCommand(std::string names, int value) {
   return names + static_cast<char>(value);
 }
 
+// As the fuzzer of the messages takes them: a number in front of the text.
 void writeMessages(const fs::path& folder) {
-  for (const Message& message : kMessages) {
-    const std::string name(message.name);
-    const std::string request = messageText(static_cast<int>(message.code), message.request);
-    const bool to_browser = message.direction == Direction::kToBrowser;
-    write(folder / (to_browser ? "browser_dispatcher" : "plugin_dispatchers") / name, request);
-    write(folder / "record_joiner" / name,
-          asRecords(message.delivery == Delivery::kSync ? test::kRawRequest : test::kRawOneWay, request));
-    if (message.delivery != Delivery::kSync) continue;
-    for (int reader = 0; reader < kReplyReaders; ++reader) {
-      write(folder / "reply_readers" / (name + '_' + std::to_string(reader)),
-            static_cast<char>(reader) + messageText(message.reply_code, message.reply));
+  const auto writeText = [&](std::size_t number, const char* name, const std::string& text) {
+    write(folder / "messages" / (std::to_string(number) + name), static_cast<char>(number) + text);
+  };
+  // As many as there are; more would do no harm.
+  for (std::size_t number = 0; number < 2 * std::size(kMessages); ++number) {
+    const test::Message& message = test::messageAt(number);
+    const int kind = message.isSynchronous() ? test::kRawRequest : test::kRawOneWay;
+    writeText(number, "_sent", message.text);
+    writeText(number, "_answered", message.reply);
+    write(folder / "record_joiner" / std::to_string(number), asRecords(kind, message.text));
+  }
+  std::size_t number = 0;
+  for (const int code : {207, 209, 234, 275}) {
+    for (const std::string& text : test::malformed(test::messageOf(code).text)) {
+      writeText(number++, "_malformed", text);
     }
   }
   for (const std::size_t length : {0U, 1025U, 1026U, 16384U}) {

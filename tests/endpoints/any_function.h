@@ -24,6 +24,8 @@ inline std::string g_text = kText;
 // What out-parameters hold before a call. A flag is tried with both values.
 inline constexpr int kOld = 77;
 inline bool g_old_flag = false;
+// How many integers an out-parameter has room for.
+inline std::size_t g_room = 20;
 
 struct Argument {
   explicit Argument(int p) : position(p), text(std::to_string(p) + g_text) {}
@@ -53,7 +55,7 @@ struct Argument {
   }
 
   int position;
-  std::vector<int> numbers = std::vector<int>(20, kOld);
+  std::vector<int> numbers = std::vector<int>(g_room, kOld);
   bool flag = g_old_flag;
   std::string text;
 };

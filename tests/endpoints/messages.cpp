@@ -189,6 +189,11 @@ const Message& messageOf(int code) {
   throw std::logic_error("no message " + begin);
 }
 
+const Message& messageAt(std::size_t number) {
+  number %= kToBrowser.size() + kToPlugin.size();
+  return number < kToBrowser.size() ? kToBrowser[number] : kToPlugin[number - kToBrowser.size()];
+}
+
 std::string exchange(const Message& message, const std::string& reply) {
   RawPeer peer(message.queue);
   Concurrently call(message.send);

@@ -30,6 +30,8 @@ struct Message {
 
 /// The message that begins with this code.
 const Message& messageOf(int code);
+/// Every message has a number from 0; larger numbers begin anew.
+const Message& messageAt(std::size_t number);
 
 struct Endpoint {
   const char* name;
