@@ -2,8 +2,10 @@
 #include "hbbtv_ryn/browser.h"
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <atomic>
+#include <thread>
 
 #include "endpoints/any_function.h"
 #include "endpoints/messages.h"
@@ -77,6 +79,36 @@ TEST_F(BrowserTest, WhatAsksForNoAnswerGetsNone) {
   empty.total_length = 0;
   plugin.requests.send(empty);
   EXPECT_EQ(kRawFailure, plugin.replies.takeMessage().kind);
+}
+
+// Nobody would free it.
+TEST_F(BrowserTest, NoAnswerIsMadeToAQuestionThatCameAsAOneWayMessage) {
+  ZuntRynBrowserEventCallback handlers{};
+  handlers.GetKeyLabel = [](int, int, int, std::string& label) { label.assign(15000, 'x'); };
+  Zunt_RYN_Browser_RegisterCallback(handlers, nullptr);
+  RawPeer plugin(kRequestKey);
+  const auto before = mallinfo2().uordblks;
+  for (int i = 0; i < 100; ++i) plugin.notify(R"({"t":237})");
+  EXPECT_EQ(kRawFailure, plugin.ask("{}").kind);
+  EXPECT_LT(mallinfo2().uordblks, before + 50 * 15000);
+}
+
+TEST_F(BrowserTest, OnceAHandlerIsUnregisteredItIsNotRunning) {
+  static std::atomic<bool> running{false};
+  static std::atomic<bool> released{false};
+  ZuntRynBrowserEventCallback handlers{};
+  handlers.ShowApp = [](int, int) {
+    running = true;
+    waitUntil("it may go on", [] { return released.load(); });
+  };
+  Zunt_RYN_Browser_RegisterCallback(handlers, nullptr);
+  RawPeer(kRequestKey).notify(R"({"t":212})");
+  waitUntil("the handler runs", [] { return running.load(); });
+  Concurrently unregister(&Zunt_RYN_Browser_UnregisterCallback);
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  EXPECT_FALSE(unregister.returned());
+  released = true;
+  EXPECT_EQ(0, unregister.result());
 }
 
 // What the handlers below report.

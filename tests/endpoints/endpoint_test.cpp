@@ -174,21 +174,20 @@ auto entriesOf(const char* directory) {
 }
 
 TEST_P(EndpointTest, StartsAndStopsAnyNumberOfTimesWithoutLeavingAnything) {
-  constexpr const char* kThreads = "/proc/self/task";
+  const auto threads = [] { return entriesOf("/proc/self/task"); };
+  const auto started = threads();
   expectStarted();
   EXPECT_EQ(0, endpoint.stop());
   EXPECT_EQ(0, endpoint.stop());
   const auto descriptors = entriesOf("/proc/self/fd");
   for (int i = 0; i < 100; ++i) {
     ASSERT_EQ(0, endpoint.start());
-    const auto threads = entriesOf(kThreads);
     ASSERT_EQ(0, endpoint.start());
-    EXPECT_EQ(threads, entriesOf(kThreads));
     expectStarted();
-    ASSERT_EQ(0, endpoint.stop());
     // A joined thread leaves /proc a moment after pthread_join() has returned.
-    waitUntil("no thread was left",
-              [&] { return entriesOf(kThreads) == threads - endpoint.receive_threads; });
+    waitUntil("only its own threads ran", [&] { return threads() == started; });
+    ASSERT_EQ(0, endpoint.stop());
+    waitUntil("no thread was left", [&] { return threads() == started - endpoint.receive_threads; });
   }
   EXPECT_EQ(descriptors, entriesOf("/proc/self/fd"));
 }

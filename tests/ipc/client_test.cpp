@@ -73,13 +73,17 @@ int handleReply(const IpcMessage* reply, int status) {
   EXPECT_EQ(0, status);
   return 99;
 }
+int handleReplyAndThrow(const IpcMessage* reply, int status) {
+  handleReply(reply, status);
+  throw 42;
+}
 
 TEST(ClientTest, AFailureReplyReachesNoHandlerAndLeavesTheLengthAlone) {
   RawPeer server(kKey);
   Client client;
   char text[] = "question";
   const IpcMessage request{8, text};
-  for (const IpcReplyHandler handler : {&handleReply, IpcReplyHandler{nullptr}}) {
+  for (const IpcReplyHandler handler : {&handleReply, &handleReplyAndThrow, IpcReplyHandler{nullptr}}) {
     for (const bool proper : {true, false}) {
       Concurrently call(
           [&] { return zunt_ipc_client_send_sync_with_callback(client.handle(), &request, handler); });
@@ -88,7 +92,7 @@ TEST(ClientTest, AFailureReplyReachesNoHandlerAndLeavesTheLengthAlone) {
       EXPECT_EQ(0, call.result());
     }
   }
-  EXPECT_EQ("answer", g_handled);
+  EXPECT_EQ("answeranswer", g_handled);
   Concurrently call([&] { return client.ask("question"); });
   server.nextRequest();
   server.fail();
@@ -99,7 +103,7 @@ TEST(ClientTest, AFailureReplyReachesNoHandlerAndLeavesTheLengthAlone) {
 TEST(ClientTest, AReplyThatLiesAboutItsLengthStaysInsideItsBuffer) {
   RawPeer server(kKey);
   Client client;
-  for (const int claim : {-5, 2000000000}) {
+  for (const int claim : {-5, 1025, 2000000000}) {  // the second is the buffer's size
     Concurrently call([&] { return client.ask("question"); });
     server.nextRequest();
     RawRecord record = rawRecord(kRawReply, "short");

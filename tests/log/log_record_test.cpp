@@ -19,6 +19,9 @@
 namespace hbbtv_ryn::test {
 namespace {
 
+// How far the local time is ahead of UTC, in minutes. Not asked of the process, which may have it wrong.
+int g_zone_minutes = 0;
+
 /// What a call writes, "@" in place of a prefix that is as it should be.
 template <typename Call>
 std::string written(Call call) {
@@ -30,7 +33,8 @@ std::string written(Call call) {
   const std::time_t stamp = std::stol(text.substr(stamp_at + std::strlen("timestamp=")));
   EXPECT_LE(std::time(nullptr) - stamp, kDeadline.count());
   std::tm local{};
-  localtime_r(&stamp, &local);
+  const std::time_t shifted = stamp + 60 * g_zone_minutes;
+  gmtime_r(&shifted, &local);
   std::ostringstream prefix;
   prefix << "time=" << local.tm_mday << '/' << local.tm_mon + 1 << '/' << local.tm_year + 1900 << ' '
          << local.tm_hour << ':' << local.tm_min << ':' << local.tm_sec << ",timestamp=" << stamp
@@ -45,6 +49,7 @@ std::string record(int type, const char* key, const void* value, const char* fil
 
 class LogRecordTest : public testing::Test {
  protected:
+  LogRecordTest() { setenv("TZ", "UTC", 1); }
   ~LogRecordTest() override { clear_modules_list(); }
 };
 
@@ -88,10 +93,12 @@ TEST_F(LogRecordTest, OtherModulesWriteOnlyTheirErrorsInLocalTime) {
     const char* listed;
     unsigned value;
     const char* zone;
-  } situations[] = {{"", 1, "XXX-11:30"}, {"ne|neta|ui", 1, "XXX+3"}, {"net", 7, "UTC"}};
+    int zone_minutes;
+  } situations[] = {{"", 1, "XXX-11:30", 690}, {"ne|neta|ui", 1, "XXX+3", -180}, {"net", 7, "UTC", 0}};
   for (const auto& situation : situations) {
     SCOPED_TRACE(situation.listed);
     setenv("TZ", situation.zone, 1);
+    g_zone_minutes = situation.zone_minutes;
     insert_modules_list(situation.listed, situation.value);
     EXPECT_EQ("\033[31m@error File:worker.cpp Function: run(), line: 42\n\033[0m",
               record(LOG_TYPE_ERROR, nullptr, nullptr));

@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "hbbtv_ryn/ipc.h"
 #include "hbbtv_ryn/log.h"
@@ -89,6 +92,30 @@ TEST(RynctlQueuesTest, StatesFollowTheReaderAndTheDoctorKnowsWhatMendsThem) {
   EXPECT_TRUE(holds(rynctl({"doctor"}).out, "which shows no life"));
   const Host next("browser");
   awaitState("idle");
+}
+
+TEST(RynctlQueuesTest, AQueueThatIsReadSlowlyIsBusyAndNotStuck) {
+  IpcServer* server = nullptr;
+  ASSERT_EQ(0, zunt_ipc_server_create(kRequests, 1, 1, IPC_CHUNK_SIZE, &server));
+  zunt_ipc_server_register_callback(
+      server,
+      [](const IpcMessage*, void*) -> IpcMessage* {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        return nullptr;
+      },
+      nullptr);
+  RawQueue requests(kRequests);
+  std::atomic<bool> done{false};
+  std::thread sender([&] {
+    while (!done) {
+      if (requests.depth() < 8) requests.sendMessage(kRawOneWay, "{}");
+    }
+  });
+  waitUntil("messages wait", [&] { return requests.depth() > 4; });
+  EXPECT_EQ("busy", requestsShown()["state"].asString());
+  done = true;
+  sender.join();
+  zunt_ipc_server_destroy(server);
 }
 
 TEST(RynctlPeekTest, MessagesAreDecodedAndStayWhereTheyAre) {

@@ -126,8 +126,15 @@ TEST_F(TraceTest, AServerTracesRequestsRepliesAndWhatItDrops) {
 }
 
 TEST_F(TraceTest, OneWayMessagesAreTracedAtBothEndsAndNobodyIsDelayedByAReader) {
-  RawQueue notifications(kNotifications);
   ASSERT_EQ(0, Zunt_RYN_Browser_Initialize());
+  EXPECT_EQ(-3, Zunt_RYN_Browser_SendAppLoaded(1, 1));
+  EXPECT_EQ("0x92101091 out oneway 240", next().what);
+  EXPECT_EQ("0x92101091 out oneway 240 drop=not-sent result=-3", next().what);
+  RawQueue notifications(kNotifications);
+  const auto tooLong = [] { return Zunt_RYN_Browser_OpApp_Update(1, 1, std::string(17000, 'u')); };
+  EXPECT_EQ(-1, tooLong());
+  next();
+  EXPECT_EQ("0x92101091 out oneway 277 drop=not-sent result=-1 cut", next().what);
   const auto notify = [&](int times) {
     for (int i = 0; i < times; ++i) {
       errno = 0;
