@@ -9,7 +9,7 @@
 
 #include "fuzzing.h"
 #include "ipc/record.h"
-#include "support/isolation.h"
+#include "tools/support/isolation.h"
 
 using namespace hbbtv_ryn;  // NOLINT(google-build-using-namespace)
 

@@ -9,7 +9,7 @@
 #include "endpoints/messages.h"
 #include "ipc/protocol/catalogue.h"
 #include "log/control_protocol.h"
-#include "support/raw_peer.h"
+#include "tools/support/raw_peer.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "support/deadline.h"
+#include "tools/support/deadline.h"
 
 namespace hbbtv_ryn::test {
 

@@ -9,7 +9,7 @@
 
 #include "endpoints/any_function.h"
 #include "endpoints/messages.h"
-#include "support/raw_peer.h"
+#include "tools/support/raw_peer.h"
 
 namespace hbbtv_ryn::test {
 namespace {

@@ -7,8 +7,8 @@
 
 #include "endpoints/any_function.h"
 #include "endpoints/messages.h"
-#include "support/isolation.h"
-#include "support/raw_peer.h"
+#include "tools/support/isolation.h"
+#include "tools/support/raw_peer.h"
 
 namespace hbbtv_ryn::test {
 namespace {

@@ -7,7 +7,7 @@
 
 #include "hbbtv_ryn/browser.h"
 #include "hbbtv_ryn/plugin.h"
-#include "support/child_process.h"
+#include "tools/support/child_process.h"
 
 namespace hbbtv_ryn::test {
 namespace {

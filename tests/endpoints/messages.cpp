@@ -8,7 +8,7 @@
 #include "endpoints/any_function.h"
 #include "hbbtv_ryn/browser.h"
 #include "hbbtv_ryn/plugin.h"
-#include "support/raw_peer.h"
+#include "tools/support/raw_peer.h"
 
 namespace hbbtv_ryn::test {
 

@@ -9,9 +9,9 @@
 
 #include "endpoints/any_function.h"
 #include "endpoints/messages.h"
-#include "support/deadline.h"
 #include "support/output_capture.h"
-#include "support/raw_peer.h"
+#include "tools/support/deadline.h"
+#include "tools/support/raw_peer.h"
 
 namespace hbbtv_ryn::test {
 namespace {

@@ -14,8 +14,8 @@
 #include "hbbtv_ryn/log.h"
 #include "hbbtv_ryn/plugin.h"
 #include "hbbtv_ryn/request_registry.h"
-#include "support/deadline.h"
 #include "support/output_capture.h"
+#include "tools/support/deadline.h"
 
 namespace hbbtv_ryn::test {
 namespace {

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "ipc/channel_handles.h"
-#include "support/deadline.h"
-#include "support/raw_peer.h"
+#include "tools/support/deadline.h"
+#include "tools/support/raw_peer.h"
 
 namespace hbbtv_ryn::test {
 namespace {

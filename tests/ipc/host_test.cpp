@@ -15,11 +15,11 @@
 
 #include "ipc/channel_handles.h"
 #include "ipc/server_process.h"
-#include "support/child_process.h"
-#include "support/deadline.h"
 #include "support/output_capture.h"
-#include "support/raw_peer.h"
-#include "support/sanitizers.h"
+#include "tools/support/child_process.h"
+#include "tools/support/deadline.h"
+#include "tools/support/raw_peer.h"
+#include "tools/support/sanitizers.h"
 
 namespace hbbtv_ryn::test {
 namespace {

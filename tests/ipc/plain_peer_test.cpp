@@ -10,11 +10,11 @@
 
 #include "ipc/channel_handles.h"
 #include "ipc/server_process.h"
-#include "support/deadline.h"
-#include "support/isolation.h"
 #include "support/output_capture.h"
-#include "support/plain_server.h"
-#include "support/raw_peer.h"
+#include "tools/support/deadline.h"
+#include "tools/support/isolation.h"
+#include "tools/support/plain_server.h"
+#include "tools/support/raw_peer.h"
 
 namespace hbbtv_ryn::test {
 namespace {

@@ -5,9 +5,9 @@
 #include <cstring>
 
 #include "ipc/channel_handles.h"
-#include "support/deadline.h"
 #include "support/output_capture.h"
-#include "support/raw_peer.h"
+#include "tools/support/deadline.h"
+#include "tools/support/raw_peer.h"
 
 namespace hbbtv_ryn::test {
 namespace {

@@ -7,7 +7,7 @@
 #include <chrono>
 
 #include "ipc/channel_handles.h"
-#include "support/child_process.h"
+#include "tools/support/child_process.h"
 
 namespace hbbtv_ryn::test {
 

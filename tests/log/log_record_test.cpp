@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "hbbtv_ryn/log.h"
-#include "support/deadline.h"
 #include "support/output_capture.h"
+#include "tools/support/deadline.h"
 
 namespace hbbtv_ryn::test {
 namespace {

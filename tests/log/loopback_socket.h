@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <string>
 
-#include "support/deadline.h"
+#include "tools/support/deadline.h"
 
 namespace hbbtv_ryn::test {
 

@@ -8,10 +8,10 @@
 #include "hbbtv_ryn/browser.h"
 #include "hbbtv_ryn/ipc.h"
 #include "hbbtv_ryn/plugin.h"
-#include "support/child_process.h"
-#include "support/deadline.h"
 #include "support/output_capture.h"
-#include "support/raw_peer.h"
+#include "tools/support/child_process.h"
+#include "tools/support/deadline.h"
+#include "tools/support/raw_peer.h"
 
 namespace hbbtv_ryn::test {
 namespace {

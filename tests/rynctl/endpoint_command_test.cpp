@@ -9,11 +9,11 @@
 
 #include "hbbtv_ryn/browser.h"
 #include "hbbtv_ryn/plugin.h"
-#include "support/deadline.h"
 #include "support/output_capture.h"
-#include "support/raw_peer.h"
-#include "support/sanitizers.h"
 #include "tool.h"
+#include "tools/support/deadline.h"
+#include "tools/support/raw_peer.h"
+#include "tools/support/sanitizers.h"
 
 namespace hbbtv_ryn::test {
 namespace {

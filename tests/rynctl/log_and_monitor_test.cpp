@@ -9,9 +9,9 @@
 #include "hbbtv_ryn/log.h"
 #include "hbbtv_ryn/plugin.h"
 #include "log/loopback_socket.h"
-#include "support/deadline.h"
 #include "support/output_capture.h"
 #include "tool.h"
+#include "tools/support/deadline.h"
 
 namespace hbbtv_ryn::test {
 namespace {

@@ -9,11 +9,11 @@
 
 #include "hbbtv_ryn/ipc.h"
 #include "hbbtv_ryn/log.h"
-#include "support/deadline.h"
-#include "support/isolation.h"
 #include "support/output_capture.h"
-#include "support/raw_peer.h"
 #include "tool.h"
+#include "tools/support/deadline.h"
+#include "tools/support/isolation.h"
+#include "tools/support/raw_peer.h"
 
 namespace hbbtv_ryn::test {
 namespace {

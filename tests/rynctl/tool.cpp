@@ -13,7 +13,7 @@
 #include "hbbtv_ryn/browser.h"
 #include "hbbtv_ryn/log.h"
 #include "hbbtv_ryn/plugin.h"
-#include "support/deadline.h"
+#include "tools/support/deadline.h"
 
 namespace hbbtv_ryn::test {
 namespace {

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "support/child_process.h"
-#include "support/isolation.h"
+#include "tools/support/child_process.h"
+#include "tools/support/isolation.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/msg.h>
 
-#include "support/raw_peer.h"
+#include "tools/support/raw_peer.h"
 
 namespace hbbtv_ryn::test {
 namespace {

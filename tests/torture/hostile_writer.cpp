@@ -8,7 +8,7 @@
 #include "ipc/protocol/catalogue.h"
 #include "ipc/protocol/queues.h"
 #include "ipc/record.h"
-#include "support/raw_peer.h"
+#include "tools/support/raw_peer.h"
 #include "torture/processes.h"
 
 namespace hbbtv_ryn::test {

@@ -17,8 +17,8 @@
 #include "hbbtv_ryn/ipc.h"
 #include "hbbtv_ryn/plugin.h"
 #include "ipc/protocol/queues.h"
-#include "support/plain_server.h"
-#include "support/sanitizers.h"
+#include "tools/support/plain_server.h"
+#include "tools/support/sanitizers.h"
 #include "torture/processes.h"
 
 namespace hbbtv_ryn::test {

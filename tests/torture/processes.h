@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <string>
 
-#include "support/child_process.h"
+#include "tools/support/child_process.h"
 
 namespace hbbtv_ryn::test {
 

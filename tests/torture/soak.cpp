@@ -11,8 +11,8 @@
 #include <future>
 #include <thread>
 
-#include "support/deadline.h"
-#include "support/isolation.h"
+#include "tools/support/deadline.h"
+#include "tools/support/isolation.h"
 #include "torture/stress.h"
 
 namespace hbbtv_ryn::test {

@@ -9,7 +9,7 @@
 #include <thread>
 #include <utility>
 
-#include "support/isolation.h"
+#include "tools/support/isolation.h"
 
 namespace hbbtv_ryn::test {
 namespace {

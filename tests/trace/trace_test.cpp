@@ -12,8 +12,8 @@
 #include "hbbtv_ryn/log.h"
 #include "hbbtv_ryn/plugin.h"
 #include "log/loopback_socket.h"
-#include "support/deadline.h"
-#include "support/raw_peer.h"
+#include "tools/support/deadline.h"
+#include "tools/support/raw_peer.h"
 
 namespace hbbtv_ryn::test {
 namespace {

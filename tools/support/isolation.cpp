@@ -1,4 +1,4 @@
-#include "support/isolation.h"
+#include "tools/support/isolation.h"
 
 #include <fcntl.h>
 #include <net/if.h>

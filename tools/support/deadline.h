@@ -1,8 +1,8 @@
 /// @file
 /// How tests wait: for an event, never for a time. The deadline only turns a hang into a failure, so it is
 /// far beyond what a loaded or emulated machine needs.
-#ifndef HBBTV_RYN_TESTS_SUPPORT_DEADLINE_H
-#define HBBTV_RYN_TESTS_SUPPORT_DEADLINE_H
+#ifndef HBBTV_RYN_TOOLS_SUPPORT_DEADLINE_H
+#define HBBTV_RYN_TOOLS_SUPPORT_DEADLINE_H
 
 #include <chrono>
 #include <cstdio>
@@ -58,4 +58,4 @@ class Concurrently {
 
 }  // namespace hbbtv_ryn::test
 
-#endif  // HBBTV_RYN_TESTS_SUPPORT_DEADLINE_H
+#endif  // HBBTV_RYN_TOOLS_SUPPORT_DEADLINE_H

@@ -1,7 +1,7 @@
 /// @file
 /// What a test must leave out because a sanitizer, or an emulator, does not stand it.
-#ifndef HBBTV_RYN_TESTS_SUPPORT_SANITIZERS_H
-#define HBBTV_RYN_TESTS_SUPPORT_SANITIZERS_H
+#ifndef HBBTV_RYN_TOOLS_SUPPORT_SANITIZERS_H
+#define HBBTV_RYN_TOOLS_SUPPORT_SANITIZERS_H
 
 #include <cstdlib>
 
@@ -36,4 +36,4 @@ inline bool forkedChildrenMayStartThreads() {
 
 }  // namespace hbbtv_ryn::test
 
-#endif  // HBBTV_RYN_TESTS_SUPPORT_SANITIZERS_H
+#endif  // HBBTV_RYN_TOOLS_SUPPORT_SANITIZERS_H

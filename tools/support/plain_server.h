@@ -1,8 +1,8 @@
 /// @file
 /// A server that follows the record format and nothing else: no semaphores, and what it does not know it
 /// ignores. It shares no code with the library.
-#ifndef HBBTV_RYN_TESTS_SUPPORT_PLAIN_SERVER_H
-#define HBBTV_RYN_TESTS_SUPPORT_PLAIN_SERVER_H
+#ifndef HBBTV_RYN_TOOLS_SUPPORT_PLAIN_SERVER_H
+#define HBBTV_RYN_TOOLS_SUPPORT_PLAIN_SERVER_H
 
 #include <sys/types.h>
 
@@ -12,7 +12,7 @@
 #include <string>
 #include <thread>
 
-#include "support/raw_peer.h"
+#include "tools/support/raw_peer.h"
 
 namespace hbbtv_ryn::test {
 
@@ -45,4 +45,4 @@ class PlainServer {
 
 }  // namespace hbbtv_ryn::test
 
-#endif  // HBBTV_RYN_TESTS_SUPPORT_PLAIN_SERVER_H
+#endif  // HBBTV_RYN_TOOLS_SUPPORT_PLAIN_SERVER_H

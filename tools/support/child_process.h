@@ -8,8 +8,8 @@
 /// The program is executed anew (through HBBTV_RYN_EMULATOR, a command prefix, if that is set), so a child
 /// can be started at any time, also while other threads run. It shares the namespaces of the thread that
 /// started it. Parent and child exchange texts that are not empty, over a socket of their own.
-#ifndef HBBTV_RYN_TESTS_SUPPORT_CHILD_PROCESS_H
-#define HBBTV_RYN_TESTS_SUPPORT_CHILD_PROCESS_H
+#ifndef HBBTV_RYN_TOOLS_SUPPORT_CHILD_PROCESS_H
+#define HBBTV_RYN_TOOLS_SUPPORT_CHILD_PROCESS_H
 
 #include <sys/types.h>
 
@@ -84,4 +84,4 @@ std::optional<int> runAsChild(int argc, char** argv);
 
 }  // namespace hbbtv_ryn::test
 
-#endif  // HBBTV_RYN_TESTS_SUPPORT_CHILD_PROCESS_H
+#endif  // HBBTV_RYN_TOOLS_SUPPORT_CHILD_PROCESS_H

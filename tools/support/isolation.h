@@ -5,8 +5,8 @@
 /// interface up, whether it runs alone or after others in one process. Where the kernel refuses namespaces
 /// the tests say so once, run one at a time (a lock file), and remove the bridge's own queues before each
 /// test.
-#ifndef HBBTV_RYN_TESTS_SUPPORT_ISOLATION_H
-#define HBBTV_RYN_TESTS_SUPPORT_ISOLATION_H
+#ifndef HBBTV_RYN_TOOLS_SUPPORT_ISOLATION_H
+#define HBBTV_RYN_TOOLS_SUPPORT_ISOLATION_H
 
 namespace hbbtv_ryn::test {
 
@@ -27,4 +27,4 @@ void setQueueLimit(int queues);
 
 }  // namespace hbbtv_ryn::test
 
-#endif  // HBBTV_RYN_TESTS_SUPPORT_ISOLATION_H
+#endif  // HBBTV_RYN_TOOLS_SUPPORT_ISOLATION_H

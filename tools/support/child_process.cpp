@@ -1,4 +1,4 @@
-#include "support/child_process.h"
+#include "tools/support/child_process.h"
 
 #include <poll.h>
 #include <sys/prctl.h>
@@ -17,7 +17,7 @@
 #include <system_error>
 #include <utility>
 
-#include "support/deadline.h"
+#include "tools/support/deadline.h"
 
 namespace hbbtv_ryn::test {
 namespace {

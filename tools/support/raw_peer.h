@@ -3,8 +3,8 @@
 /// of the record, so that a mistake made alike by the library's sender and receiver shows.
 ///
 /// Every wait ends at the deadline with an exception, which fails the test.
-#ifndef HBBTV_RYN_TESTS_SUPPORT_RAW_PEER_H
-#define HBBTV_RYN_TESTS_SUPPORT_RAW_PEER_H
+#ifndef HBBTV_RYN_TOOLS_SUPPORT_RAW_PEER_H
+#define HBBTV_RYN_TOOLS_SUPPORT_RAW_PEER_H
 
 #include <sys/types.h>
 
@@ -110,4 +110,4 @@ int rawLife(key_t key);
 
 }  // namespace hbbtv_ryn::test
 
-#endif  // HBBTV_RYN_TESTS_SUPPORT_RAW_PEER_H
+#endif  // HBBTV_RYN_TOOLS_SUPPORT_RAW_PEER_H

@@ -1,4 +1,4 @@
-#include "support/plain_server.h"
+#include "tools/support/plain_server.h"
 
 #include <sys/msg.h>
 

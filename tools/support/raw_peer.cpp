@@ -1,4 +1,4 @@
-#include "support/raw_peer.h"
+#include "tools/support/raw_peer.h"
 
 #include <sys/ipc.h>
 #include <sys/msg.h>
@@ -10,7 +10,7 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "support/deadline.h"
+#include "tools/support/deadline.h"
 
 namespace hbbtv_ryn::test {
 namespace {
