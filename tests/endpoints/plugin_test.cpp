@@ -4,11 +4,13 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <iostream>
 
 #include "endpoints/any_function.h"
 #include "endpoints/messages.h"
+#include "hbbtv_ryn/browser.h"
 #include "support/output_capture.h"
 #include "tools/support/deadline.h"
 #include "tools/support/raw_peer.h"
@@ -79,6 +81,19 @@ TEST_F(PluginTest, OfAListOnlyWholeEntriesAreRead) {
   browser_.reply(R"({"num":25})");
   EXPECT_EQ(-1, call.result());
   EXPECT_EQ(25, count);
+}
+
+TEST_F(PluginTest, NoMoreChildrenAreStoredThanCallersMakeRoomFor) {
+  std::array<int, ZUNT_RYN_MAX_CHILD_APPS + 1> ids{};
+  int count = 0;
+  Concurrently call([&] { return Zunt_RYN_Plugin_GetChildApps(1, 2, ids.data(), ids.data(), &count); });
+  browser_.nextRequest();
+  browser_.reply(R"({"appNum":1000,"orgidArray":"","appidArray":")" + repeated(1000, "               7") +
+                 "\"}");
+  EXPECT_EQ(0, call.result());
+  EXPECT_EQ(1000, count);
+  EXPECT_EQ(7, ids[ZUNT_RYN_MAX_CHILD_APPS - 1]);
+  EXPECT_EQ(0, ids[ZUNT_RYN_MAX_CHILD_APPS]);
 }
 
 TEST_F(PluginTest, SetValueWritesItsRequestToStandardOutput) {

@@ -26,10 +26,7 @@ namespace {
 
 class HostTest : public testing::Test {
  protected:
-  void expectServed(int questions = 40) {
-    Concurrently asking([&] { return client_.notEchoed(questions); });
-    EXPECT_EQ(0, asking.result());
-  }
+  void expectServed(int questions = 40) { EXPECT_EQ(0, client_.notEchoed(questions)); }
 
   Client client_;
 };
@@ -107,8 +104,7 @@ TEST_F(HostTest, AForkedChildDestroysItsCopiesAndTheParentGoesOn) {
     _exit(rawLife(kKey) == 1 ? wrong : 100);
   }
   int status = -1;
-  Concurrently waiting([&] { return waitpid(child, &status, 0); });
-  EXPECT_EQ(child, waiting.result());
+  EXPECT_EQ(child, waitpid(child, &status, 0));
   EXPECT_EQ(0, status);
   EXPECT_EQ(1, rawLife(kKey));
   EXPECT_EQ(0, client->notEchoed(40));
@@ -134,8 +130,7 @@ TEST_F(HostTest, AServerWhoseProcessGoesOnAsAnotherProgramIsDead) {
   expectServed(3);
   host.say("execute");
   waitUntil("its life had ended", [] { return rawLife(kKey) == 0; });
-  Concurrently call([&] { return client_.ask("anybody?"); });
-  EXPECT_TRUE(call.result().isBrokenOff());
+  EXPECT_TRUE(client_.ask("anybody?").isBrokenOff());
 }
 
 IpcServer* g_server = nullptr;
@@ -156,8 +151,7 @@ const ChildRole kEndsInAHandler("ends in a handler", [](Parent& parent) {
 TEST_F(HostTest, AHandlerMayEndTheProcess) {
   ChildProcess host(kEndsInAHandler);
   EXPECT_EQ("up", host.hear());
-  Concurrently call([&] { return client_.ask("end"); });
-  EXPECT_TRUE(call.result().isBrokenOff());
+  EXPECT_TRUE(client_.ask("end").isBrokenOff());
   EXPECT_EQ(7, host.wait());
 }
 
@@ -176,8 +170,7 @@ TEST_F(HostTest, AChildForkedInAHandlerCanStopItsCopy) {
   };
   Server parents(forkAndAnswer);
   server = &parents;
-  Concurrently call([&] { return client_.ask("fork"); });
-  EXPECT_TRUE(call.result().isProper("stopped"));
+  EXPECT_TRUE(client_.ask("fork").isProper("stopped"));
 }
 
 TEST_F(HostTest, ASlowRequestSurvivesThatEitherProcessIsStoppedForAWhile) {
@@ -251,8 +244,7 @@ TEST_F(HostTest, EveryChunkSizeAndChannelIsServed) {
       // A second handle finds that somebody has asked before.
       for (int handle = 0; handle < 2; ++handle) {
         Client client(1, kKey, channel, chunk_size);
-        Concurrently asking([&] { return client.notEchoed(7) + client.notEchoed(1, chunk_size > 1000); });
-        EXPECT_EQ(0, asking.result());
+        EXPECT_EQ(0, client.notEchoed(7) + client.notEchoed(1, chunk_size > 1000));
       }
       EXPECT_EQ(0U, RawQueue(kKey).depth());
       EXPECT_EQ(0U, RawQueue(kKey + 1).depth());
@@ -292,11 +284,7 @@ TEST_F(HostTest, ServersThatOverlapInARestartCostNoWrongAnswer) {
     old.reset();
     old.emplace();
     successor->kill();
-    Concurrently settled([&] {
-      waitUntil("the successor answers", [&] { return client_.notEchoed(1) == 0; });
-      return 0;
-    });
-    settled.result();
+    waitUntil("the successor answers", [&] { return client_.notEchoed(1) == 0; });
     expectServed();
   }
 }

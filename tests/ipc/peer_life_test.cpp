@@ -16,7 +16,7 @@
 namespace hbbtv_ryn::test {
 namespace {
 
-// Answers with the text, and for "slow..." only when the test says so.
+// Answers with the text, for "slow..." only when the test says so, and to "junk" not at all.
 IpcMessage* answer(const IpcMessage* request, void* user_data) {
   auto& parent = *static_cast<Parent*>(user_data);
   const std::string text = textOf(request);
@@ -24,7 +24,7 @@ IpcMessage* answer(const IpcMessage* request, void* user_data) {
     parent.say("taken");
     parent.hear();
   }
-  return newReply(text);
+  return text == "junk" ? nullptr : newReply(text);
 }
 
 }  // namespace
@@ -170,6 +170,21 @@ TEST_F(PeerLifeTest, ARequestWhoseAnswerAFullQueueDroppedEndsWhileTheServerLives
   expectServed("second");
 }
 
+TEST_F(PeerLifeTest, ALongRequestIsNotPressedUponAFullQueueWhoseServerDies) {
+  ServerProcess server;
+  expectServed("first");
+  server.halt();
+  RawQueue requests(kKey);
+  while (requests.trySend(rawRecord(kRawOneWay, "filler"))) continue;
+  OutputCapture output(stdout);
+  auto call = asking(std::string(10 * kRawPayload, 's'));
+  waitUntil("the queue was found full", [&] { return occurrences(output.text(), "msgsnd EAGAIN") > 0; });
+  server.kill();
+  EXPECT_TRUE(call.result().isBrokenOff());
+  // A live server would have been given all attempts for each of ten records.
+  EXPECT_LT(occurrences(output.text(), "msgsnd EAGAIN"), 10 * (1 + IPC_RETRY_COUNT));
+}
+
 TEST_F(PeerLifeTest, ASuccessorsAnswerToTheRestOfARequestIsNoAnswer) {
   // The test is two servers, one after the other.
   RawPeer server(kKey);
@@ -225,13 +240,12 @@ TEST_F(PeerLifeTest, ARequestThatALiveServerHasLostEndsTheWait) {
     // Larger than its record.
     const Server server(&echo);
     Client larger(1, kKey, kChannel, 2 * IPC_CHUNK_SIZE);
-    Concurrently call([&] { return larger.ask("large"); });
-    EXPECT_TRUE(call.result().isBrokenOff());
+    EXPECT_TRUE(larger.ask("large").isBrokenOff());
     expectServed("by the same server");
   }
   // One that serves one-way messages alone.
   const Server server(&echo, nullptr, 0);
-  EXPECT_TRUE(asking("anybody?").result().isBrokenOff());
+  EXPECT_TRUE(client_.ask("anybody?").isBrokenOff());
 }
 
 }  // namespace

@@ -25,8 +25,7 @@ class PlainPeerTest : public testing::Test {
  protected:
   // An orderly conversation, of which nothing stays behind.
   void expectServed(Client& client, int questions = 40) {
-    Concurrently asking([&] { return client.notEchoed(questions); });
-    EXPECT_EQ(0, asking.result());
+    EXPECT_EQ(0, client.notEchoed(questions));
     EXPECT_EQ(0U, RawQueue(kKey).depth());
     EXPECT_EQ(0U, RawQueue(kKey + 1).depth());
   }
@@ -78,8 +77,7 @@ TEST_F(PlainPeerTest, APlainServerServesBesideOursAndOursAfterIt) {
   expectServed(client_);
   ServerProcess ours;
   // Either takes what it can get; the records of a long question would be shared out.
-  Concurrently beside([&] { return client_.notEchoed(40, false); });
-  EXPECT_EQ(0, beside.result());
+  EXPECT_EQ(0, client_.notEchoed(40, false));
   plain.reset();
   expectServed(client_);
   ours.kill();
@@ -112,6 +110,31 @@ TEST_F(PlainPeerTest, APlainClientMeetsNothingThatASlowExchangeLeftBehind) {
   EXPECT_EQ(0U, RawQueue(kKey + 1).depth());
   RawPeer plain(kKey);
   for (const char* text : {"one", "two", "three"}) EXPECT_EQ(text, plain.ask(text).text);
+}
+
+TEST_F(PlainPeerTest, AnswersToAStrangersRequestsShiftNoLaterAnswerForLong) {
+  const Server ours(&echo);
+  expectServed(client_, 1);
+  RawPeer stranger(kKey);
+  for (int round = 0; round < 2; ++round) {
+    for (int i = 0; i < 3; ++i) stranger.requests.sendMessage(kRawRequest, "a stranger's");
+    waitUntil("the stranger was answered", [&] { return stranger.replies.depth() == 3; });
+    waitUntil("our own answer came", [&] { return client_.notEchoed(1) == 0; });
+    EXPECT_EQ(0, client_.notEchoed(50));
+  }
+}
+
+TEST_F(PlainPeerTest, TheFailureReplyToAStrangersJunkShiftsNoLaterAnswer) {
+  ServerProcess ours;
+  expectServed(client_, 1);
+  ours.halt();
+  RawQueue requests(kKey);
+  requests.sendMessage(kRawRequest, "junk");
+  Concurrently call([&] { return client_.ask("ours"); });
+  waitUntil("both requests lay there", [&] { return requests.depth() == 2; });
+  ours.goOn();
+  EXPECT_TRUE(call.result().isFailureReply());
+  expectServed(client_);
 }
 
 // --- Waits that a signal breaks
@@ -157,8 +180,7 @@ TEST_F(BrokenWaitTest, WhileTwoServersOverlapNobodyTakesItsLateAnswerForAnother)
   ServerProcess busy;
   askAndBreakOff("slow", [&] { busy.waitUntilTaken(); });
   const ServerProcess idle;
-  Concurrently next([&] { return client_.ask("slow, too, if the idle one got it"); });
-  EXPECT_TRUE(next.result().isBrokenOff());
+  EXPECT_TRUE(client_.ask("slow, too, if the idle one got it").isBrokenOff());
   busy.release();
   busy.kill();
   expectServed(client_);
@@ -222,11 +244,8 @@ TEST_F(PlainPeerTest, NoSetOfSemaphoresKeepsAServerFromServing) {
 TEST_F(PlainPeerTest, ACountOfLivesThatLiesKeepsNobodyFromAnswers) {
   semctl(semget(kKey, 2, IPC_CREAT | 0666), 0, SETVAL, 32767);
   const Server ours(&echo);
-  Concurrently asking([&] {
-    waitUntil("it is believed no longer", [&] { return client_.notEchoed(8) == 0; });
-    return client_.notEchoed(40);
-  });
-  EXPECT_EQ(0, asking.result());
+  waitUntil("it is believed no longer", [&] { return client_.notEchoed(8) == 0; });
+  EXPECT_EQ(0, client_.notEchoed(40));
 }
 
 TEST_F(PlainPeerTest, ASetThatIsRemovedInAWaitLeavesAPlainExchange) {
