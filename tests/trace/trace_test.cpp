@@ -159,14 +159,15 @@ TEST_F(TraceTest, OneWayMessagesAreTracedAtBothEndsAndNobodyIsDelayedByAReader) 
   reader.reset();
   notify(1);
   reader.emplace(kTracePort);
-  notify(3000);
+  reader->keepFew();
+  notify(300);
   const auto first = next().sequence;
-  EXPECT_LT(reader->discardWaiting(), 3000 - 1);
+  EXPECT_LT(reader->discardWaiting(), 300 - 1);
   ASSERT_EQ(0, Zunt_RYN_Plugin_Initialize());
   Zunt_RYN_Browser_SendAppUnloaded(3, 4);
   const Trace sent = next();
   EXPECT_EQ("0x92101091 out oneway 241", sent.what);
-  EXPECT_EQ(first + 3000, sent.sequence);  // the gap shows what was lost
+  EXPECT_EQ(first + 300, sent.sequence);  // the gap shows what was lost
   EXPECT_EQ("0x92101091 in oneway 241", next().what);
 }
 
