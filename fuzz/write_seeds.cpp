@@ -38,7 +38,7 @@ std::string messageText(int code, const Members& members) {
 std::string asRecords(int kind, const std::string& text) {
   constexpr char kChunkSize1024 = 2;
   std::string input(1, kChunkSize1024);
-  for (const test::RawRecord& record : test::rawRecords(kind, text)) {
+  for (const IpcRecord& record : test::rawRecords(kind, text)) {
     input += static_cast<char>(test::kRawRecordBytes & 0xff);
     input += static_cast<char>(test::kRawRecordBytes >> 8);
     input.append(reinterpret_cast<const char*>(&record.kind), test::kRawRecordBytes);
@@ -58,7 +58,7 @@ void writeMessages(const fs::path& folder) {
     const bool to_browser = message.direction == Direction::kToBrowser;
     write(folder / (to_browser ? "browser_dispatcher" : "plugin_dispatchers") / name, request);
     write(folder / "record_joiner" / name,
-          asRecords(message.delivery == Delivery::kSync ? test::kRawRequest : test::kRawOneWay, request));
+          asRecords(message.delivery == Delivery::kSync ? IPC_KIND_REQUEST : IPC_KIND_ONEWAY, request));
     if (message.delivery != Delivery::kSync) continue;
     for (int reader = 0; reader < kReplyReaders; ++reader) {
       write(folder / "reply_readers" / (name + '_' + std::to_string(reader)),
@@ -67,7 +67,7 @@ void writeMessages(const fs::path& folder) {
   }
   for (const std::size_t length : {0U, 1025U, 1026U, 16384U}) {
     write(folder / "record_joiner" / ("length_" + std::to_string(length)),
-          asRecords(test::kRawReply, std::string(length, 'x')));
+          asRecords(IPC_KIND_REPLY, std::string(length, 'x')));
   }
 }
 

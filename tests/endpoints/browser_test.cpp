@@ -73,10 +73,10 @@ TEST_F(BrowserTest, WhatAsksForNoAnswerGetsNone) {
   EXPECT_EQ("", ask(R"({"t":212})"));
   EXPECT_EQ(Calls{"212 0 0"}, g_calls.take());
   RawPeer plugin(kRequestKey);
-  RawRecord empty = rawRecord(kRawRequest, R"({"t":216})");
+  IpcRecord empty = rawRecord(IPC_KIND_REQUEST, R"({"t":216})");
   empty.total_length = 0;
   plugin.requests.send(empty);
-  EXPECT_EQ(kRawFailure, plugin.replies.takeMessage().kind);
+  EXPECT_EQ(IPC_KIND_FAILURE, plugin.replies.takeMessage().kind);
 }
 
 // What the handlers below report.

@@ -19,7 +19,7 @@
 namespace hbbtv_ryn::test {
 namespace {
 
-const std::set<int> kRequestsOnly{kRawRequest};
+const std::set<int> kRequestsOnly{IPC_KIND_REQUEST};
 
 class PlainPeerTest : public testing::Test {
  protected:

@@ -16,8 +16,6 @@
 namespace hbbtv_ryn::test {
 namespace {
 
-constexpr auto kRequestKey = static_cast<key_t>(0x92101081);
-
 // A browser whose answer tells the question.
 void startBrowser() {
   ZuntRynBrowserEventCallback handlers{};
@@ -51,7 +49,7 @@ TEST(StrayAnswerTest, AnswersToAStrangersRequestsShiftNoLaterAnswerForLong) {
   int appid = 1;
   for (int round = 0; round < 2; ++round) {
     for (int i = 0; i < 3; ++i) {
-      stranger.requests.sendMessage(kRawRequest, R"({"t":222,"appid":-5,"orgid":0})");
+      stranger.requests.sendMessage(IPC_KIND_REQUEST, R"({"t":222,"appid":-5,"orgid":0})");
     }
     waitUntil("the stranger was answered", [&] { return stranger.replies.depth() == 3; });
     waitUntil("the plug-in's own answer came", [&] { return plugin.isAnswered(++appid); });
@@ -67,7 +65,7 @@ TEST(StrayAnswerTest, TheFailureReplyToAStrangersJunkShiftsNoLaterAnswer) {
   ASSERT_TRUE(plugin.isAnswered(1));
   browser.halt();
   RawQueue requests(kRequestKey);
-  requests.sendMessage(kRawRequest, "junk");
+  requests.sendMessage(IPC_KIND_REQUEST, "junk");
   Concurrently call([&] { return plugin.isAnswered(3); });
   waitUntil("both requests lay there", [&] { return requests.depth() == 2; });
   browser.goOn();
@@ -82,7 +80,7 @@ TEST(DeadServerTest, ALongRequestIsNotPressedUponAFullQueueWhoseServerDies) {
   ASSERT_TRUE(plugin.isAnswered(1));
   browser.halt();
   RawQueue requests(kRequestKey);
-  while (requests.trySend(rawRecord(kRawOneWay, "filler"))) continue;
+  while (requests.trySend(rawRecord(IPC_KIND_ONEWAY, "filler"))) continue;
   OutputCapture output(stdout);
   Concurrently call([] { return Zunt_RYN_Plugin_OpApp_SetStatus(std::string(10 * kRawPayload, 's')); });
   waitUntil("the queue was found full", [&] { return occurrences(output.text(), "msgsnd EAGAIN") > 0; });
@@ -101,7 +99,7 @@ TEST(ChildAppsTest, NoMoreAreStoredThanCallersMakeRoomFor) {
   browser.nextRequest();
   std::string fields;
   for (int i = 0; i < 1000; ++i) fields += "               7";
-  browser.replies.sendMessage(kRawReply,
+  browser.replies.sendMessage(IPC_KIND_REPLY,
                               R"({"appNum":1000,"orgidArray":"","appidArray":")" + fields + "\"}");
   EXPECT_EQ(0, call.result());
   EXPECT_EQ(1000, count);
