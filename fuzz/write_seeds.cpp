@@ -25,7 +25,7 @@ void write(const fs::path& file, const std::string& content) {
 std::string asRecords(int kind, const std::string& text) {
   constexpr char kChunkSize1024 = 2;
   std::string input(1, kChunkSize1024);
-  for (const test::RawRecord& record : test::rawRecords(kind, text)) {
+  for (const IpcRecord& record : test::rawRecords(kind, text)) {
     input += static_cast<char>(test::kRawRecordBytes & 0xff);
     input += static_cast<char>(test::kRawRecordBytes >> 8);
     input.append(reinterpret_cast<const char*>(&record.kind), test::kRawRecordBytes);
@@ -46,7 +46,7 @@ void writeMessages(const fs::path& folder) {
   // As many as there are; more would do no harm.
   for (std::size_t number = 0; number < 2 * std::size(kMessages); ++number) {
     const test::Message& message = test::messageAt(number);
-    const int kind = message.isSynchronous() ? test::kRawRequest : test::kRawOneWay;
+    const int kind = message.isSynchronous() ? test::IPC_KIND_REQUEST : test::IPC_KIND_ONEWAY;
     writeText(number, "_sent", message.text);
     writeText(number, "_answered", message.reply);
     write(folder / "record_joiner" / std::to_string(number), asRecords(kind, message.text));
@@ -59,7 +59,7 @@ void writeMessages(const fs::path& folder) {
   }
   for (const std::size_t length : {0U, 1025U, 1026U, 16384U}) {
     write(folder / "record_joiner" / ("length_" + std::to_string(length)),
-          asRecords(test::kRawReply, std::string(length, 'x')));
+          asRecords(IPC_KIND_REPLY, std::string(length, 'x')));
   }
 }
 

@@ -75,10 +75,10 @@ TEST_F(BrowserTest, WhatAsksForNoAnswerGetsNone) {
   EXPECT_EQ("", ask(R"({"t":212})"));
   EXPECT_EQ(Calls{"212 0 0"}, g_calls.take());
   RawPeer plugin(kRequestKey);
-  RawRecord empty = rawRecord(kRawRequest, R"({"t":216})");
+  IpcRecord empty = rawRecord(IPC_KIND_REQUEST, R"({"t":216})");
   empty.total_length = 0;
   plugin.requests.send(empty);
-  EXPECT_EQ(kRawFailure, plugin.replies.takeMessage().kind);
+  EXPECT_EQ(IPC_KIND_FAILURE, plugin.replies.takeMessage().kind);
 }
 
 // Nobody would free it.
@@ -89,7 +89,7 @@ TEST_F(BrowserTest, NoAnswerIsMadeToAQuestionThatCameAsAOneWayMessage) {
   RawPeer plugin(kRequestKey);
   const auto before = mallinfo2().uordblks;
   for (int i = 0; i < 100; ++i) plugin.notify(R"({"t":237})");
-  EXPECT_EQ(kRawFailure, plugin.ask("{}").kind);
+  EXPECT_EQ(IPC_KIND_FAILURE, plugin.ask("{}").kind);
   EXPECT_LT(mallinfo2().uordblks, before + 50 * 15000);
 }
 

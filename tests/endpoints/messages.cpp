@@ -198,7 +198,7 @@ std::string exchange(const Message& message, const std::string& reply) {
   RawPeer peer(message.queue);
   Concurrently call(message.send);
   const RawMessage sent = peer.nextRequest();
-  EXPECT_EQ(message.isSynchronous() ? kRawRequest : kRawOneWay, sent.kind);
+  EXPECT_EQ(message.isSynchronous() ? IPC_KIND_REQUEST : IPC_KIND_ONEWAY, sent.kind);
   EXPECT_TRUE(sameJson(message.text, sent.text));
   if (!reply.empty()) {
     peer.reply(reply);
@@ -210,7 +210,7 @@ std::string exchange(const Message& message, const std::string& reply) {
 
 std::string ask(key_t queue, const std::string& text) {
   const RawMessage reply = RawPeer(queue).ask(text);
-  return reply.kind == kRawReply ? reply.text : "";
+  return reply.kind == IPC_KIND_REPLY ? reply.text : "";
 }
 
 Json::Value parsed(const std::string& text) {

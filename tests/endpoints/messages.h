@@ -10,11 +10,9 @@
 #include <string>
 #include <vector>
 
-namespace hbbtv_ryn::test {
+#include "tools/support/raw_peer.h"
 
-inline constexpr auto kRequestKey = static_cast<key_t>(0x92101081);
-inline constexpr auto kNotificationKey = static_cast<key_t>(0x92101091);
-inline constexpr auto kQueryKey = static_cast<key_t>(0x92101093);
+namespace hbbtv_ryn::test {
 
 struct Message {
   bool isSynchronous() const { return !reply.empty(); }

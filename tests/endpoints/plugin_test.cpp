@@ -27,8 +27,8 @@ class PluginTest : public testing::Test {
   }
   // The calls for a notification, with the marker behind it.
   Calls callsFor(const std::string& notification) {
-    notifications_.sendMessage(kRawOneWay, notification);
-    notifications_.sendMessage(kRawOneWay, kPlugin.marker.text);
+    notifications_.sendMessage(IPC_KIND_ONEWAY, notification);
+    notifications_.sendMessage(IPC_KIND_ONEWAY, kPlugin.marker.text);
     return g_calls.takeUntil(kPlugin.marker.noted);
   }
 
@@ -141,7 +141,7 @@ TEST_F(PluginTest, TheFirstRegistrationStaysUntilItIsRemoved) {
   EXPECT_EQ(Calls{"2 1 2 null"}, callsFor(messageOf(240).text));
   EXPECT_EQ(0, Zunt_RYN_Plugin_UnRegisterRynEventCallback(ZUNT_RYN_EVENT_APP_LOADED));
   EXPECT_EQ(0, Zunt_RYN_Plugin_RegisterRynEventCallback(ZUNT_RYN_EVENT_APP_LOADED, second));
-  notifications_.sendMessage(kRawOneWay, messageOf(240).text);
+  notifications_.sendMessage(IPC_KIND_ONEWAY, messageOf(240).text);
   EXPECT_EQ(Calls{}, g_calls.takeUntil("99 1 2 null"));
 }
 
@@ -174,7 +174,7 @@ TEST_F(PluginTest, StoppingDuringACallbackThatMakesRequestsEndsBoth) {
     while (Zunt_RYN_Plugin_ShowApp(1, 2) != -3) RawQueue(kRequestKey).discardAll();
   };
   Zunt_RYN_Plugin_RegisterRynEventCallback(ZUNT_RYN_EVENT_GET_CONFIGURATION, callback);
-  notifications_.sendMessage(kRawOneWay, R"({"t":270})");
+  notifications_.sendMessage(IPC_KIND_ONEWAY, R"({"t":270})");
   waitUntil("the callback ran", [] { return entered.load(); });
   Concurrently stop(&Zunt_RYN_Plugin_Finalize);
   EXPECT_EQ(0, stop.result());
@@ -190,7 +190,7 @@ TEST_F(PluginTest, WhatACallbackStartsWhileTheEndpointStopsIsNotStarted) {
     started = Zunt_RYN_Plugin_Initialize();
   };
   Zunt_RYN_Plugin_RegisterRynEventCallback(ZUNT_RYN_EVENT_GET_CONFIGURATION, callback);
-  notifications_.sendMessage(kRawOneWay, R"({"t":270})");
+  notifications_.sendMessage(IPC_KIND_ONEWAY, R"({"t":270})");
   waitUntil("the callback ran", [] { return entered.load(); });
   EXPECT_EQ(0, Zunt_RYN_Plugin_Finalize());
   EXPECT_EQ(0, started);

@@ -10,10 +10,11 @@
 #include <string>
 
 #include "hbbtv_ryn/ipc.h"
+#include "tools/support/raw_peer.h"
 
 namespace hbbtv_ryn::test {
 
-inline constexpr auto kKey = static_cast<key_t>(0x92101081);
+inline constexpr key_t kKey = kRequestKey;
 inline constexpr long kChannel = 1;
 
 /// The message points into the text, so the text must outlive it.

@@ -25,7 +25,7 @@ TEST(ClientTest, OpensItsQueuesWhenTheyExist) {
   EXPECT_EQ(-3, one_way_only.ask("makes no requests").result);
   EXPECT_EQ(0U, requests.depth());
   EXPECT_EQ(0, client.send("now"));
-  EXPECT_EQ(kRawOneWay, requests.takeMessage().kind);
+  EXPECT_EQ(IPC_KIND_ONEWAY, requests.takeMessage().kind);
 }
 
 TEST(ClientTest, RefusesBadArguments) {
@@ -57,7 +57,7 @@ TEST(ClientTest, ExchangesTheLongestMessageAndRefusesAByteMore) {
   const std::string longest(IPC_MAX_MESSAGE, 'x');
   Concurrently call([&] { return client.ask(longest); });
   const RawMessage request = server.nextRequest();
-  EXPECT_EQ(kRawRequest, request.kind);
+  EXPECT_EQ(IPC_KIND_REQUEST, request.kind);
   EXPECT_EQ(longest, request.text);
   server.reply(longest);
   EXPECT_TRUE(call.result().isProper(longest));
@@ -106,7 +106,7 @@ TEST(ClientTest, AReplyThatLiesAboutItsLengthStaysInsideItsBuffer) {
   for (const int claim : {-5, 1025, 2000000000}) {  // the second is the buffer's size
     Concurrently call([&] { return client.ask("question"); });
     server.nextRequest();
-    RawRecord record = rawRecord(kRawReply, "short");
+    IpcRecord record = rawRecord(IPC_KIND_REPLY, "short");
     record.total_length = claim;
     server.replies.send(record);
     EXPECT_TRUE(call.result().isProper("short")) << claim;
@@ -117,7 +117,7 @@ TEST(ClientTest, TakesNoAnswerFromBeforeItsFirstRequestAndWaitsForNoneOnAQueueTh
   RawPeer server(kKey);
   server.reply(std::string(3000, 's'));
   server.fail();
-  server.replies.send(rawRecords(kRawReply, std::string(2000, 'h'))[0]);
+  server.replies.send(rawRecords(IPC_KIND_REPLY, std::string(2000, 'h'))[0]);
   Client client;
   Concurrently first([&] { return client.ask("question"); });
   server.nextRequest();

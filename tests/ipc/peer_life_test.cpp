@@ -138,7 +138,7 @@ TEST_F(PeerLifeTest, AnAnswerToAKilledClientNeverReachesItsSuccessor) {
       waitUntil("the stale answer lay there", [] { return RawQueue(kKey + 1).depth() > 0; });
     }
     // And the beginning of a second message.
-    RawQueue(kKey).send(rawRecords(kRawRequest, std::string(3000, 'h'))[0]);
+    RawQueue(kKey).send(rawRecords(IPC_KIND_REQUEST, std::string(3000, 'h'))[0]);
     ChildProcess second(kClient);
     second.say("asked by the second");
     if (!before) {
@@ -157,8 +157,8 @@ TEST_F(PeerLifeTest, ARequestWhoseAnswerAFullQueueDroppedEndsWhileTheServerLives
   expectServed("first");
   // Full of records that no reader of the channel takes away.
   RawQueue replies(kKey + 1);
-  RawRecord filler;
-  filler.type = kChannel + 1;
+  IpcRecord filler = rawRecord(IPC_KIND_ONEWAY, "");
+  filler.mtype = kChannel + 1;
   while (replies.trySend(filler)) continue;
   auto call = asking("answer dropped");
   waitUntil("the answer was dropped",
@@ -175,7 +175,7 @@ TEST_F(PeerLifeTest, ALongRequestIsNotPressedUponAFullQueueWhoseServerDies) {
   expectServed("first");
   server.halt();
   RawQueue requests(kKey);
-  while (requests.trySend(rawRecord(kRawOneWay, "filler"))) continue;
+  while (requests.trySend(rawRecord(IPC_KIND_ONEWAY, "filler"))) continue;
   OutputCapture output(stdout);
   auto call = asking(std::string(10 * kRawPayload, 's'));
   waitUntil("the queue was found full", [&] { return occurrences(output.text(), "msgsnd EAGAIN") > 0; });
@@ -203,7 +203,7 @@ TEST_F(PeerLifeTest, AnAnswerWithAGapIsNoAnswer) {
   ASSERT_EQ(0, semctl(semget(kKey, 2, IPC_CREAT | 0666), 0, SETVAL, 1));
   auto call = asking("question");
   server.nextRequest();
-  const auto answer = rawRecords(kRawReply, std::string(3000, 'a'));
+  const auto answer = rawRecords(IPC_KIND_REPLY, std::string(3000, 'a'));
   server.replies.send(answer.front());
   server.replies.send(answer.back());
   EXPECT_TRUE(call.result().isBrokenOff());
@@ -215,7 +215,7 @@ TEST_F(PeerLifeTest, AServerThatHasPartOfARequestSaysSo) {
   const int set = semget(kKey, 0, 0);
   const int before = semctl(set, 1, GETVAL);
   RawPeer peer(kKey);
-  peer.requests.send(rawRecords(kRawRequest, std::string(1500, 'p')).back());
+  peer.requests.send(rawRecords(IPC_KIND_REQUEST, std::string(1500, 'p')).back());
   peer.replies.take();
   EXPECT_EQ(before + 1, semctl(set, 1, GETVAL));
 }

@@ -19,7 +19,7 @@
 namespace hbbtv_ryn::test {
 namespace {
 
-const std::set<int> kRequestsOnly{kRawRequest};
+const std::set<int> kRequestsOnly{IPC_KIND_REQUEST};
 
 class PlainPeerTest : public testing::Test {
  protected:
@@ -117,7 +117,7 @@ TEST_F(PlainPeerTest, AnswersToAStrangersRequestsShiftNoLaterAnswerForLong) {
   expectServed(client_, 1);
   RawPeer stranger(kKey);
   for (int round = 0; round < 2; ++round) {
-    for (int i = 0; i < 3; ++i) stranger.requests.sendMessage(kRawRequest, "a stranger's");
+    for (int i = 0; i < 3; ++i) stranger.requests.sendMessage(IPC_KIND_REQUEST, "a stranger's");
     waitUntil("the stranger was answered", [&] { return stranger.replies.depth() == 3; });
     waitUntil("our own answer came", [&] { return client_.notEchoed(1) == 0; });
     EXPECT_EQ(0, client_.notEchoed(50));
@@ -129,7 +129,7 @@ TEST_F(PlainPeerTest, TheFailureReplyToAStrangersJunkShiftsNoLaterAnswer) {
   expectServed(client_, 1);
   ours.halt();
   RawQueue requests(kKey);
-  requests.sendMessage(kRawRequest, "junk");
+  requests.sendMessage(IPC_KIND_REQUEST, "junk");
   Concurrently call([&] { return client_.ask("ours"); });
   waitUntil("both requests lay there", [&] { return requests.depth() == 2; });
   ours.goOn();

@@ -45,18 +45,19 @@ class PrimitivesTest : public testing::Test {
 };
 
 TEST_F(PrimitivesTest, RecordsAreByteForByteTheWireForm) {
-  const auto expectSent = [&](RawRecord expected, long type) {
-    expected.type = type;
-    const RawRecord sent = queue_.take();
+  const auto expectSent = [&](IpcRecord expected, long type) {
+    expected.mtype = type;
+    const IpcRecord sent = queue_.take();
     EXPECT_EQ(0, std::memcmp(&expected, &sent, sizeof sent)) << "record " << expected.sequence;
   };
   ASSERT_EQ(0, send("hello", IPC_KIND_REPLY, 7));
-  expectSent(rawRecord(kRawReply, "hello"), 7);
+  expectSent(rawRecord(IPC_KIND_REPLY, "hello"), 7);
   ASSERT_EQ(0, send("", IPC_KIND_STOP));
-  expectSent(rawRecord(kRawStop, ""), kChannel);
+  expectSent(rawRecord(IPC_KIND_STOP, ""), kChannel);
   // Nothing of a full record is left in the short one behind it.
   ASSERT_EQ(0, send(numbered(kRawPayload + 1)));
-  for (const auto& record : rawRecords(kRawOneWay, numbered(kRawPayload + 1))) expectSent(record, kChannel);
+  for (const auto& record : rawRecords(IPC_KIND_ONEWAY, numbered(kRawPayload + 1)))
+    expectSent(record, kChannel);
 }
 
 TEST_F(PrimitivesTest, MessagesOfEveryEdgeSizeAreCutAndJoined) {
@@ -75,7 +76,7 @@ TEST_F(PrimitivesTest, MessagesOfEveryEdgeSizeAreCutAndJoined) {
     }
     capacity_ = static_cast<int>(kRawPayload);
     text_ = static_cast<char*>(std::realloc(text_, kRawPayload));
-    Concurrently sender([&] { queue_.sendMessage(kRawReply, text); });
+    Concurrently sender([&] { queue_.sendMessage(IPC_KIND_REPLY, text); });
     EXPECT_EQ(text, receiveText());
     EXPECT_EQ(size.capacity, capacity_);
     EXPECT_EQ(IPC_KIND_REPLY, record_.kind);
@@ -96,7 +97,7 @@ TEST_F(PrimitivesTest, RefusesBadArgumentsAndLeavesTheQueueAlone) {
   EXPECT_EQ(-3, ipc_snd_internal(id, -1, IPC_CHUNK_SIZE, &good, IPC_KIND_ONEWAY));
   EXPECT_EQ(0U, queue_.depth());
 
-  queue_.send(rawRecord(kRawOneWay, std::string(kRawPayload, 'x')));
+  queue_.send(rawRecord(IPC_KIND_ONEWAY, std::string(kRawPayload, 'x')));
   int zero = 0;
   EXPECT_EQ(-3, ipc_rcv_internal(id, kChannel, IPC_CHUNK_SIZE, nullptr, &text_, &capacity_));
   EXPECT_EQ(-3, ipc_rcv_internal(id, kChannel, IPC_CHUNK_SIZE, &record_, nullptr, &capacity_));
@@ -109,7 +110,7 @@ TEST_F(PrimitivesTest, RefusesBadArgumentsAndLeavesTheQueueAlone) {
 
 TEST_F(PrimitivesTest, AFullQueueCostsEachRecordSixAttemptsThenTheRecord) {
   queue_.setCapacity(kRawRecordBytes);
-  queue_.send(rawRecord(kRawOneWay, "in the way"));
+  queue_.send(rawRecord(IPC_KIND_ONEWAY, "in the way"));
   OutputCapture output(stdout);
   Concurrently sender([this] { return send(numbered(kRawPayload + 1)); });
   waitUntil("two attempts failed", [&] { return occurrences(output.text(), kResendLine) >= 2; });
@@ -125,13 +126,13 @@ TEST_F(PrimitivesTest, AFullQueueCostsEachRecordSixAttemptsThenTheRecord) {
 }
 
 TEST_F(PrimitivesTest, ForeignRecordsAreTakenOffAndReportedOrLeftAlone) {
-  RawRecord other = rawRecord(kRawOneWay, "for another channel");
-  other.type = 2;
+  IpcRecord other = rawRecord(IPC_KIND_ONEWAY, "for another channel");
+  other.mtype = 2;
   queue_.send(other);
   for (const std::size_t bytes : {kRawRecordBytes + 1, std::size_t{8000}}) {
     queue_.sendBytes(std::string(bytes, 'x'));
-    queue_.send(rawRecords(kRawOneWay, numbered(3000))[0]);  // has lost its end
-    queue_.send(rawRecord(kRawOneWay, "next"));
+    queue_.send(rawRecords(IPC_KIND_ONEWAY, numbered(3000))[0]);  // has lost its end
+    queue_.send(rawRecord(IPC_KIND_ONEWAY, "next"));
     OutputCapture errors(stderr);
     EXPECT_EQ(-1, receive());
     EXPECT_EQ("SERVER msgrcv res:-1, errno:7, strerror:Argument list too long\n", errors.text());
@@ -142,8 +143,8 @@ TEST_F(PrimitivesTest, ForeignRecordsAreTakenOffAndReportedOrLeftAlone) {
 
 // Each stands between the first and the last record of a message that is whole without it.
 TEST_F(PrimitivesTest, RecordsThatLieAboutTheirLengthCountAsDropped) {
-  const auto whole = rawRecords(kRawOneWay, numbered(kRawPayload + 5));
-  const auto expectDropped = [&](const RawRecord& record, std::size_t bytes) {
+  const auto whole = rawRecords(IPC_KIND_ONEWAY, numbered(kRawPayload + 5));
+  const auto expectDropped = [&](const IpcRecord& record, std::size_t bytes) {
     queue_.send(whole[0]);
     queue_.send(record, bytes);
     queue_.send(whole[1]);
@@ -151,16 +152,16 @@ TEST_F(PrimitivesTest, RecordsThatLieAboutTheirLengthCountAsDropped) {
   };
   for (const int length : {-1, 1026, 1029, 65536, INT_MAX, INT_MIN}) {
     for (const int last : {0, 1}) {
-      RawRecord liar = rawRecord(kRawOneWay, "lie");
+      IpcRecord liar = rawRecord(IPC_KIND_ONEWAY, "lie");
       liar.chunk_length = length;
       liar.last = last;
       expectDropped(liar, kRawRecordBytes);
     }
   }
   // Shorter than the header or than the length claims.
-  const RawRecord record = rawRecord(kRawOneWay, std::string(100, 's'));
+  const IpcRecord record = rawRecord(IPC_KIND_ONEWAY, std::string(100, 's'));
   for (const std::size_t bytes : {0U, 3U, 27U, 28U, 127U}) expectDropped(record, bytes);
-  queue_.send(rawRecord(kRawOneWay, "short but honest"), 28 + 16);
+  queue_.send(rawRecord(IPC_KIND_ONEWAY, "short but honest"), 28 + 16);
   EXPECT_EQ("short but honest", receiveText());
 }
 

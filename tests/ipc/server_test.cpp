@@ -49,7 +49,7 @@ class ServerTest : public testing::Test {
  protected:
   void expectServes(const std::string& text) {
     const RawMessage reply = client_.ask(text);
-    EXPECT_EQ(kRawReply, reply.kind);
+    EXPECT_EQ(IPC_KIND_REPLY, reply.kind);
     EXPECT_EQ(text, reply.text);
   }
 
@@ -60,22 +60,22 @@ class ServerTest : public testing::Test {
 
 TEST_F(ServerTest, SendsTheFailureRecordWhereThereIsNoAnswer) {
   EXPECT_EQ(std::string(IPC_MAX_MESSAGE, 'l'), client_.ask("long 16384").text);
-  const RawRecord failure = rawRecord(kRawFailure, std::string("a\0", 2));
+  const IpcRecord failure = rawRecord(IPC_KIND_FAILURE, std::string("a\0", 2));
   OutputCapture errors(stderr);
   for (const char* text : {"no answer", "long 16385", "throw", "throw a number"}) {
     // What a callback returns for a one-way message is its own, and this one would lose it.
     if (std::string(text).rfind("long ", 0) != 0) client_.notify(text);
-    client_.requests.sendMessage(kRawRequest, text);
-    const RawRecord reply = client_.replies.take();
+    client_.requests.sendMessage(IPC_KIND_REQUEST, text);
+    const IpcRecord reply = client_.replies.take();
     EXPECT_EQ(0, std::memcmp(&failure, &reply, sizeof reply)) << text;
     expectServes("next");
   }
 }
 
 TEST_F(ServerTest, KindsThatAreNotForAServerAreIgnored) {
-  for (const int kind : {kRawReply, kRawFailure, 5, -1, INT_MAX})
+  for (const int kind : {int{IPC_KIND_REPLY}, int{IPC_KIND_FAILURE}, 5, -1, INT_MAX})
     client_.requests.sendMessage(kind, "kind");
-  RawRecord stop = rawRecord(kRawStop, "");
+  IpcRecord stop = rawRecord(IPC_KIND_STOP, "");
   stop.total_length = 5;
   client_.requests.send(stop);
   expectServes("next");
@@ -90,7 +90,7 @@ TEST_F(ServerTest, DestroyServesWhatIsWaitingFirst) {
 }
 
 TEST_F(ServerTest, AStopRecordAndAOneWayTextThatBeginsWithExitEndTheThread) {
-  const RawRecord stop = rawRecord(kRawStop, "");
+  const IpcRecord stop = rawRecord(IPC_KIND_STOP, "");
   const auto waitForEnd = [] { waitUntil("the receive thread ended", [] { return rawLife(kKey) == 0; }); };
   expectServes("exit is only an order when it is one-way");
   client_.notify("exit, please");
@@ -98,7 +98,7 @@ TEST_F(ServerTest, AStopRecordAndAOneWayTextThatBeginsWithExitEndTheThread) {
   EXPECT_EQ("exit, please", recorder_.seen().back());
   // The thread is gone, so nobody takes the stop record.
   EXPECT_EQ(0, server_.destroy());
-  const RawRecord left = client_.requests.take();
+  const IpcRecord left = client_.requests.take();
   EXPECT_EQ(0, std::memcmp(&stop, &left, sizeof left));
 
   const Server another(&Recorder::callback, &recorder_);
@@ -113,7 +113,7 @@ TEST_F(ServerTest, TheCallbackPairIsReplacedAndCleared) {
   EXPECT_EQ(0, zunt_ipc_server_register_callback(server_.handle(), &Recorder::callback, &second));
   expectServes("for the second");
   EXPECT_EQ(0, zunt_ipc_server_unregister_callback(server_.handle()));
-  EXPECT_EQ(kRawFailure, client_.ask("to nobody").kind);
+  EXPECT_EQ(IPC_KIND_FAILURE, client_.ask("to nobody").kind);
   EXPECT_EQ(0U, recorder_.seen().size());
   EXPECT_EQ(1U, second.seen().size());
   EXPECT_EQ(-3, zunt_ipc_server_register_callback(nullptr, &Recorder::callback, nullptr));
@@ -127,12 +127,12 @@ TEST_F(ServerTest, ForeignRecordsDoNotKeepTheNextRequestFromItsAnswer) {
   client_.requests.sendBytes(std::string(8000, 'x'));
   client_.requests.sendBytes("");
   for (const int claim : {-1, 1026, INT_MAX, INT_MIN}) {
-    RawRecord liar = rawRecord(kRawRequest, "short");
+    IpcRecord liar = rawRecord(IPC_KIND_REQUEST, "short");
     liar.chunk_length = claim;
     client_.requests.send(liar);
     expectServes("after a lie about the record");
     // The length is the sender's claim, and the callback reads as much.
-    liar = rawRecord(kRawRequest, "short");
+    liar = rawRecord(IPC_KIND_REQUEST, "short");
     liar.total_length = claim;
     client_.requests.send(liar);
     EXPECT_EQ("short", client_.replies.takeMessage().text);
@@ -140,7 +140,7 @@ TEST_F(ServerTest, ForeignRecordsDoNotKeepTheNextRequestFromItsAnswer) {
 }
 
 TEST_F(ServerTest, AMessageLongerThanAnyPeerSendsIsDroppedWhole) {
-  client_.requests.sendMessage(kRawOneWay, std::string(100000, 'l'));
+  client_.requests.sendMessage(IPC_KIND_ONEWAY, std::string(100000, 'l'));
   expectServes("next");
   EXPECT_EQ(std::vector<std::string>{"next"}, recorder_.seen());
 }
@@ -179,7 +179,7 @@ IpcMessage* blockForEver(const IpcMessage*, void*) {
 
 TEST_F(ServerTest, DestroyCancelsACallbackThatBlocksAndUnwindsIt) {
   zunt_ipc_server_register_callback(server_.handle(), &blockForEver, nullptr);
-  client_.requests.sendMessage(kRawRequest, "block");
+  client_.requests.sendMessage(IPC_KIND_REQUEST, "block");
   waitUntil("the callback ran", [] { return g_entered.load(); });
   Concurrently destroy([&] { return server_.destroy(); });
   EXPECT_EQ(0, destroy.result());
@@ -195,10 +195,10 @@ TEST_F(ServerTest, ACallbackIsReplacedBetweenTwoCallsOnly) {
     waitUntil("it may go on", [] { return released.load(); });
     return textOf(message) == "ask" ? newReply("the old one's") : nullptr;
   };
-  for (const int kind : {kRawRequest, kRawOneWay}) {
+  for (const int kind : {IPC_KIND_REQUEST, IPC_KIND_ONEWAY}) {
     released = g_entered = false;
     zunt_ipc_server_register_callback(server_.handle(), wait_for_release, nullptr);
-    client_.requests.sendMessage(kind, kind == kRawRequest ? "ask" : "tell");
+    client_.requests.sendMessage(kind, kind == IPC_KIND_REQUEST ? "ask" : "tell");
     waitUntil("the callback ran", [] { return g_entered.load(); });
     Concurrently replace([&] {
       return zunt_ipc_server_register_callback(server_.handle(), &Recorder::callback, &recorder_);
@@ -207,7 +207,7 @@ TEST_F(ServerTest, ACallbackIsReplacedBetweenTwoCallsOnly) {
     EXPECT_FALSE(replace.returned());
     released = true;
     EXPECT_EQ(0, replace.result());
-    if (kind == kRawRequest) {
+    if (kind == IPC_KIND_REQUEST) {
       EXPECT_EQ("the old one's", client_.replies.takeMessage().text);
     }
     expectServes("by the new one");
@@ -236,20 +236,20 @@ TEST_F(ServerTest, ItsQueuesAreOpenToEveryUser) {
 TEST(OtherServersTest, AnswerOnTheChannelOfTheRequestAndWithoutAReplyQueueNotAtAll) {
   Recorder recorder;
   RawQueue requests(kKey);
-  RawRecord request = rawRecord(kRawRequest, "for channel 5");
-  request.type = 5;
+  IpcRecord request = rawRecord(IPC_KIND_REQUEST, "for channel 5");
+  request.mtype = 5;
   {
     const Server one_way_only(&Recorder::callback, &recorder, 0, kKey, 5);
     EXPECT_EQ(-1, msgget(kKey + 1, 0));
     requests.send(request);
-    requests.send(rawRecord(kRawRequest, "for channel 1"));
+    requests.send(rawRecord(IPC_KIND_REQUEST, "for channel 1"));
   }
   EXPECT_EQ(1U, requests.depth());
   EXPECT_EQ(0U, recorder.seen().size());
   const Server server(&Recorder::callback, &recorder, 1, kKey, 5);
   requests.send(request);
-  const RawRecord reply = RawQueue(kKey + 1).take();
-  EXPECT_EQ(5, reply.type);
+  const IpcRecord reply = RawQueue(kKey + 1).take();
+  EXPECT_EQ(5, reply.mtype);
   EXPECT_STREQ("for channel 5", reply.data);
 }
 

@@ -35,7 +35,7 @@ class CaptureTest : public testing::Test {
              const std::string& text, const std::string& more = "{}") {
     const bool reads = (way == "in") != (kind == "reply" || kind == "failure");
     Json::Value line = parsed(more);
-    line["pid"] = reads == (queue == kRequests) ? 812 : 830;
+    line["pid"] = reads == (queue == kRequestKey) ? 812 : 830;
     line["seq"] = ++sequence;
     line["time"] = 1700000000 + sequence / 1000.0;
     line["queue"] = keyText(queue);
@@ -65,7 +65,7 @@ class CaptureTest : public testing::Test {
     trace("in", kind, code, queue, answer);
   }
   void asksVisible(int appid, int visible) {
-    asks(216, kRequests, "{\"t\":216,\"appid\":" + std::to_string(appid) + ",\"orgid\":10}",
+    asks(216, kRequestKey, "{\"t\":216,\"appid\":" + std::to_string(appid) + ",\"orgid\":10}",
          "{\"t\":217,\"visible\":" + std::to_string(visible) + "}");
   }
   Words replay(const std::string& side, const Words& more = {}, const char* timeout = "1") const {
@@ -118,7 +118,7 @@ TEST_F(CaptureTest, ADamagedCaptureIsTakenAsFarAsItGoes) {
 }
 
 TEST_F(CaptureTest, NoTextLeavesThePlaceOfTheData) {
-  trace("out", "oneway", 212, kRequests, "</script><!--<script>\xff");
+  trace("out", "oneway", 212, kRequestKey, "</script><!--<script>\xff");
   ASSERT_EQ(0, rynctl({"report", file}).exit_code);
   const std::string html = contentOf(page());
   EXPECT_TRUE(holds(html, "\"text\":\"\\u003c/script>\\u003c!--\\u003cscript>\\ufffd\""));
@@ -128,12 +128,12 @@ TEST_F(CaptureTest, NoTextLeavesThePlaceOfTheData) {
 TEST_F(CaptureTest, TheBrowserIsAskedAgainAndEveryMemberCompared) {
   Host browser("browser");
   asksVisible(1, 1);
-  asks(237, kRequests, R"({"t":237,"appid":1,"orgid":10,"code":403})", "");  // threw then, and throws now
+  asks(237, kRequestKey, R"({"t":237,"appid":1,"orgid":10,"code":403})", "");  // threw then, and throws now
   expectPlayed(rynctl(replay("plugin")), 0, "", "2 messages compared, 0 differences\n");
 
   asksVisible(2, 1);
-  trace("out", "request", 222, kRequests, R"({"t":222,"appid":1,[cut])", R"({"length":5000})");
-  asks(278, kRequests, R"({"t":278})", R"({"flag":1})");  // reads as the true that comes
+  trace("out", "request", 222, kRequestKey, R"({"t":222,"appid":1,[cut])", R"({"length":5000})");
+  asks(278, kRequestKey, R"({"t":278})", R"({"flag":1})");  // reads as the true that comes
   const std::string difference = "line 9: GetVisible appid=2 orgid=10  visible: 1 -> 0\n";
   const ToolResult result = rynctl(replay("plugin", {"--junit", junit()}));
   expectPlayed(result, 1, difference, "4 messages compared, 1 difference\n");
@@ -150,7 +150,7 @@ TEST_F(CaptureTest, TheBrowserIsAskedAgainAndEveryMemberCompared) {
 TEST_F(CaptureTest, APeerThatDiesOrHangsInTheMiddleEndsThePlay) {
   Host browser("browser");
   asksVisible(1, 0);
-  asks(222, kRequests, R"({"t":222,"appid":1,"orgid":10})", R"({"t":223,"value":31})");  // hangs
+  asks(222, kRequestKey, R"({"t":222,"appid":1,"orgid":10})", R"({"t":223,"value":31})");  // hangs
   ToolResult hung = rynctl(replay("plugin", {"--junit", junit()}));
   expectPlayed(hung, 4, "line 1: GetVisible appid=1 orgid=10  visible: 0 -> 1\n", "not played to the end");
   EXPECT_TRUE(holds(contentOf(junit()), "<error message=\"GetValue: the browser process lives"));
@@ -164,16 +164,16 @@ TEST_F(CaptureTest, APeerThatDiesOrHangsInTheMiddleEndsThePlay) {
 }
 
 TEST_F(CaptureTest, ApplicationsAreToldApartByWhatIsSaidOfThem) {
-  asks(209, kRequests, R"({"t":209,"appid":0,"orgid":0,"url":"http://a","child":0,"opapp":0})",
+  asks(209, kRequestKey, R"({"t":209,"appid":0,"orgid":0,"url":"http://a","child":0,"opapp":0})",
        R"({"t":210,"appid":1,"orgid":10})");
-  tells(240, kNotifications, R"({"t":240,"appid":1,"orgid":10})");
-  asks(207, kRequests, R"({"t":207,"appid":1,"orgid":10})",
+  tells(240, kNotificationKey, R"({"t":240,"appid":1,"orgid":10})");
+  asks(207, kRequestKey, R"({"t":207,"appid":1,"orgid":10})",
        R"({"t":208,"appNum":1,"appidArray":"               1","orgidArray":"              10"})");
-  tells(242, kNotifications, R"({"t":242,"appid":1,"orgid":10,"topmost":true})");
-  tells(244, kNotifications, R"({"t":244,"appid":1,"orgid":10,"key":403,"keytype":1})");
+  tells(242, kNotificationKey, R"({"t":242,"appid":1,"orgid":10,"topmost":true})");
+  tells(244, kNotificationKey, R"({"t":244,"appid":1,"orgid":10,"key":403,"keytype":1})");
 
   // A message without organisation, and an answer that repeats the number of the question.
-  asks(201, kRequests, R"({"t":201,"appid":1})", R"({"t":202,"appid":1,"orgid":0})");
+  asks(201, kRequestKey, R"({"t":201,"appid":1})", R"({"t":202,"appid":1,"orgid":0})");
 
   ZuntRynBrowserEventCallback handlers{};
   handlers.CreateApp = [](int, int, const char*, bool, bool, int* appid, int* orgid) {
@@ -200,8 +200,8 @@ TEST_F(CaptureTest, ApplicationsAreToldApartByWhatIsSaidOfThem) {
 TEST_F(CaptureTest, TheBrowserAnswersAsRecordedAndSpeaksInItsPlace) {
   asksVisible(1, 1);
   asksVisible(1, 0);
-  tells(240, kNotifications, R"({"t":240,"appid":1,"orgid":10})");
-  asks(245, kQueries, R"({"t":245,"appid":1,"orgid":10})", R"({"t":246,"blocked":1})");
+  tells(240, kNotificationKey, R"({"t":240,"appid":1,"orgid":10})");
+  asks(245, kQueryKey, R"({"t":245,"appid":1,"orgid":10})", R"({"t":246,"blocked":1})");
   static std::atomic<int> loaded;
   loaded = 0;
   ZuntRynEventCallback callback;

@@ -27,7 +27,7 @@ Words with(Words words, const Words& more) {
 }
 
 TEST(RynctlTest, WhatIsWrongWithTheCommandLineIsSaidAndNothingIsSent) {
-  RawPeer browser(kRequests);
+  RawPeer browser(kRequestKey);
   Words modules = {"log", "on"};
   for (int i = 0; i < 21; ++i) modules.push_back(std::to_string(i));
   const struct {
@@ -93,7 +93,7 @@ TEST(RynctlCallTest, TheAnswerIsPrintedOnOneLineAndTheTimeBesideIt) {
 }
 
 TEST(RynctlCallTest, ThePluginIsAskedAsByTheBrowser) {
-  RawPeer plugin(kQueries);
+  RawPeer plugin(kQueryKey);
   const auto answered = [&](const std::string& answer) {
     Tool tool({"call", "IsObjectSupported", "mtype=video/mp4 \"x\""});
     EXPECT_EQ("video/mp4 \"x\"", parsed(plugin.nextRequest().text)["mtype"].asString());
@@ -111,7 +111,7 @@ TEST(RynctlCallTest, PeersThatAreMissingDieOrHangAreToldApart) {
   {
     const Host browser("browser");
     Tool tool(with(hanging, {"0"}));
-    waitUntil("the request is taken", [] { return RawQueue(kRequests).hasBeenReceivedFrom(); });
+    waitUntil("the request is taken", [] { return RawQueue(kRequestKey).hasBeenReceivedFrom(); });
     browser.signal(SIGKILL);
     expectEnd(tool.result(), 3, "went away before it answered");
   }
@@ -122,7 +122,7 @@ TEST(RynctlCallTest, PeersThatAreMissingDieOrHangAreToldApart) {
 }
 
 TEST(RynctlSendTest, MessagesWaitForALaterPeerUntilTheQueueIsFull) {
-  RawQueue requests(kRequests);
+  RawQueue requests(kRequestKey);
   const Words set_value = {"send", "SetValue", "appid=1", "orgid=2", "value=16", "k0=403", "k1=404"};
   expectEnd(with(set_value, {"--repeat", "3", "--force"}), 0, "sent 3 messages\n");
   EXPECT_EQ(3U, requests.depth());
@@ -134,7 +134,7 @@ TEST(RynctlSendTest, MessagesWaitForALaterPeerUntilTheQueueIsFull) {
   waitUntil("the first is sent", [&] { return requests.depth() > 2; });
   slow.signal(SIGINT);
   expectEnd(slow.result(), 0, "sent 1 message\n");
-  while (requests.trySend(rawRecord(kRawOneWay, "x"))) continue;
+  while (requests.trySend(rawRecord(IPC_KIND_ONEWAY, "x"))) continue;
   expectEnd(with(kShowApp, {"--force"}), 5, "the queue 'requests' is full: ");
 }
 
@@ -154,7 +154,7 @@ TEST(RynctlPlaceTest, ALivingProcessKeepsItsPlaceUnlessForced) {
   EXPECT_EQ(0, rynctl(kGetVisible).exit_code);
   expectEnd({"listen"}, 3, "is held by rynctl (");
   // Who has sent last holds the client's place while it lives: now this process.
-  RawQueue(kRequests).sendMessage(kRawOneWay, R"({"t":212,"appid":1,"orgid":2})");
+  RawQueue(kRequestKey).sendMessage(IPC_KIND_ONEWAY, R"({"t":212,"appid":1,"orgid":2})");
   expectEnd(kGetVisible, 3, "the plug-in's place on the queue 'requests' is held by rynctl_test");
 }
 
@@ -188,8 +188,8 @@ class RynctlServeTest : public testing::Test {
 };
 
 TEST_F(RynctlServeTest, AListenerPrintsWhatTheBrowserTellsAndAnswersWhatItAsks) {
-  RawQueue notifications(kNotifications);
-  notifications.sendMessage(kRawOneWay, R"({"t":270})");  // nobody reads it yet
+  RawQueue notifications(kNotificationKey);
+  notifications.sendMessage(IPC_KIND_ONEWAY, R"({"t":270})");  // nobody reads it yet
   ASSERT_EQ(0, Zunt_RYN_Browser_Initialize());
   start({"listen", "-n", "4", "--supported"});
   bool blocked = true;
@@ -199,7 +199,7 @@ TEST_F(RynctlServeTest, AListenerPrintsWhatTheBrowserTellsAndAnswersWhatItAsks) 
   EXPECT_EQ(0, Zunt_RYN_Browser_IsObjectSupported("a\033b", &supported));
   EXPECT_FALSE(blocked);
   EXPECT_TRUE(supported);
-  notifications.sendMessage(kRawOneWay, "no\x07thing");
+  notifications.sendMessage(IPC_KIND_ONEWAY, "no\x07thing");
   EXPECT_EQ(
       "Get_Configuration\n"
       "IsParentalRatingBlocked appid=1 orgid=10  -> blocked=0\n"
@@ -210,10 +210,10 @@ TEST_F(RynctlServeTest, AListenerPrintsWhatTheBrowserTellsAndAnswersWhatItAsks) 
 }
 
 TEST_F(RynctlServeTest, AListenerPrintsTheMessagesThatAreNamedAndEndsAfterTheLast) {
-  RawQueue notifications(kNotifications);
+  RawQueue notifications(kNotificationKey);
   for (const char* text :
        {R"({"t":270})", "nothing", R"({"t":271,"bValue":1})", R"({"t":271,"bValue":0})"}) {
-    notifications.sendMessage(kRawOneWay, text);
+    notifications.sendMessage(IPC_KIND_ONEWAY, text);
   }
   start({"listen", "handle_broadcastservice", "-n", "1"});
   EXPECT_EQ("Handle_BroadcastService bValue=1\n", await(1));

@@ -26,7 +26,7 @@ Json::Value requestsShown() {
 
 TEST(RynctlJsonTest, WhatIsShownIsAnObjectOnEachLine) {
   const Host browser("browser", "net");
-  RawQueue(kNotifications).sendMessage(kRawOneWay, "{}");
+  RawQueue(kNotificationKey).sendMessage(IPC_KIND_ONEWAY, "{}");
   const struct {
     Words command;
     const char* member;
@@ -48,7 +48,7 @@ TEST(RynctlJsonTest, WhatIsShownIsAnObjectOnEachLine) {
 }
 
 TEST(RynctlQueuesTest, WatchingGoesOnUntilInterrupted) {
-  const RawQueue requests(kRequests);
+  const RawQueue requests(kRequestKey);
   Tool watch({"queues", "--watch", "0.1"});
   waitUntil("it is shown again", [&] { return occurrences(watch.out(), "requests  ") > 1; });
   watch.signal(SIGINT);
@@ -65,7 +65,7 @@ TEST(RynctlQueuesTest, StatesFollowTheReaderAndTheDoctorKnowsWhatMendsThem) {
   const Words show_app = {"send", "ShowApp", "appid=1", "orgid=2"};
   EXPECT_TRUE(holds(rynctl({"queues"}).out, "no queue exists"));
   auto browser = std::make_unique<Host>("browser");
-  RawQueue requests(kRequests);
+  RawQueue requests(kRequestKey);
   EXPECT_EQ(0, rynctl(show_app).exit_code);
   requests.waitUntilEmpty();
   Json::Value shown = requestsShown();
@@ -96,7 +96,7 @@ TEST(RynctlQueuesTest, StatesFollowTheReaderAndTheDoctorKnowsWhatMendsThem) {
 
 TEST(RynctlQueuesTest, AQueueThatIsReadSlowlyIsBusyAndNotStuck) {
   IpcServer* server = nullptr;
-  ASSERT_EQ(0, zunt_ipc_server_create(kRequests, 1, 1, IPC_CHUNK_SIZE, &server));
+  ASSERT_EQ(0, zunt_ipc_server_create(kRequestKey, 1, 1, IPC_CHUNK_SIZE, &server));
   zunt_ipc_server_register_callback(
       server,
       [](const IpcMessage*, void*) -> IpcMessage* {
@@ -104,11 +104,11 @@ TEST(RynctlQueuesTest, AQueueThatIsReadSlowlyIsBusyAndNotStuck) {
         return nullptr;
       },
       nullptr);
-  RawQueue requests(kRequests);
+  RawQueue requests(kRequestKey);
   std::atomic<bool> done{false};
   std::thread sender([&] {
     while (!done) {
-      if (requests.depth() < 8) requests.sendMessage(kRawOneWay, "{}");
+      if (requests.depth() < 8) requests.sendMessage(IPC_KIND_ONEWAY, "{}");
     }
   });
   waitUntil("messages wait", [&] { return requests.depth() > 4; });
@@ -120,19 +120,19 @@ TEST(RynctlQueuesTest, AQueueThatIsReadSlowlyIsBusyAndNotStuck) {
 
 TEST(RynctlPeekTest, MessagesAreDecodedAndStayWhereTheyAre) {
   expectEnd({"peek", "requests"}, 3, "does not exist");
-  RawQueue requests(kRequests);
+  RawQueue requests(kRequestKey);
   EXPECT_TRUE(holds(rynctl({"peek", "0x92101081"}).out, "nothing waits"));
   const std::string url(2500, 'u');
-  requests.sendMessage(kRawRequest, R"({"t":209,"appid":1,"url":")" + url + R"(","child":0})");
-  requests.sendMessage(kRawOneWay, "not \033 json");
-  RawRecord lying = rawRecord(kRawOneWay, "x");
+  requests.sendMessage(IPC_KIND_REQUEST, R"({"t":209,"appid":1,"url":")" + url + R"(","child":0})");
+  requests.sendMessage(IPC_KIND_ONEWAY, "not \033 json");
+  IpcRecord lying = rawRecord(IPC_KIND_ONEWAY, "x");
   lying.chunk_length = 99999;
   requests.send(lying);
   requests.sendBytes("short");
-  RawRecord first = rawRecord(kRawOneWay, "beginning");
+  IpcRecord first = rawRecord(IPC_KIND_ONEWAY, "beginning");
   first.last = 0;
   requests.send(first);
-  requests.sendMessage(kRawOneWay, R"({"t":212,"appid":1,"orgid":2})");
+  requests.sendMessage(IPC_KIND_ONEWAY, R"({"t":212,"appid":1,"orgid":2})");
   const std::size_t depth = requests.depth();
 
   const std::string table = rynctl({"peek", "requests"}).out;
@@ -148,7 +148,7 @@ TEST(RynctlPeekTest, MessagesAreDecodedAndStayWhereTheyAre) {
 }
 
 TEST(RynctlResetTest, OnlyWhatDeadProcessesLeftIsTakenOff) {
-  RawPeer queues(kRequests);
+  RawPeer queues(kRequestKey);
   queues.notify("{}");  // by this process, which lives
   queues.reply("{}");
   const ToolResult result = rynctl({"reset", "--yes"});
@@ -173,11 +173,11 @@ TEST(RynctlDoctorTest, EachProblemComesWithWhatMendsIt) {
     EXPECT_EQ(0, healthy.exit_code) << healthy.out;
     EXPECT_TRUE(holds(healthy.out, "2 processes report its log modules")) << healthy.out;
   }
-  RawQueue notifications(kNotifications);
-  notifications.sendMessage(kRawOneWay, "{}");  // nobody reads it
+  RawQueue notifications(kNotificationKey);
+  notifications.sendMessage(IPC_KIND_ONEWAY, "{}");  // nobody reads it
   notifications.setCapacity(16384);
   IpcServer* second = nullptr;
-  ASSERT_EQ(0, zunt_ipc_server_create(kRequests, 1, 1, IPC_CHUNK_SIZE, &second));
+  ASSERT_EQ(0, zunt_ipc_server_create(kRequestKey, 1, 1, IPC_CHUNK_SIZE, &second));
   insert_modules_list("ryn_trace", 1);
   zunt_log_initialize(1);  // this process traces, and nobody watches
   setQueueCapacity(16384);

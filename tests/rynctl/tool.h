@@ -12,12 +12,9 @@
 #include <vector>
 
 #include "tools/support/child_process.h"
+#include "tools/support/raw_peer.h"
 
 namespace hbbtv_ryn::test {
-
-constexpr key_t kRequests = static_cast<key_t>(0x92101081U);
-constexpr key_t kNotifications = static_cast<key_t>(0x92101091U);
-constexpr key_t kQueries = static_cast<key_t>(0x92101093U);
 
 using Words = std::vector<std::string>;
 

@@ -8,20 +8,18 @@
 namespace hbbtv_ryn::test {
 namespace {
 
-constexpr auto kKey = static_cast<key_t>(0x92101081);
-
 TEST(IsolationTest, EachTestFindsNoQueueOfAnother) {
   if (!isIsolated()) GTEST_SKIP() << "has no namespaces of its own";
-  RawQueue(kKey).sendMessage(kRawOneWay, "left behind");
+  RawQueue(kRequestKey).sendMessage(IPC_KIND_ONEWAY, "left behind");
   isolateTest();
-  EXPECT_EQ(-1, msgget(kKey, 0));
+  EXPECT_EQ(-1, msgget(kRequestKey, 0));
 }
 
 TEST(RawQueueTest, RefusesRecordsThatNoSenderWrites) {
-  RawQueue queue(kKey);
-  queue.send({}, 100);
+  RawQueue queue(kRequestKey);
+  queue.send(rawRecord(IPC_KIND_ONEWAY, ""), 100);
   EXPECT_THROW(queue.take(), std::runtime_error);
-  RawRecord liar = rawRecord(kRawReply, "12345");
+  IpcRecord liar = rawRecord(IPC_KIND_REPLY, "12345");
   liar.chunk_length = 4;
   queue.send(liar);
   EXPECT_THROW(queue.takeMessage(), std::runtime_error);

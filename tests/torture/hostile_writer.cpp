@@ -44,7 +44,7 @@ class HostileWriter {
   }
   int someKind() {
     const int kind = below(3) == 0 ? anyInt() : 1 + below(4);
-    return kind == kRawStop ? kRawRequest : kind;
+    return kind == IPC_KIND_STOP ? IPC_KIND_REQUEST : kind;
   }
   // Never the beginning of JSON, so that whatever is joined to it is none either.
   std::string junk(std::size_t length) {
@@ -53,7 +53,7 @@ class HostileWriter {
     return text;
   }
 
-  void put(const RawRecord& record, std::size_t bytes = kRawRecordBytes) {
+  void put(const IpcRecord& record, std::size_t bytes = kRawRecordBytes) {
     if (queue_->trySend(record, bytes)) {
       ++ledger_.hostile;
     } else {
@@ -61,11 +61,11 @@ class HostileWriter {
     }
   }
   void putText(const std::string& text) {
-    for (const RawRecord& record : rawRecords(1 + below(2), text)) put(record);
+    for (const IpcRecord& record : rawRecords(1 + below(2), text)) put(record);
   }
 
   void writeMalformed() {
-    RawRecord record = rawRecord(someKind(), junk(below(kRawPayload)));
+    IpcRecord record = rawRecord(someKind(), junk(below(kRawPayload)));
     switch (below(9)) {
       case 0:  // a header that lies
         record.total_length = anyInt();
@@ -89,10 +89,10 @@ class HostileWriter {
       case 5:
         return writeWrongTypes();
       case 6:
-        record = rawRecord(kRawFailure, "");
+        record = rawRecord(IPC_KIND_FAILURE, "");
         break;
       case 7:  // a stop record that is none, for it has a text
-        record.kind = kRawStop;
+        record.kind = IPC_KIND_STOP;
         record.total_length = 1 + below(1000);
         break;
       default:  // plain junk
@@ -131,8 +131,8 @@ class HostileWriter {
           right_type ? '"' + std::string(below(250U), 'h') + '"' : std::to_string(anyInt());
       text += ",\"" + std::string(member.key) + "\":" + value;
     }
-    RawRecord record =
-        rawRecord(message.delivery == Delivery::kSync ? kRawRequest : 1 + below(2), text + '}');
+    IpcRecord record =
+        rawRecord(message.delivery == Delivery::kSync ? IPC_KIND_REQUEST : 1 + below(2), text + '}');
     record.last = below(4) == 0 ? 0 : 1;
     put(record);
   }

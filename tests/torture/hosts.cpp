@@ -325,7 +325,7 @@ std::string plainAnswer(const std::string& request) {
 const ChildRole kPlainBrowser("plain browser", [](Parent& parent) {
   PlainServer server(kRequestQueueKey, kChannel, &plainAnswer);
   parent.hear();
-  const std::set<int> known{kRawOneWay, kRawRequest, kRawFailure};
+  const std::set<int> known{IPC_KIND_ONEWAY, IPC_KIND_REQUEST, IPC_KIND_FAILURE};
   const std::set<int> met = server.finish();
   return std::includes(known.begin(), known.end(), met.begin(), met.end()) ? 0 : 1;
 });

@@ -18,9 +18,6 @@
 namespace hbbtv_ryn::test {
 namespace {
 
-constexpr key_t kRequests = static_cast<key_t>(0x92101081U);
-constexpr key_t kNotifications = static_cast<key_t>(0x92101091U);
-
 class TraceTest : public testing::Test {
  protected:
   struct Trace {
@@ -68,7 +65,7 @@ TEST_F(TraceTest, ARequesterTracesItsRequestTheAnswerAndWhatItCannotUse) {
   EXPECT_EQ("0x92101081 out request 280 cut", next().what);
   EXPECT_EQ("0x92101081 out request 280 timed drop=not-sent result=-3 cut", next().what);
 
-  RawPeer browser(kRequests);
+  RawPeer browser(kRequestKey);
   const auto answerTo = [&](const char* reply, int result) {
     Concurrently asking([&] { return Zunt_RYN_Plugin_GetVisible(1, 10, &visible); });
     const std::string request = browser.nextRequest().text;
@@ -96,7 +93,7 @@ TEST_F(TraceTest, AServerTracesRequestsRepliesAndWhatItDrops) {
   handlers.GetKeyIcon = [](int, int, int, std::string& icon) { icon.assign(17000, 'i'); };
   Zunt_RYN_Browser_RegisterCallback(handlers, nullptr);
   ASSERT_EQ(0, Zunt_RYN_Browser_Initialize());
-  RawPeer plugin(kRequests);
+  RawPeer plugin(kRequestKey);
   const struct {
     const char* request;
     const char* received;
@@ -130,7 +127,7 @@ TEST_F(TraceTest, OneWayMessagesAreTracedAtBothEndsAndNobodyIsDelayedByAReader) 
   EXPECT_EQ(-3, Zunt_RYN_Browser_SendAppLoaded(1, 1));
   EXPECT_EQ("0x92101091 out oneway 240", next().what);
   EXPECT_EQ("0x92101091 out oneway 240 drop=not-sent result=-3", next().what);
-  RawQueue notifications(kNotifications);
+  RawQueue notifications(kNotificationKey);
   const auto tooLong = [] { return Zunt_RYN_Browser_OpApp_Update(1, 1, std::string(17000, 'u')); };
   EXPECT_EQ(-1, tooLong());
   next();

@@ -18,6 +18,8 @@
 #include <string>
 #include <system_error>
 
+#include "tools/support/raw_peer.h"
+
 namespace hbbtv_ryn::test {
 namespace {
 
@@ -88,7 +90,9 @@ void isolateTest() {
     if (unshare(CLONE_NEWIPC) != 0) throw std::system_error(errno, std::generic_category(), "unshare");
     return;
   }
-  for (unsigned key = 0x92101081; key <= 0x92101094; ++key) removeQueuesOf(static_cast<key_t>(key));
+  for (const key_t key : {kRequestKey, kNotificationKey, kQueryKey}) {
+    for (const key_t reply : {0, 1}) removeQueuesOf(key + reply);
+  }
 }
 
 bool isIsolated() {

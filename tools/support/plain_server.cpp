@@ -22,7 +22,7 @@ std::set<int> PlainServer::finish() {
 }
 
 void PlainServer::serve() {
-  RawRecord record;
+  IpcRecord record;
   std::string text;
   bool between_messages = true;
   while (!crashed_ && !(finished_ && between_messages)) {
@@ -34,7 +34,7 @@ void PlainServer::serve() {
     text.append(record.data, static_cast<std::size_t>(record.chunk_length));
     between_messages = record.last != 0;
     if (!between_messages) continue;
-    if (record.kind == kRawRequest) answer(text);
+    if (record.kind == IPC_KIND_REQUEST) answer(text);
     text.clear();
   }
 }
@@ -42,8 +42,8 @@ void PlainServer::serve() {
 void PlainServer::answer(const std::string& request) {
   const std::string text = answer_ ? answer_(request) : request;
   if (crashed_) return;
-  for (RawRecord& record : rawRecords(kRawReply, text)) {
-    record.type = channel_;
+  for (IpcRecord& record : rawRecords(IPC_KIND_REPLY, text)) {
+    record.mtype = channel_;
     peer_.replies.send(record);
   }
 }

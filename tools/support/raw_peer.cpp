@@ -15,9 +15,9 @@
 namespace hbbtv_ryn::test {
 namespace {
 
-static_assert(offsetof(RawRecord, kind) == sizeof(long));
-static_assert(offsetof(RawRecord, data) == sizeof(long) + 28);
-static_assert(sizeof(RawRecord) == sizeof(long) + kRawRecordBytes);
+static_assert(offsetof(IpcRecord, kind) == sizeof(long));
+static_assert(offsetof(IpcRecord, data) == sizeof(long) + 28);
+static_assert(sizeof(IpcRecord) == sizeof(long) + kRawRecordBytes);
 
 [[noreturn]] void fail(const char* what) {
   throw std::system_error(errno, std::generic_category(), what);
@@ -41,20 +41,18 @@ void require(bool holds, const char* what) {
 
 }  // namespace
 
-RawRecord rawRecord(int kind, const std::string& text) {
-  RawRecord record;
-  record.kind = kind;
-  record.total_length = static_cast<int32_t>(text.size());
-  record.chunk_length = record.total_length;
+IpcRecord rawRecord(int kind, const std::string& text) {
+  const auto length = static_cast<int32_t>(text.size());
+  IpcRecord record{1, kind, length, 1, 1, 1, 0, length, {}};
   std::copy(text.begin(), text.end(), record.data);
   return record;
 }
 
-std::vector<RawRecord> rawRecords(int kind, const std::string& text) {
-  std::vector<RawRecord> records;
+std::vector<IpcRecord> rawRecords(int kind, const std::string& text) {
+  std::vector<IpcRecord> records;
   std::size_t at = 0;
   do {
-    RawRecord record = rawRecord(kind, text.substr(at, kRawPayload));
+    IpcRecord record = rawRecord(kind, text.substr(at, kRawPayload));
     at += static_cast<std::size_t>(record.chunk_length);
     record.total_length = static_cast<int32_t>(text.size());
     record.sequence = static_cast<int32_t>(records.size()) + 1;
@@ -68,11 +66,11 @@ RawQueue::RawQueue(key_t key) : id_(msgget(key, IPC_CREAT | 0666)) {
   if (id_ < 0) fail("msgget");
 }
 
-void RawQueue::send(const RawRecord& record, std::size_t bytes) {
+void RawQueue::send(const IpcRecord& record, std::size_t bytes) {
   waitUntil("the queue had room", [&] { return trySend(record, bytes); });
 }
 
-bool RawQueue::trySend(const RawRecord& record, std::size_t bytes) {
+bool RawQueue::trySend(const IpcRecord& record, std::size_t bytes) {
   return putNow(id_, &record, bytes);
 }
 
@@ -87,8 +85,8 @@ void RawQueue::sendMessage(int kind, const std::string& text) {
   for (const auto& record : rawRecords(kind, text)) send(record);
 }
 
-RawRecord RawQueue::take() {
-  RawRecord record;
+IpcRecord RawQueue::take() {
+  IpcRecord record;
   ssize_t bytes = -1;
   waitUntil("a record arrived", [&] {
     bytes = msgrcv(id_, &record, kRawRecordBytes, 0, IPC_NOWAIT);
@@ -100,7 +98,7 @@ RawRecord RawQueue::take() {
 }
 
 RawMessage RawQueue::takeMessage() {
-  RawRecord record = take();
+  IpcRecord record = take();
   RawMessage message{record.kind, record.total_length, {}};
   for (int sequence = 1;; ++sequence, record = take()) {
     const auto length = static_cast<std::size_t>(record.chunk_length);
@@ -119,7 +117,7 @@ RawMessage RawQueue::takeMessage() {
 }
 
 void RawQueue::discardAll() {
-  RawRecord record;
+  IpcRecord record;
   while (msgrcv(id_, &record, kRawRecordBytes, 0, IPC_NOWAIT | MSG_NOERROR) >= 0) continue;
 }
 
@@ -146,7 +144,7 @@ void RawQueue::remove() const {
 }
 
 RawMessage RawPeer::ask(const std::string& text) {
-  requests.sendMessage(kRawRequest, text);
+  requests.sendMessage(IPC_KIND_REQUEST, text);
   return replies.takeMessage();
 }
 

@@ -1,6 +1,7 @@
 /// @file
-/// A peer that shares no code with the library: it speaks to System V queues directly and has its own idea
-/// of the record, so that a mistake made alike by the library's sender and receiver shows.
+/// A peer that shares no code with the library, only the public record: it speaks to System V queues
+/// directly and has its own idea of keys, sizes and what a record holds, so that a mistake made alike by
+/// the library's sender and receiver shows.
 ///
 /// Every wait ends at the deadline with an exception, which fails the test.
 #ifndef HBBTV_RYN_TOOLS_SUPPORT_RAW_PEER_H
@@ -13,36 +14,24 @@
 #include <string>
 #include <vector>
 
+#include "hbbtv_ryn/ipc.h"
+
 namespace hbbtv_ryn::test {
 
-inline constexpr int kRawStop = 0;
-inline constexpr int kRawOneWay = 1;
-inline constexpr int kRawRequest = 2;
-inline constexpr int kRawReply = 3;
-inline constexpr int kRawFailure = 4;
-
-/// One record as every handle of the system sends it. The initial values are a whole empty one-way message.
-struct RawRecord {
-  long type = 1;
-  int32_t kind = kRawOneWay;
-  int32_t total_length = 0;
-  int32_t sequence = 1;
-  int32_t last = 1;
-  int32_t marker = 1;
-  int32_t reserved = 0;
-  int32_t chunk_length = 0;
-  char data[1028] = {};
-};
+/// The three request queues; a queue's replies travel at the next key.
+inline constexpr auto kRequestKey = static_cast<key_t>(0x92101081);       // plug-in to browser
+inline constexpr auto kNotificationKey = static_cast<key_t>(0x92101091);  // browser to plug-in
+inline constexpr auto kQueryKey = static_cast<key_t>(0x92101093);         // browser to plug-in
 
 /// Message bytes in a full record.
 inline constexpr std::size_t kRawPayload = 1025;
 /// The size of every record as msgsnd() and msgrcv() count it: without the type word.
 inline constexpr std::size_t kRawRecordBytes = 1056;
 
-/// A record of `text`, at most kRawPayload bytes, that is a whole message.
-RawRecord rawRecord(int kind, const std::string& text);
+/// A record of `text`, at most kRawPayload bytes, that is a whole message on channel 1.
+IpcRecord rawRecord(int kind, const std::string& text);
 /// A message of any length cut into its records.
-std::vector<RawRecord> rawRecords(int kind, const std::string& text);
+std::vector<IpcRecord> rawRecords(int kind, const std::string& text);
 
 struct RawMessage {
   int kind;
@@ -56,15 +45,15 @@ class RawQueue {
   explicit RawQueue(key_t key);
 
   /// Puts a record on the queue with this size, right or wrong; waits while the queue is full.
-  void send(const RawRecord& record, std::size_t bytes = kRawRecordBytes);
+  void send(const IpcRecord& record, std::size_t bytes = kRawRecordBytes);
   /// Puts any bytes on the queue.
   void sendBytes(const std::string& body, long type = 1);
   /// Sends as send() does, but says false instead of waiting.
-  bool trySend(const RawRecord& record, std::size_t bytes = kRawRecordBytes);
+  bool trySend(const IpcRecord& record, std::size_t bytes = kRawRecordBytes);
   void sendMessage(int kind, const std::string& text);
 
   /// The next record of any type; it must have the size of a record.
-  RawRecord take();
+  IpcRecord take();
   /// The next message, joined; its records must agree with each other as a sender's do.
   RawMessage takeMessage();
 
@@ -90,15 +79,15 @@ class RawPeer {
   explicit RawPeer(key_t key) : requests(key), replies(key + 1) {}
 
   // As the client.
-  void notify(const std::string& text) { requests.sendMessage(kRawOneWay, text); }
+  void notify(const std::string& text) { requests.sendMessage(IPC_KIND_ONEWAY, text); }
   /// Sends a request and waits for its answer.
   RawMessage ask(const std::string& text);
 
   // As the server.
   RawMessage nextRequest() { return requests.takeMessage(); }
-  void reply(const std::string& text) { replies.sendMessage(kRawReply, text); }
+  void reply(const std::string& text) { replies.sendMessage(IPC_KIND_REPLY, text); }
   /// The answer of a server that has none.
-  void fail() { replies.sendMessage(kRawFailure, std::string("a\0", 2)); }
+  void fail() { replies.sendMessage(IPC_KIND_FAILURE, std::string("a\0", 2)); }
 
   RawQueue requests;
   RawQueue replies;
