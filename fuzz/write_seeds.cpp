@@ -46,7 +46,7 @@ void writeMessages(const fs::path& folder) {
   // As many as there are; more would do no harm.
   for (std::size_t number = 0; number < 2 * std::size(kMessages); ++number) {
     const test::Message& message = test::messageAt(number);
-    const int kind = message.isSynchronous() ? test::IPC_KIND_REQUEST : test::IPC_KIND_ONEWAY;
+    const int kind = message.isSynchronous() ? IPC_KIND_REQUEST : IPC_KIND_ONEWAY;
     writeText(number, "_sent", message.text);
     writeText(number, "_answered", message.reply);
     write(folder / "record_joiner" / std::to_string(number), asRecords(kind, message.text));
