@@ -28,29 +28,6 @@ TEST(ClientTest, OpensItsQueuesWhenTheyExist) {
   EXPECT_EQ(IPC_KIND_ONEWAY, requests.takeMessage().kind);
 }
 
-TEST(ClientTest, RefusesBadArguments) {
-  RawPeer server(kKey);
-  Client client;
-  char text[] = "text";
-  const IpcMessage good{4, text};
-  const IpcMessage empty{0, text};
-  const IpcMessage negative{-1, text};
-  IpcMessage reply{kUntouched, nullptr};
-  EXPECT_EQ(-3, zunt_ipc_client_create(kKey, kChannel, 1, IPC_CHUNK_SIZE, nullptr));
-  EXPECT_EQ(-3, zunt_ipc_client_destroy(nullptr));
-  const std::pair<IpcClient*, const IpcMessage*> calls[] = {
-      {nullptr, &good}, {client.handle(), nullptr}, {client.handle(), &empty}};
-  for (const auto& [handle, message] : calls) {
-    EXPECT_EQ(-3, zunt_ipc_client_send(handle, message));
-    EXPECT_EQ(-3, zunt_ipc_client_send_sync_with_params(handle, message, &reply));
-    EXPECT_EQ(-3, zunt_ipc_client_send_sync_with_callback(handle, message, nullptr));
-  }
-  EXPECT_EQ(-3, zunt_ipc_client_send_sync_with_params(client.handle(), &good, nullptr));
-  EXPECT_EQ(-1, zunt_ipc_client_send(client.handle(), &negative));
-  EXPECT_EQ(kUntouched, reply.length);
-  EXPECT_EQ(0U, server.requests.depth());
-}
-
 TEST(ClientTest, ExchangesTheLongestMessageAndRefusesAByteMore) {
   RawPeer server(kKey);
   Client client;

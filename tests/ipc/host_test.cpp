@@ -110,12 +110,6 @@ TEST_F(HostTest, AForkedChildDestroysItsCopiesAndTheParentGoesOn) {
   EXPECT_EQ(0, client->notEchoed(40));
 }
 
-const ChildRole kAsker("asker", [](Parent& parent) {
-  Client client;
-  for (;;) parent.say(client.ask(parent.hear()).text.value_or("none"));
-  return 0;
-});
-
 const ChildRole kExecutor("executor", [](Parent& parent) {
   const Server server(&echo);
   parent.say("up");
@@ -250,17 +244,6 @@ TEST_F(HostTest, EveryChunkSizeAndChannelIsServed) {
       EXPECT_EQ(0U, RawQueue(kKey + 1).depth());
     }
   }
-}
-
-TEST_F(HostTest, WhatIsRefusedLeavesNothingOnAQueue) {
-  RawPeer plain(kKey);
-  const IpcMessage no_text{5, nullptr};
-  IpcMessage reply{kUntouched, nullptr};
-  EXPECT_EQ(-1, zunt_ipc_client_send_sync_with_params(client_.handle(), &no_text, &reply));
-  EXPECT_EQ(-1, client_.ask(std::string(IPC_MAX_MESSAGE + 1, 'x')).result);
-  EXPECT_EQ(0U, plain.requests.depth());
-  const Server server(&echo);
-  expectServed();
 }
 
 TEST_F(HostTest, ServersThatOverlapInARestartCostNoWrongAnswer) {

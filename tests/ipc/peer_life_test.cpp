@@ -36,14 +36,13 @@ const ChildRole kServerRole("server", [](Parent& parent) {
   return 0;
 });
 
-namespace {
-
-// Makes one request per text that it is told, and tells the answer.
-const ChildRole kClient("client", [](Parent& parent) {
+const ChildRole kAsker("asker", [](Parent& parent) {
   Client client;
   for (;;) parent.say(client.ask(parent.hear()).text.value_or("none"));
   return 0;
 });
+
+namespace {
 
 class PeerLifeTest : public testing::Test {
  protected:
@@ -129,7 +128,7 @@ TEST_F(PeerLifeTest, ASlowServerIsWaitedForAndAnOlderOneThatShowsNoLifeToo) {
 TEST_F(PeerLifeTest, AnAnswerToAKilledClientNeverReachesItsSuccessor) {
   ServerProcess server;
   for (const bool before : {true, false}) {
-    ChildProcess first(kClient);
+    ChildProcess first(kAsker);
     first.say("slow, asked by the first");
     server.waitUntilTaken();
     first.kill();
@@ -139,7 +138,7 @@ TEST_F(PeerLifeTest, AnAnswerToAKilledClientNeverReachesItsSuccessor) {
     }
     // And the beginning of a second message.
     RawQueue(kKey).send(rawRecords(IPC_KIND_REQUEST, std::string(3000, 'h'))[0]);
-    ChildProcess second(kClient);
+    ChildProcess second(kAsker);
     second.say("asked by the second");
     if (!before) {
       waitUntil("the second had sent something", [] { return RawQueue(kKey).depth() > 1; });

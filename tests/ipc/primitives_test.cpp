@@ -84,30 +84,6 @@ TEST_F(PrimitivesTest, MessagesOfEveryEdgeSizeAreCutAndJoined) {
   }
 }
 
-TEST_F(PrimitivesTest, RefusesBadArgumentsAndLeavesTheQueueAlone) {
-  char text[] = "text";
-  const IpcMessage good{4, text};
-  const IpcMessage negative{-1, text};
-  const IpcMessage textless{4, nullptr};
-  const int id = queue_.id();
-  for (const IpcMessage* bad : {static_cast<const IpcMessage*>(nullptr), &negative, &textless}) {
-    EXPECT_EQ(-3, ipc_snd_internal(id, kChannel, IPC_CHUNK_SIZE, bad, IPC_KIND_ONEWAY));
-  }
-  EXPECT_EQ(-3, ipc_snd_internal(id, kChannel, 0, &good, IPC_KIND_ONEWAY));
-  EXPECT_EQ(-3, ipc_snd_internal(id, -1, IPC_CHUNK_SIZE, &good, IPC_KIND_ONEWAY));
-  EXPECT_EQ(0U, queue_.depth());
-
-  queue_.send(rawRecord(IPC_KIND_ONEWAY, std::string(kRawPayload, 'x')));
-  int zero = 0;
-  EXPECT_EQ(-3, ipc_rcv_internal(id, kChannel, IPC_CHUNK_SIZE, nullptr, &text_, &capacity_));
-  EXPECT_EQ(-3, ipc_rcv_internal(id, kChannel, IPC_CHUNK_SIZE, &record_, nullptr, &capacity_));
-  EXPECT_EQ(-3, ipc_rcv_internal(id, kChannel, IPC_CHUNK_SIZE, &record_, &text_, &zero));
-  EXPECT_EQ(1U, queue_.depth());
-  // A buffer that has to grow, and is not there.
-  char* none = nullptr;
-  EXPECT_EQ(-4, ipc_rcv_internal(id, kChannel, IPC_CHUNK_SIZE, &record_, &none, &capacity_));
-}
-
 TEST_F(PrimitivesTest, AFullQueueCostsEachRecordSixAttemptsThenTheRecord) {
   queue_.setCapacity(kRawRecordBytes);
   queue_.send(rawRecord(IPC_KIND_ONEWAY, "in the way"));

@@ -17,6 +17,9 @@ inline constexpr std::chrono::milliseconds kLongerThanTheWatchNeeds{1500};
 // Serves echoes, and a text that begins with "slow" only when the test says so.
 extern const ChildRole kServerRole;
 
+// Makes one request per text that it is told, and tells the answer.
+extern const ChildRole kAsker;
+
 inline IpcMessage* echo(const IpcMessage* request, void* /*user_data*/) {
   return newReply(textOf(request));
 }

@@ -1,0 +1,79 @@
+// What is refused before anything is touched, at every function of the channel.
+#include <gtest/gtest.h>
+
+#include "ipc/channel_handles.h"
+#include "tools/support/raw_peer.h"
+
+namespace hbbtv_ryn::test {
+namespace {
+
+TEST(RefusalTest, LeavesQueuesAndOutParametersAlone) {
+  RawPeer peer(kKey);
+  Client client;
+  Client zero_chunk(1, kKey, kChannel, 0);
+  char bytes[] = "text";
+  const IpcMessage good{4, bytes}, empty{0, bytes}, negative{-1, bytes}, textless{4, nullptr};
+  const std::string longer(IPC_MAX_MESSAGE + 1, 'x');
+  const IpcMessage too_long = messageOf(longer);
+  IpcMessage reply{kUntouched, nullptr};
+  IpcRecord record{};
+  char* text = static_cast<char*>(std::malloc(kRawPayload));
+  char* none = nullptr;
+  int capacity = kRawPayload;
+  int zero = 0;
+  const int queue = peer.requests.id();
+
+  const auto cut = [&](long channel, int chunk_size, const IpcMessage* message) {
+    return ipc_snd_internal(queue, channel, chunk_size, message, IPC_KIND_ONEWAY);
+  };
+  const auto join = [&](IpcRecord* into, char** joined, int* room) {
+    return ipc_rcv_internal(queue, kChannel, IPC_CHUNK_SIZE, into, joined, room);
+  };
+  const auto tell = [](Client& by, const IpcMessage* message) {
+    return zunt_ipc_client_send(by.handle(), message);
+  };
+  const auto ask = [&](Client& by, const IpcMessage* message) {
+    const int result = zunt_ipc_client_send_sync_with_params(by.handle(), message, &reply);
+    EXPECT_EQ(result, zunt_ipc_client_send_sync_with_callback(by.handle(), message, nullptr));
+    return result;
+  };
+  for (const IpcMessage* bad : {static_cast<const IpcMessage*>(nullptr), &negative, &textless}) {
+    EXPECT_EQ(-3, cut(kChannel, IPC_CHUNK_SIZE, bad));
+  }
+  EXPECT_EQ(-3, cut(kChannel, 0, &good));
+  EXPECT_EQ(-3, cut(-1, IPC_CHUNK_SIZE, &good));
+  for (const IpcMessage* bad : {static_cast<const IpcMessage*>(nullptr), &empty}) {
+    EXPECT_EQ(-3, tell(client, bad));
+    EXPECT_EQ(-3, ask(client, bad));
+  }
+  for (const IpcMessage* bad : {&negative, &textless, &too_long}) {
+    EXPECT_EQ(-1, tell(client, bad));
+    EXPECT_EQ(-1, ask(client, bad));
+  }
+  EXPECT_EQ(-1, tell(zero_chunk, &good));
+  EXPECT_EQ(-3, ask(zero_chunk, &good));
+  EXPECT_EQ(-3, zunt_ipc_client_send(nullptr, &good));
+  EXPECT_EQ(-3, zunt_ipc_client_send_sync_with_params(nullptr, &good, &reply));
+  EXPECT_EQ(-3, zunt_ipc_client_send_sync_with_callback(nullptr, &good, nullptr));
+  EXPECT_EQ(-3, zunt_ipc_client_send_sync_with_params(client.handle(), &good, nullptr));
+  EXPECT_EQ(-3, zunt_ipc_client_create(kKey, kChannel, 1, IPC_CHUNK_SIZE, nullptr));
+  EXPECT_EQ(-3, zunt_ipc_client_destroy(nullptr));
+  EXPECT_EQ(-3, zunt_ipc_server_create(kKey, kChannel, 1, IPC_CHUNK_SIZE, nullptr));
+  EXPECT_EQ(-3, zunt_ipc_server_register_callback(nullptr, nullptr, nullptr));
+  EXPECT_EQ(-3, zunt_ipc_server_unregister_callback(nullptr));
+  EXPECT_EQ(-3, zunt_ipc_server_destroy(nullptr));
+  EXPECT_EQ(kUntouched, reply.length);
+  EXPECT_EQ(0U, peer.requests.depth());
+
+  peer.requests.send(rawRecord(IPC_KIND_ONEWAY, std::string(kRawPayload, 'x')));
+  EXPECT_EQ(-3, join(nullptr, &text, &capacity));
+  EXPECT_EQ(-3, join(&record, nullptr, &capacity));
+  EXPECT_EQ(-3, join(&record, &text, nullptr));
+  EXPECT_EQ(-3, join(&record, &text, &zero));
+  EXPECT_EQ(1U, peer.requests.depth());
+  EXPECT_EQ(-4, join(&record, &none, &capacity));  // a buffer that has to grow, and is not there
+  std::free(text);
+}
+
+}  // namespace
+}  // namespace hbbtv_ryn::test
