@@ -44,7 +44,7 @@ check: ## Build everything and run the tests
 check-page: ## Try the page of rynctl report in a headless Chromium
 	$(install) build page
 	$(call build,dev,rynctl)
-	@python3 tests/report/page_test.py build/dev/bin/rynctl examples/rynctl/evening.json
+	@/usr/bin/python3 tests/report/page_test.py build/dev/bin/rynctl examples/rynctl/evening.json
 
 check-asan: ## Run the tests under the address and undefined-behaviour sanitizers
 	$(install) build check

@@ -15,7 +15,7 @@ packages_of() {
     build) echo cmake ninja-build ccache g++ pkg-config libjsoncpp-dev libcli11-dev libfmt-dev ;;
     check) echo libgtest-dev python3 ;;
     model) echo spin gcc ;;
-    page) echo chromium chromium-driver python3 ;;
+    page) echo chromium chromium-driver python3-selenium ;;
     armhf) echo g++-arm-linux-gnueabihf libjsoncpp-dev:armhf libfmt-dev:armhf libgtest-dev:armhf libstdc++6:armhf qemu-user ;;
     package) echo debootstrap dpkg-dev file ;;
     lint) echo clang-format clang-tidy ;;

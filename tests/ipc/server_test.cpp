@@ -92,6 +92,7 @@ TEST_F(ServerTest, DestroyServesWhatIsWaitingFirst) {
 TEST_F(ServerTest, AStopRecordAndAOneWayTextThatBeginsWithExitEndTheThread) {
   const IpcRecord stop = rawRecord(IPC_KIND_STOP, "");
   const auto waitForEnd = [] { waitUntil("the receive thread ended", [] { return rawLife(kKey) == 0; }); };
+  client_.notify("one way, no exit");
   expectServes("exit is only an order when it is one-way");
   client_.notify("exit, please");
   waitForEnd();

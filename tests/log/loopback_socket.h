@@ -1,5 +1,5 @@
 /// @file
-/// The tool's end of the log control channel and of the trace, with no code of the library in it.
+/// The tool's end of the log control channel and of the trace.
 #ifndef HBBTV_RYN_TESTS_LOG_LOOPBACK_SOCKET_H
 #define HBBTV_RYN_TESTS_LOG_LOOPBACK_SOCKET_H
 
@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <string>
 
+#include "base/loopback.h"
 #include "tools/support/deadline.h"
 
 namespace hbbtv_ryn::test {
@@ -27,7 +28,7 @@ class LoopbackSocket {
 
   /// @param port  0: any.
   explicit LoopbackSocket(std::uint16_t port = 0) : socket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-    const sockaddr_in own = address(port);
+    const sockaddr_in own = loopbackAddress(port);
     waitUntil("the port is free",
               [&] { return bind(socket_, reinterpret_cast<const sockaddr*>(&own), sizeof own) == 0; });
   }
@@ -42,7 +43,7 @@ class LoopbackSocket {
   }
 
   void send(std::uint16_t port, const std::string& bytes) {
-    const sockaddr_in peer = address(port);
+    const sockaddr_in peer = loopbackAddress(port);
     waitUntil("the datagram is sent", [&] {
       return sendto(socket_, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&peer),
                     sizeof peer) >= 0;
@@ -70,14 +71,6 @@ class LoopbackSocket {
   }
 
  private:
-  static sockaddr_in address(std::uint16_t port) {
-    sockaddr_in result{};
-    result.sin_family = AF_INET;
-    result.sin_port = htons(port);
-    result.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return result;
-  }
-
   int socket_;
 };
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Opens pages of `rynctl report` in a headless Chromium and works with them as a user does.
 
-Usage: page_test.py RYNCTL EXAMPLE_CAPTURE      Needs chromium and chromedriver; uses no network.
+Usage: page_test.py RYNCTL EXAMPLE_CAPTURE      Needs chromium and selenium; uses no network.
 """
 import json
 import os
@@ -9,50 +9,13 @@ import pathlib
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
-import urllib.request
+
+from selenium import webdriver
+from selenium.webdriver.common.keys import Keys
 
 RYNCTL, EXAMPLE = sys.argv[1:3]
-CHROMIUM = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
-            "--disable-background-networking", "--disable-component-update", "--disable-sync"]
 OURS = {"browser": "0x92101081", "plug-in": "0x92101091"}
-
-
-class Browser:
-    """A session of chromedriver, which speaks JSON over HTTP."""
-
-    def __init__(self, folder):
-        self.driver = subprocess.Popen(["chromedriver", "--port=0"], stdout=subprocess.PIPE, text=True)
-        for line in self.driver.stdout:
-            if "started successfully on port" in line:
-                self.address = "http://127.0.0.1:" + line.split("port")[1].strip(" .\n")
-                break
-        options = {"args": CHROMIUM + ["--window-size=1400,900", "--user-data-dir=" + folder]}
-        made = self.ask("POST", "/session", {"capabilities": {"alwaysMatch": {
-            "goog:chromeOptions": options, "goog:loggingPrefs": {"browser": "ALL"}}}})
-        self.address += "/session/" + made["sessionId"]
-
-    def ask(self, method, path, body=None):
-        request = urllib.request.Request(self.address + path, json.dumps(body or {}).encode() if method == "POST" else None,
-                                         {"Content-Type": "application/json"}, method=method)
-        with urllib.request.urlopen(request, timeout=30) as answer:
-            return json.load(answer)["value"]
-
-    def run(self, script):
-        return self.ask("POST", "/execute/sync", {"script": script, "args": []})
-
-    def text(self, selector):
-        return self.run(f"return document.querySelector({selector!r}).innerText")
-
-    def press(self, key):
-        self.ask("POST", "/actions", {"actions": [{"type": "key", "id": "keys", "actions": [
-            {"type": "keyDown", "value": key}, {"type": "keyUp", "value": key}]}]})
-
-    def quit(self):
-        self.ask("DELETE", "")
-        self.driver.terminate()
-        self.driver.communicate()
 
 
 def trace(seq, way, kind, name, code, text, side="browser", **more):
@@ -66,7 +29,12 @@ class PageTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.folder = tempfile.TemporaryDirectory(ignore_cleanup_errors=True)
-        cls.browser = Browser(cls.folder.name + "/profile")
+        options = webdriver.ChromeOptions()
+        for option in ("headless", "no-sandbox", "disable-gpu", "disable-background-networking", "window-size=1400,900"):
+            options.add_argument("--" + option)
+        options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
+        cls.browser = webdriver.Chrome(options=options)
+        cls.run_script = cls.browser.execute_script
 
     @classmethod
     def tearDownClass(cls):
@@ -76,8 +44,14 @@ class PageTest(unittest.TestCase):
     def open(self, capture, state=""):
         page = os.path.join(self.folder.name, "page.html")
         subprocess.run([RYNCTL, "report", capture, "-o", page], check=True, capture_output=True)
-        self.browser.ask("POST", "/url", {"url": "about:blank"})
-        self.browser.ask("POST", "/url", {"url": pathlib.Path(page).as_uri() + state})
+        self.browser.get("about:blank")
+        self.browser.get(pathlib.Path(page).as_uri() + state)
+
+    def text(self, selector):
+        return self.run_script(f"return document.querySelector({selector!r}).innerText")
+
+    def press(self, key):
+        webdriver.ActionChains(self.browser).send_keys(key).perform()
 
     def written(self, lines):
         capture = os.path.join(self.folder.name, "capture.json")
@@ -85,13 +59,13 @@ class PageTest(unittest.TestCase):
         return capture
 
     def count(self, what):
-        return int(self.browser.text("#count-" + what).split()[0].replace(",", ""))
+        return int(self.text("#count-" + what).split()[0].replace(",", ""))
 
     def shown(self):
-        return self.browser.text("#shown")
+        return self.text("#shown")
 
     def tearDown(self):
-        severe = [entry for entry in self.browser.ask("POST", "/se/log", {"type": "browser"}) if entry["level"] == "SEVERE"]
+        severe = [entry for entry in self.browser.get_log("browser") if entry["level"] == "SEVERE"]
         self.assertEqual([], severe)
 
     def test_the_counts_are_those_of_the_capture_and_filters_choose(self):
@@ -102,33 +76,33 @@ class PageTest(unittest.TestCase):
         self.assertEqual([len(messages), len(questions), 0, 0, 0],
                          [self.count(what) for what in ("messages", "exchanges", "unanswered", "dropped", "lost")])
         label = [one for one in messages if one["name"] == "GetKeyLabel"]
-        self.browser.run("document.querySelector('#name').value = 'getkeyl*';"
+        self.run_script("document.querySelector('#name').value = 'getkeyl*';"
                          "document.querySelector('#name').dispatchEvent(new Event('input'))")
         self.assertEqual(f"{len(label)} of {len(messages)} messages", self.shown())
-        self.assertIn("name=getkeyl*", self.browser.run("return location.hash"))
+        self.assertIn("name=getkeyl*", self.run_script("return location.hash"))
         # A link shows what one saw.
         self.open(EXAMPLE, "#to=plug-in")
         to_plugin = [one for one in messages if one["queue"] != OURS["browser"]]
         self.assertEqual(f"{len(to_plugin)} of {len(messages)} messages", self.shown())
         # A click in the table filters, and one on its heading sorts.
-        self.browser.run("document.querySelector('#reset').click(); document.querySelector('[data-column=name]').click()")
-        names = self.browser.run("return [...document.querySelectorAll('tbody button')].map((cell) => cell.innerText)")
+        self.run_script("document.querySelector('#reset').click(); document.querySelector('[data-column=name]').click()")
+        names = self.run_script("return [...document.querySelectorAll('tbody button')].map((cell) => cell.innerText)")
         self.assertEqual(sorted({one["name"] for one in messages}, key=str.lower), names)
-        self.browser.run("document.querySelector('tbody button').click()")
+        self.run_script("document.querySelector('tbody button').click()")
         self.assertEqual(f"{sum(one['name'] == names[0] for one in messages)} of {len(messages)} messages", self.shown())
 
     def test_a_click_or_a_key_shows_the_whole_exchange(self):
         self.open(EXAMPLE, "#name=CreateApp")
-        self.browser.run("document.querySelector('.row').click(); document.querySelector('#diagram').focus()")
-        detail = self.browser.text("#detail")
+        self.run_script("document.querySelector('.row').click(); document.querySelector('#diagram').focus()")
+        detail = self.text("#detail")
         for expected in ("CreateApp", "in flight", '"url": "http://', '"orgid": 10'):
             self.assertIn(expected, detail)
-        for key in ("\ue015", "\ue015"):  # down, over the answer to the next question
-            self.browser.press(key)
-        self.assertNotEqual(detail, self.browser.text("#detail"))
-        self.browser.press("\ue00c")  # escape
-        self.assertTrue(self.browser.run("return document.querySelector('#detail').hidden"))
-        self.assertEqual("#name=CreateApp", self.browser.run("return location.hash"))
+        for key in (Keys.DOWN, Keys.DOWN):  # down, over the answer to the next question
+            self.press(key)
+        self.assertNotEqual(detail, self.text("#detail"))
+        self.press(Keys.ESCAPE)
+        self.assertTrue(self.run_script("return document.querySelector('#detail').hidden"))
+        self.assertEqual("#name=CreateApp", self.run_script("return location.hash"))
 
     def test_texts_are_never_markup(self):
         evil = "</script><!--<script><img src=x onerror='document.title=\"run\"'>&lt;"
@@ -137,11 +111,11 @@ class PageTest(unittest.TestCase):
             trace(1, "out", "request", evil, 209, member, process=evil), trace(2, "in", "request", evil, 209, member),
             trace(3, "out", "reply", evil, 209, evil), trace(4, "in", "reply", evil, 209, evil, waited=20),
             trace(9, "out", "oneway", "x", 4711, evil, drop="not-sent"), evil]), "#at=0&name=%3Cscript%3E&sort=constructor")
-        self.browser.run("document.querySelector('#reset').click()")
-        self.assertIn(evil, self.browser.text("#detail"))
-        self.assertIn("1 line could not be read, the first: ", self.browser.text("#notes"))
-        self.assertEqual("capture.json", self.browser.run("return document.title"))
-        self.assertEqual(0, self.browser.run("return document.querySelectorAll('img').length"))
+        self.run_script("document.querySelector('#reset').click()")
+        self.assertIn(evil, self.text("#detail"))
+        self.assertIn("1 line could not be read, the first: ", self.text("#notes"))
+        self.assertEqual("capture.json", self.run_script("return document.title"))
+        self.assertEqual(0, self.run_script("return document.querySelectorAll('img').length"))
         self.assertEqual([1, 0], [self.count("dropped"), self.count("unanswered")])
 
     def test_what_went_wrong_stands_first(self):
@@ -154,11 +128,11 @@ class PageTest(unittest.TestCase):
         lines += [trace(200, "out", "request", "GetValue", 222, question), trace(201, "out", "request", "GetValue", 222, question, drop="no-answer", result=-1),
                   trace(200, "in", "request", "GetValue", 222, '{"t":222}', pid=999)]
         self.open(self.written(lines))
-        findings = self.browser.text("#findings")
+        findings = self.text("#findings")
         for expected in ("no answer\nGetVisible\nthrew", "no answer\nGetValue\nno-answer", "full queue\n5 messages to the plug-in behind 15 records",
                          "gap\n", "host (812), followed by host (999)"):
             self.assertIn(expected, findings)
-        self.browser.run("document.querySelector('#errors').click()")
+        self.run_script("document.querySelector('#errors').click()")
         self.assertEqual("3 of 23 messages", self.shown())
 
     def test_twenty_thousand_messages_are_there_in_two_seconds(self):
@@ -172,11 +146,11 @@ class PageTest(unittest.TestCase):
                       trace(3 * i + 3, "in", "oneway", "ShowApp", 212, '{"t":212,"appid":%d}' % i)]
         self.open(self.written(lines))
         self.assertEqual(20000, self.count("messages"))
-        print("ready after", self.browser.run("return document.documentElement.dataset.ready"), "ms", file=sys.stderr)
-        self.assertLess(self.browser.run("return document.querySelectorAll('*').length"), 3000)
-        self.browser.run("document.querySelector('#diagram').focus()")
-        self.browser.press("\ue010")  # end
-        self.assertIn('"appid": 9999', self.browser.text("#detail"))
+        print("ready after", self.run_script("return document.documentElement.dataset.ready"), "ms", file=sys.stderr)
+        self.assertLess(self.run_script("return document.querySelectorAll('*').length"), 3000)
+        self.run_script("document.querySelector('#diagram').focus()")
+        self.press(Keys.END)
+        self.assertIn('"appid": 9999', self.text("#detail"))
 
 
 unittest.main(argv=sys.argv[:1])
