@@ -7,7 +7,6 @@
 
 #include "endpoints/any_function.h"
 #include "endpoints/messages.h"
-#include "tools/support/isolation.h"
 #include "tools/support/raw_peer.h"
 
 namespace hbbtv_ryn::test {
@@ -190,20 +189,6 @@ TEST_P(EndpointTest, StartsAndStopsAnyNumberOfTimesWithoutLeavingAnything) {
     waitUntil("no thread was left", [&] { return threads() == started - endpoint.receive_threads; });
   }
   EXPECT_EQ(descriptors, entriesOf("/proc/self/fd"));
-}
-
-TEST_P(EndpointTest, AStartThatFailsLeavesNothingAndCanBeRepeated) {
-  if (!isIsolated()) GTEST_SKIP() << "would change the machine";
-  EXPECT_EQ(0, endpoint.stop());
-  isolateTest();
-  int room = 0;
-  for (setQueueLimit(room); endpoint.start() != 0; setQueueLimit(++room)) {
-    for (const auto& message : endpoint.receives) EXPECT_GE(0, rawLife(message.queue));
-    EXPECT_EQ("-3:", endpoint.sends.back().send());
-  }
-  EXPECT_LE(2, room);
-  setQueueLimit(100);
-  expectStarted();
 }
 
 TEST_P(EndpointTest, CallsReportAPeerThatHasNeverRunAndAnEndpointThatIsNotStarted) {

@@ -8,7 +8,6 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
-#include <cstddef>
 #include <cstdlib>
 #include <ctime>
 #include <new>

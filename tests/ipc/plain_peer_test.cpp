@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <csignal>
-#include <mutex>
 #include <optional>
 
 #include "ipc/channel_handles.h"

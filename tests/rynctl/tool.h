@@ -4,7 +4,6 @@
 #define HBBTV_RYN_TESTS_RYNCTL_TOOL_H
 
 #include <json/value.h>
-#include <sys/types.h>
 
 #include <csignal>
 #include <cstdlib>
