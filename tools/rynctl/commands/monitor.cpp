@@ -67,33 +67,13 @@ class TraceSwitch {
   std::map<std::uint16_t, Process> processes_;
 };
 
-/// Writes each trace to a file, if one is named, with the name of its process while that can be seen.
-class Recorder {
- public:
-  explicit Recorder(std::string file) : name_(std::move(file)) {
-    if (!name_.empty()) file_.open(name_);
-    if (!file_) throw Failure(ExitCode::kUsage, "{} cannot be written", printable(name_));
-  }
-  void take(TraceEvent* event) {
-    if (!file_.is_open()) return;
-    auto [process, unknown] = processes_.try_emplace(event->pid);
-    if (unknown) process->second = processAt(event->pid, std::time(nullptr)).name;
-    if (!process->second.empty()) event->json["process"] = process->second;
-    file_ << oneLine(event->json) << '\n';
-  }
-  void end() {
-    if (!file_.flush()) throw Failure(ExitCode::kRefused, "{} cannot be written", printable(name_));
-  }
-
- private:
-  const std::string name_;
-  std::ofstream file_;
-  std::map<pid_t, std::string> processes_;
-};
-
 ExitCode monitor(const Options& options) {
   constexpr std::chrono::seconds kLook{1};
-  Recorder recorder(options.file);
+  constexpr std::int64_t kPerSecond = 1000000;
+  std::ofstream file;
+  if (!options.file.empty()) file.open(options.file);
+  if (!file) throw Failure(ExitCode::kUsage, "{} cannot be written", printable(options.file));
+  std::map<pid_t, std::string> names;  // of the processes, while they can be seen
   const Interrupt interrupt;
   const UdpPort traces(trace::kPort, "watch");
   const LogControl control;
@@ -114,7 +94,12 @@ ExitCode monitor(const Options& options) {
       while (const auto datagram = traces.take(trace::kMaxDatagram + 1)) {
         auto event = parseTrace(datagram->bytes);
         if (!event) continue;
-        recorder.take(&*event);
+        const auto [pid, seconds] = std::pair(event->at.pid, event->at.time / kPerSecond);
+        const auto [name, added] = names.try_emplace(pid);
+        if (added) name->second = processAt(pid, static_cast<std::time_t>(seconds)).name;
+        event->process = name->second;
+        if (!event->process.empty()) event->json["process"] = event->process;
+        if (file.is_open()) file << oneLine(event->json) << '\n';
         view.take(*event);
       }
       view.showLeft(kLook);
@@ -122,7 +107,7 @@ ExitCode monitor(const Options& options) {
   }
   view.showLeft();
   remark("{}, {} lost", counted(static_cast<unsigned long>(view.messages()), "message"), view.lost());
-  recorder.end();
+  if (!file.flush()) throw Failure(ExitCode::kRefused, "{} cannot be written", printable(options.file));
   return ExitCode::kDone;
 }
 

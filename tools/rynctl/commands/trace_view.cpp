@@ -37,66 +37,55 @@ std::string problemText(const TraceEvent& event) {
   return text;
 }
 
+/// The processes' names have been looked up by whoever heard them.
+std::string lineOf(const TraceEvent& event, const Exchange& exchange) {
+  // As wide as the longest name of an answer, so that the members stand below each other.
+  constexpr int kNameColumns = 30;
+  const bool answer = event.isAnswer();
+  const std::string name = nameText(exchange.message, event.code) + (answer ? " answer" : "");
+  std::string text =
+      compose("{}  {}  {:{}}  {}", clockText(event.at.time), arrowTo(event, exchange.message), name,
+              kNameColumns, membersIn(event.text, exchange.message, answer));
+  std::vector<std::string> times;
+  if (const auto took = exchange.trace.waited) times.push_back("in flight " + durationText(*took));
+  if (const auto took = exchange.trace.handling) times.push_back("in the handler " + durationText(*took));
+  if (!times.empty()) text += compose("  ({})", joined(times, ", "));
+  if (event.isProblem()) {
+    const Process process{event.at.pid, !event.process.empty(), event.process};
+    text += compose("  {} by {}", styled(Style::kProblem, problemText(event)), process.text());
+  }
+  text.erase(text.find_last_not_of(' ') + 1);
+  return text;
+}
+
 }  // namespace
 
 void TraceView::take(const TraceEvent& event) {
-  constexpr std::size_t kMostSent = 1024;
   count(event);
-  Queue& queue = queues_[event.queue];
-
-  if (event.drop != Drop::kNone) {
-    if (event.way == Way::kIn) queue.answer_to_traced = false;
-    show(event, event.handling);
-    return;
-  }
-  if (!event.isAnswer() && event.way == Way::kOut) {
-    queue.sent.push_back(event);
-    if (queue.sent.size() > kMostSent) queue.sent.pop_front();
-    show(event, {});
-    return;
-  }
-  if (!event.isAnswer()) {
-    const auto same = std::find_if(queue.sent.begin(), queue.sent.end(), [&](const TraceEvent& sent) {
-      return sent.code == event.code && sent.length == event.length && sent.text == event.text;
-    });
-    const bool second_sight = same != queue.sent.end();
-    // A queue keeps the order: what was sent before has been lost, or was received untraced.
-    if (second_sight) queue.sent.erase(queue.sent.begin(), same + 1);
-    if (event.kind == Kind::kRequest) queue.answer_to_traced = second_sight;
-    if (!second_sight) show(event, {});
-    return;
-  }
-  if (event.way == Way::kOut) {
-    if (queue.answer_to_traced) {
-      queue.answers.push_back({event, Clock::now()});
-    } else {
-      show(event, event.handling);
+  const auto exchange = exchanges_.take(event);
+  if (event.isAnswer()) {
+    if (event.drop == Drop::kNone && event.way == Way::kOut && exchange->sent) {
+      answers_.push_back({event, exchange, Clock::now()});
+      return;
     }
+    const auto given = std::find_if(answers_.begin(), answers_.end(),
+                                    [&](const Answer& answer) { return answer.exchange == exchange; });
+    if (given != answers_.end()) answers_.erase(given);
+  } else if (event.drop == Drop::kNone && exchange->sent && exchange->received) {
     return;
   }
-  const auto given = std::find_if(queue.answers.begin(), queue.answers.end(),
-                                  [&](const Answer& answer) { return answer.event.code == event.code; });
-  std::optional<std::int64_t> handling;
-  if (given != queue.answers.end()) {
-    handling = given->event.handling;
-    queue.answers.erase(given);
-  }
-  show(event, handling);
+  show(event, *exchange);
 }
 
 void TraceView::showLeft(Clock::duration patience) {
-  for (auto& [key, queue] : queues_) {
-    while (!queue.answers.empty()) {
-      const Answer& oldest = queue.answers.front();
-      if (Clock::now() - oldest.seen < patience) break;
-      show(oldest.event, oldest.event.handling);
-      queue.answers.pop_front();
-    }
+  while (!answers_.empty() && Clock::now() - answers_.front().seen >= patience) {
+    show(answers_.front().event, *answers_.front().exchange);
+    answers_.pop_front();
   }
 }
 
 void TraceView::count(const TraceEvent& event) {
-  Numbers& numbers = numbers_[event.pid];
+  Numbers& numbers = numbers_[event.at.pid];
   // The datagrams of two threads may pass each other.
   numbers.first = numbers.count == 0 ? event.sequence : std::min(numbers.first, event.sequence);
   numbers.last = std::max(numbers.last, event.sequence);
@@ -112,45 +101,18 @@ std::uint64_t TraceView::lost() const {
   return lost;
 }
 
-void TraceView::show(const TraceEvent& event, std::optional<std::int64_t> handling) {
+void TraceView::show(const TraceEvent& event, const Exchange& exchange) {
   // What could not be read is seen here for the first time; any other drop is of a message seen before.
   if (event.drop == Drop::kNone || event.kind == Kind::kUnknown) ++messages_;
-  if (isShown(event, handling)) print("{}\n", line(event, handling));
+  if (isShown(event, exchange)) print("{}\n", lineOf(event, exchange));
 }
 
-bool TraceView::isShown(const TraceEvent& event, std::optional<std::int64_t> handling) const {
-  const Message* const message = findMessage(event.code);
-  if (!matches(filter_.glob, nameText(message, event.code))) return false;
+bool TraceView::isShown(const TraceEvent& event, const Exchange& exchange) const {
+  if (!matches(filter_.glob, nameText(exchange.message, event.code))) return false;
   if (!filter_.slow && !filter_.errors) return true;
   if (filter_.errors && event.isProblem()) return true;
-  const auto took = std::max(event.waited.value_or(-1), handling.value_or(-1));
+  const auto took = std::max(exchange.trace.waited.value_or(-1), exchange.trace.handling.value_or(-1));
   return filter_.slow && static_cast<double>(took) >= *filter_.slow * 1000;
-}
-
-std::string TraceView::line(const TraceEvent& event, std::optional<std::int64_t> handling) {
-  // As wide as the longest name of an answer, so that the members stand below each other.
-  constexpr int kNameColumns = 30;
-  const Message* const message = findMessage(event.code);
-  std::string text =
-      compose("{}  {}  {:{}}  ", clockText(event.time), arrowTo(event, message),
-              nameText(message, event.code) + (event.isAnswer() ? " answer" : ""), kNameColumns);
-  text += membersIn(event.text, message, event.isAnswer());
-  std::string times;
-  if (event.waited) times = "in flight " + durationText(*event.waited);
-  if (handling) times += (times.empty() ? "" : ", ") + ("in the handler " + durationText(*handling));
-  if (!times.empty()) text += compose("  ({})", times);
-  if (event.isProblem()) {
-    text += compose("  {} by {}", styled(Style::kProblem, problemText(event)), processName(event));
-  }
-  text.erase(text.find_last_not_of(' ') + 1);
-  return text;
-}
-
-const std::string& TraceView::processName(const TraceEvent& event) {
-  constexpr std::int64_t kPerSecond = 1000000;
-  std::string& name = names_[event.pid];
-  if (name.empty()) name = processAt(event.pid, static_cast<std::time_t>(event.time / kPerSecond)).text();
-  return name;
 }
 
 }  // namespace hbbtv_ryn::rynctl

@@ -6,10 +6,11 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 
-#include "tools/rynctl/text/trace_datagram.h"
+#include "tools/rynctl/capture/exchange.h"
 
 namespace hbbtv_ryn::rynctl {
 
@@ -44,27 +45,21 @@ class TraceView {
     std::uint64_t last = 0;
     std::uint64_t count = 0;
   };
+  /// Given to a traced client, not yet seen to arrive.
   struct Answer {
     TraceEvent event;
+    std::shared_ptr<const Exchange> exchange;
     Clock::time_point seen;
-  };
-  /// What is known of one queue.
-  struct Queue {
-    std::deque<TraceEvent> sent;    // not yet seen to be received
-    std::deque<Answer> answers;     // given to a traced client, not yet seen to arrive
-    bool answer_to_traced = false;  // the request that is being handled came from a traced client
   };
 
   void count(const TraceEvent& event);
-  void show(const TraceEvent& event, std::optional<std::int64_t> handling);
-  bool isShown(const TraceEvent& event, std::optional<std::int64_t> handling) const;
-  std::string line(const TraceEvent& event, std::optional<std::int64_t> handling);
-  const std::string& processName(const TraceEvent& event);
+  void show(const TraceEvent& event, const Exchange& exchange);
+  bool isShown(const TraceEvent& event, const Exchange& exchange) const;
 
   const Filter filter_;
   std::map<pid_t, Numbers> numbers_;
-  std::map<pid_t, std::string> names_;
-  std::map<key_t, Queue> queues_;
+  Exchanges exchanges_;
+  std::deque<Answer> answers_;
   std::uint64_t messages_ = 0;
 };
 

@@ -25,7 +25,7 @@ std::chrono::microseconds span(std::int64_t recorded, double speed) {
 
 std::string textOf(const Exchange& exchange) {
   const std::string members = membersIn(exchange.trace.text, exchange.message, false);
-  return compose("line {}: {}{}{}", exchange.first().line, nameText(exchange.message, exchange.trace.code),
+  return compose("line {}: {}{}{}", exchange.trace.at.line, nameText(exchange.message, exchange.trace.code),
                  members.empty() ? "" : " ", members);
 }
 
@@ -100,9 +100,9 @@ Json::Value Ids::live(const Json::Value& recorded) const {
 }
 
 Player::Player(const Capture& capture, Rules rules) : rules_(std::move(rules)) {
-  const auto both = [](const Exchange& one) { return one.sent && one.received; };
-  const bool both_traced = std::any_of(capture.exchanges.begin(), capture.exchanges.end(), both);
-  for (const Exchange& exchange : capture.exchanges) add(exchange, both_traced);
+  const bool both_traced = std::any_of(capture.exchanges.begin(), capture.exchanges.end(),
+                                       [](const auto& one) { return one->sent && one->received; });
+  for (const auto& exchange : capture.exchanges) add(*exchange, both_traced);
   std::stable_sort(steps_.begin(), steps_.end(),
                    [](const Step& a, const Step& b) { return a.at.line < b.at.line; });
   for (std::size_t i = 0; i < steps_.size(); ++i) {
@@ -122,7 +122,7 @@ void Player::add(const Exchange& exchange, bool both_traced) {
   const auto& seen = own == exchange.sent.has_value() ? exchange.sent : exchange.received;
   const Message* const message = exchange.message;
   Step step{&exchange, own, message != nullptr && matches(rules_.only, message->name),
-            seen.value_or(exchange.first())};
+            seen.value_or(exchange.trace.at)};
   const Decoded decoded = decode(exchange.trace.text);
   if (!exchange.sent && !exchange.received) return doubt("only its answer is there; left out");
   if (message == nullptr || (!cut && decoded.message != message)) return doubt("no message; left out");

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -96,10 +95,8 @@ std::optional<Process> findUdpPortOwner(std::uint16_t port) {
   if (!link) return std::nullopt;
   std::error_code unreadable;
   for (fs::directory_iterator entry("/proc", unreadable), end; entry != end; entry.increment(unreadable)) {
-    const std::string name = entry->path().filename();
     pid_t pid = 0;
-    const auto parsed = std::from_chars(name.data(), name.data() + name.size(), pid);
-    if (parsed.ec != std::errc()) continue;
+    if (!readNumber(entry->path().filename().native(), &pid)) continue;
     for (const auto& descriptor : fs::directory_iterator(entry->path() / "fd", unreadable)) {
       if (fs::read_symlink(descriptor.path(), unreadable) == *link)
         return processAt(pid, std::time(nullptr));

@@ -5,7 +5,6 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <charconv>
 #include <memory>
 #include <set>
 #include <string_view>
@@ -58,10 +57,8 @@ bool matches(const std::string& glob, std::string_view name) {
 
 const Message& findByName(const std::string& name) {
   int code = 0;
-  const auto parsed = std::from_chars(name.data(), name.data() + name.size(), code);
-  if (parsed.ec == std::errc() && parsed.ptr == name.data() + name.size()) {
-    if (const Message* const message = findMessage(code)) return *message;
-  }
+  const Message* const numbered = readNumber(name, &code) ? findMessage(code) : nullptr;
+  if (numbered != nullptr) return *numbered;
   for (const Message& message : kMessages) {
     if (strcasecmp(std::string(message.name).c_str(), name.c_str()) == 0) return message;
   }
@@ -182,9 +179,7 @@ Json::Value valueIn(std::string_view text, Type type) {
   const bool hexadecimal = text.substr(0, 2) == "0x" && text.substr(2, 1) != "-";
   if (hexadecimal) text.remove_prefix(2);
   int value = 0;
-  const auto parsed = std::from_chars(text.data(), text.data() + text.size(), value, hexadecimal ? 16 : 10);
-  const bool whole = parsed.ec == std::errc() && parsed.ptr == text.data() + text.size();
-  return whole ? Json::Value(value) : Json::Value();
+  return readNumber(text, &value, hexadecimal ? 16 : 10) ? Json::Value(value) : Json::Value();
 }
 
 bool fits(const Json::Value& value, Type type) {
