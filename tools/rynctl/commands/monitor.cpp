@@ -39,14 +39,14 @@ class TraceSwitch {
   TraceSwitch& operator=(const TraceSwitch&) = delete;
 
   void take(const LogReport& report) {
-    Process& process = processes_[report.port];
+    State& process = processes_[report.port];
     const bool listed = report.lists(trace::kModule);
     const bool full = report.modules.size() >= kMaxModules && !listed;
     // Once for a module that is listed already: it may be listed for errors only.
     if (full || (listed && process.commanded)) {
       if (process.told) return;
-      const auto owner = findUdpPortOwner(report.port);
-      remark("{}: {}", owner ? owner->text() : compose("port {}", report.port),
+      const Process owner = findUdpPortOwner(report.port);
+      remark("{}: {}", owner.pid != 0 ? owner.text() : compose("port {}", report.port),
              full ? "cannot be watched, its list of modules is full" : "watching");
       process.told = true;
       return;
@@ -58,13 +58,13 @@ class TraceSwitch {
   bool sees() const { return !processes_.empty(); }
 
  private:
-  struct Process {
+  struct State {
     bool commanded = false;
     bool told = false;
   };
 
   const LogControl& control_;
-  std::map<std::uint16_t, Process> processes_;
+  std::map<std::uint16_t, State> processes_;
 };
 
 ExitCode monitor(const Options& options) {
