@@ -17,8 +17,6 @@ namespace hbbtv_ryn::rynctl {
 
 namespace {
 
-using std::chrono::milliseconds;
-
 struct Options {
   std::string name;
   std::vector<std::string> assignments;
@@ -50,9 +48,7 @@ Outgoing prepare(const Options& options, Delivery delivery) {
 
 ExitCode call(const Options& options) {
   const auto [message, text] = prepare(options, Delivery::kSync);
-  const auto limit =
-      std::chrono::duration_cast<milliseconds>(std::chrono::duration<double>(options.timeout));
-  const Reply reply = Client(message).ask(text, limit);
+  const Reply reply = Client(message).ask(text, Seconds(options.timeout));
   if (reply.failure) {
     throw Failure(ExitCode::kRefused, "the {} process has no answer to {} ({} us)",
                   nameOf(receiverOf(message)), message.name, reply.took.count());
@@ -74,7 +70,7 @@ ExitCode send(const Options& options) {
   do {
     client.tell(text, options.force);
     ++sent;
-  } while (sent != options.repeat && !interrupt.raised(milliseconds(options.every)));
+  } while (sent != options.repeat && !interrupt.raised(std::chrono::milliseconds(options.every)));
   remark("sent {}", counted(sent, "message"));
   return ExitCode::kDone;
 }

@@ -84,8 +84,6 @@ std::string queueTable(bool json) {
 
 ExitCode queues(const Options& options) {
   const Interrupt interrupt;
-  const auto pause =
-      std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.watch));
   do {
     const std::string text = queueTable(options.json);
     if (options.json || options.watch == 0) {
@@ -93,7 +91,7 @@ ExitCode queues(const Options& options) {
     } else {
       redraw(text);
     }
-  } while (options.watch != 0 && !interrupt.raised(pause) && std::ferror(output()) == 0);
+  } while (options.watch != 0 && !interrupt.raised(Seconds(options.watch)) && std::ferror(output()) == 0);
   return ExitCode::kDone;
 }
 

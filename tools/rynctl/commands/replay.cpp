@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cmath>
 #include <fstream>
 
 #include "tools/catalogue/catalogue_text.h"
@@ -54,15 +53,13 @@ void writeJunit(std::ostream& file, const std::string& suite, const Player& play
 
 ExitCode replay(const Options& options) {
   constexpr std::size_t kMostDoubts = 20;
-  constexpr double kPerSecond = 1000;
   const Side side = options.side == "browser" ? Side::kBrowser : Side::kPlugin;
   const Capture capture = Capture::load(options.capture);
-  const std::chrono::milliseconds timeout(std::llround(options.timeout * kPerSecond));
   Player player(capture, {side,
                           options.fast ? 0 : options.speed,
                           {options.ignored.begin(), options.ignored.end()},
                           options.only,
-                          timeout});
+                          Seconds(options.timeout)});
   std::vector<std::string> doubts = capture.notes;
   doubts.insert(doubts.end(), player.doubts().begin(), player.doubts().end());
   for (std::size_t i = 0; i < std::min(doubts.size(), kMostDoubts); ++i) remark("{}", doubts[i]);

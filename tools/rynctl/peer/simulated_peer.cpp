@@ -39,15 +39,14 @@ struct SimulatedPeer::Schedule {
   std::mutex lock;  // guards everything below
   std::condition_variable changed;
   std::multimap<Clock::time_point, Event> due;
-  bool ended = false;
-  std::function<void(const Message*, const std::string&)> print;
+  SimulatedPeer* peer;  // null when it has ended
 };
 
 SimulatedPeer::SimulatedPeer(Side side, Responder responder, Printer printer)
     : responder_(std::move(responder)),
       printer_(std::move(printer)),
       schedule_(std::make_shared<Schedule>()) {
-  schedule_->print = [this](const Message* message, const std::string& line) { print(message, line); };
+  schedule_->peer = this;
   std::thread([schedule = schedule_] { runSchedule(schedule); }).detach();
   for (const QueueName& queue : kQueues) {
     if (queue.carriesReplies() || queue.reader != side) continue;
@@ -59,8 +58,7 @@ SimulatedPeer::SimulatedPeer(Side side, Responder responder, Printer printer)
 SimulatedPeer::~SimulatedPeer() {
   {
     const std::lock_guard<std::mutex> guard(schedule_->lock);
-    schedule_->ended = true;
-    schedule_->print = nullptr;
+    schedule_->peer = nullptr;
   }
   schedule_->changed.notify_all();
 }
@@ -74,7 +72,7 @@ void SimulatedPeer::print(const Message* message, const std::string& line) {
 
 bool SimulatedPeer::sleepUnlessStopped(std::chrono::milliseconds time) {
   std::unique_lock<std::mutex> guard(schedule_->lock);
-  return !schedule_->changed.wait_for(guard, time, [this] { return schedule_->ended; });
+  return !schedule_->changed.wait_for(guard, time, [this] { return schedule_->peer == nullptr; });
 }
 
 IpcMessage* SimulatedPeer::serve(const IpcMessage* request, int32_t /*kind*/, void* server) {
@@ -135,7 +133,7 @@ std::string sendEvent(const Event& event) {
       client.tell(serialise(event.members), false);
       return line;
     }
-    const Reply reply = client.ask(serialise(event.members), std::chrono::milliseconds::zero());
+    const Reply reply = client.ask(serialise(event.members), Seconds::zero());
     if (reply.failure) return line + "  -> no answer";
     return compose("{}  -> {}  ({} us)", line, membersIn(reply.text, &message, true), reply.took.count());
   } catch (const std::exception& failure) {
@@ -147,7 +145,7 @@ std::string sendEvent(const Event& event) {
 
 void SimulatedPeer::runSchedule(const std::shared_ptr<Schedule>& schedule) {
   std::unique_lock<std::mutex> guard(schedule->lock);
-  while (!schedule->ended) {
+  while (schedule->peer != nullptr) {
     if (schedule->due.empty()) {
       schedule->changed.wait(guard);
       continue;
@@ -168,7 +166,7 @@ void SimulatedPeer::runSchedule(const std::shared_ptr<Schedule>& schedule) {
     guard.unlock();
     const std::string line = sendEvent(event);
     guard.lock();
-    if (schedule->print) schedule->print(event.message, line);
+    if (schedule->peer != nullptr) schedule->peer->print(event.message, line);
   }
 }
 

@@ -16,11 +16,11 @@ namespace {
 
 using trace::Drop;
 
-/// A recorded time, an hour at most, at this speed.
-std::chrono::microseconds span(std::int64_t recorded, double speed) {
-  constexpr double kMost = 3.6e9;
-  const double scaled = speed > 0 ? static_cast<double>(recorded) / speed : 0;
-  return std::chrono::microseconds(static_cast<std::int64_t>(std::clamp(scaled, 0.0, kMost)));
+/// A recorded time of so many microseconds, an hour at most, at this speed.
+Seconds span(std::int64_t recorded, double speed) {
+  constexpr Seconds kMost = std::chrono::hours(1);
+  if (speed == 0) return Seconds::zero();
+  return std::clamp(Seconds(std::chrono::microseconds(recorded)) / speed, Seconds::zero(), kMost);
 }
 
 std::string textOf(const Exchange& exchange) {
@@ -168,7 +168,7 @@ bool Player::play(const Interrupt& interrupt) {
     if (!step.wanted) continue;
     if (step.own) {
       const auto due = now + span(step.at.time - then, rules_.speed);
-      if (interrupt.raised(std::max(due - Clock::now(), Clock::duration::zero()))) return false;
+      if (interrupt.raised(due - Clock::now())) return false;
       send(step);
     } else if (!await(&step, interrupt)) {
       return false;
@@ -207,20 +207,21 @@ void Player::send(const Step& step) {
 
 bool Player::await(Step* step, const Interrupt& interrupt) {
   constexpr std::chrono::milliseconds kLook{50};
-  constexpr std::chrono::milliseconds kLastWords{1000};
+  constexpr std::chrono::seconds kLastWords{1};
   const key_t peer_queue = rules_.side == Side::kBrowser ? kNotificationQueueKey : kRequestQueueKey;
-  auto started = Clock::now();
-  bool gone = false;
+  const auto started = Clock::now();
+  std::optional<Clock::time_point> gone;
   std::unique_lock<std::mutex> guard(lock_);
   while (!came_.wait_for(guard, kLook, [&] { return step->done; })) {
     if (interrupt.raised()) return false;
     const bool alive = serversOf(peer_queue).alive();
     peer_lived_ = peer_lived_ || alive;
-    if (peer_lived_ && !alive && !std::exchange(gone, true)) started = Clock::now();
+    if (peer_lived_ && !alive && !gone) gone = Clock::now();
     // Who plays the browser waits for a plug-in process to be started.
     const bool patient = rules_.timeout.count() == 0 || (rules_.side == Side::kBrowser && !heard_);
-    if (!gone && (patient || Clock::now() < started + rules_.timeout)) continue;
-    if (gone && Clock::now() < started + std::min(kLastWords, rules_.timeout)) continue;
+    if (gone ? Clock::now() < *gone + kLastWords : patient || Clock::now() < started + rules_.timeout) {
+      continue;
+    }
     tell(step->number, {"recorded, and did not come"});
     if (!gone) break;
     throw Failure(ExitCode::kNoPeer, "the {} process went away in the middle", nameOf(other(rules_.side)));

@@ -39,8 +39,8 @@ class Player {
     Side side;
     double speed;  // 2 is twice as fast as recorded; 0: without any pause
     std::set<std::string> ignored;
-    std::string only;                   // a pattern for the names of what is sent and compared
-    std::chrono::milliseconds timeout;  // for an answer, and for what the other side is to send next
+    std::string only;  // a pattern for the names of what is sent and compared
+    Seconds timeout;   // for an answer, and for what the other side is to send next
   };
   /// What has been compared, or should have been.
   struct Case {
