@@ -1,6 +1,5 @@
 // `rynctl call` and `rynctl send`: one end of the bridge by hand.
 
-#include <CLI/CLI.hpp>
 #include <iostream>
 #include <iterator>
 
@@ -20,7 +19,7 @@ namespace {
 struct Options {
   std::string name;
   std::vector<std::string> assignments;
-  std::optional<std::string> json;
+  std::string json = "{}";
   double timeout = 10;
   unsigned repeat = 1;
   unsigned every = 0;
@@ -39,9 +38,10 @@ Outgoing prepare(const Options& options, Delivery delivery) {
     throw Failure(ExitCode::kUsage, "{0} is {1}: use 'rynctl {2} {0}'", message.name,
                   deliveryName(message.delivery), delivery == Delivery::kSync ? "send" : "call");
   }
-  auto json = options.json;
-  if (json == "-") json = std::string(std::istreambuf_iterator<char>(std::cin), {});
-  const std::string text = serialise(buildMessage(message, options.assignments, json));
+  const bool piped = options.json == "-";
+  const std::string json = piped ? std::string(std::istreambuf_iterator<char>(std::cin), {}) : options.json;
+  const Json::Value members = parseObject(std::string(message.name), json);
+  const std::string text = serialise(buildMessage(message, options.assignments, members));
   if (!options.force) requireFree(Role::kClient, queueAt(queueOf(message)));
   return {message, text};
 }

@@ -5,7 +5,6 @@
 #include <sys/sem.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 
 #include "hbbtv_ryn/ipc.h"

@@ -1,6 +1,5 @@
 // `rynctl monitor`: the traffic of the running processes.
 
-#include <CLI/CLI.hpp>
 #include <fstream>
 
 #include "tools/catalogue/catalogue_text.h"
@@ -15,9 +14,7 @@ namespace hbbtv_ryn::rynctl {
 namespace {
 
 struct Options {
-  std::string glob = "*";
-  std::optional<double> slow;
-  bool errors = false;
+  TraceView::Filter filter;
   std::string file;
 };
 
@@ -27,7 +24,7 @@ class TraceSwitch {
   explicit TraceSwitch(const LogControl& control) : control_(control) {}
   /// Also when the command ends by an exception.
   ~TraceSwitch() {
-    for (const auto& [port, process] : processes_) {
+    for (const auto& [port, told] : told_) {
       try {
         control_.send(port, {{trace::kModule}, kModuleRemoved});
       } catch (const std::exception& error) {
@@ -39,32 +36,22 @@ class TraceSwitch {
   TraceSwitch& operator=(const TraceSwitch&) = delete;
 
   void take(const LogReport& report) {
-    State& process = processes_[report.port];
+    const auto [told, first] = told_.try_emplace(report.port, false);
     const bool listed = report.lists(trace::kModule);
     const bool full = report.modules.size() >= kMaxModules && !listed;
-    // Once for a module that is listed already: it may be listed for errors only.
-    if (full || (listed && process.commanded)) {
-      if (process.told) return;
-      const Process owner = findUdpPortOwner(report.port);
-      remark("{}: {}", owner.pid != 0 ? owner.text() : compose("port {}", report.port),
-             full ? "cannot be watched, its list of modules is full" : "watching");
-      process.told = true;
-      return;
-    }
-    control_.send(report.port, {{trace::kModule}, kModuleFull});
-    process.commanded = true;
+    // Also when the module is listed already: it may be listed for errors only.
+    if (!full && (first || !listed)) return control_.send(report.port, {{trace::kModule}, kModuleFull});
+    if (std::exchange(told->second, true)) return;
+    const Process owner = findUdpPortOwner(report.port);
+    remark("{}: {}", owner.pid != 0 ? owner.text() : compose("port {}", report.port),
+           full ? "cannot be watched, its list of modules is full" : "watching");
   }
 
-  bool sees() const { return !processes_.empty(); }
+  bool sees() const { return !told_.empty(); }
 
  private:
-  struct State {
-    bool commanded = false;
-    bool told = false;
-  };
-
   const LogControl& control_;
-  std::map<std::uint16_t, State> processes_;
+  std::map<std::uint16_t, bool> told_;  // by the ports of those that report: whether it has been said
 };
 
 ExitCode monitor(const Options& options) {
@@ -77,7 +64,7 @@ ExitCode monitor(const Options& options) {
   const Interrupt interrupt;
   const UdpPort traces(trace::kPort, "watch");
   const LogControl control;
-  TraceView view({options.glob, options.slow, options.errors});
+  TraceView view(options.filter);
   {
     TraceSwitch traced(control);
     const auto patient_until = Clock::now() + kReportPatience;
@@ -115,15 +102,16 @@ ExitCode monitor(const Options& options) {
 
 void addMonitorCommand(CLI::App& app, Action& action) {
   const auto options = std::make_shared<Options>();
+  TraceView::Filter& filter = options->filter;
   CLI::App* const command = addCommand(
       app, action, options, &monitor, "monitor", "Show the messages of the running processes as they go",
       R"(One line for each message; an answer with the time in flight and in the handler. Switches the module
 ryn_trace on in every process that reports its logging, and off at the end, which is Ctrl-C. Ends with the
 number of messages and of traces that were lost.)");
-  command->add_option("GLOB", options->glob, "Only messages whose name matches");
-  addValue(command, "--slow", options->slow, "MS", "Only answers that took MS milliseconds or more")
+  command->add_option("GLOB", filter.glob, "Only messages whose name matches");
+  addValue(command, "--slow", filter.slow, "MS", "Only answers that took MS milliseconds or more")
       ->check(CLI::NonNegativeNumber);
-  command->add_flag("--errors", options->errors,
+  command->add_flag("--errors", filter.errors,
                     "Only what was dropped, failed or was not answered; with --slow either of both");
   addValue(command, "--save", options->file, "FILE",
            "Write everything to FILE too, whatever is shown: a line of JSON for each trace");

@@ -1,6 +1,5 @@
 // `rynctl report`: a capture as one page that shows it.
 
-#include <CLI/CLI.hpp>
 #include <filesystem>
 #include <fstream>
 

@@ -87,7 +87,7 @@ void TraceView::showLeft(Clock::duration patience) {
 void TraceView::count(const TraceEvent& event) {
   Numbers& numbers = numbers_[event.at.pid];
   // The datagrams of two threads may pass each other.
-  numbers.first = numbers.count == 0 ? event.sequence : std::min(numbers.first, event.sequence);
+  numbers.first = std::min(numbers.first, event.sequence);
   numbers.last = std::max(numbers.last, event.sequence);
   ++numbers.count;
 }

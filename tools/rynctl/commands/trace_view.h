@@ -11,6 +11,7 @@
 #include <string>
 
 #include "tools/rynctl/capture/exchange.h"
+#include "tools/rynctl/system/wait.h"
 
 namespace hbbtv_ryn::rynctl {
 
@@ -19,12 +20,10 @@ namespace hbbtv_ryn::rynctl {
 /// with what both ends know of it.
 class TraceView {
  public:
-  using Clock = std::chrono::steady_clock;
-
   struct Filter {
-    std::string glob;
+    std::string glob = "*";
     std::optional<double> slow;  // only answers that took so many milliseconds
-    bool errors;                 // only what went wrong
+    bool errors = false;         // only what went wrong
   };
 
   explicit TraceView(Filter filter) : filter_(std::move(filter)) {}
@@ -41,7 +40,7 @@ class TraceView {
 
  private:
   struct Numbers {
-    std::uint64_t first = 0;
+    std::uint64_t first = UINT64_MAX;
     std::uint64_t last = 0;
     std::uint64_t count = 0;
   };

@@ -15,11 +15,11 @@ namespace hbbtv_ryn::rynctl {
 /// handlers. Not synchronised.
 class Applications {
  public:
+  using Id = std::pair<int, int>;  // appid, orgid
+
   Response respond(const Message& message, const Json::Value& request);
 
  private:
-  using Id = std::pair<int, int>;  // appid, orgid
-
   struct App {
     Id owner;
     Json::Value state{Json::objectValue};  // the members of its answers, by their names on the wire

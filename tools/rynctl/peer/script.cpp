@@ -72,7 +72,7 @@ Event eventFrom(Object object, Side side) {
   }
   const Json::Value given = members.isNull() ? Json::Value(Json::objectValue) : members;
   checkMembers(object.where(), given, event.message->request);
-  event.members = buildMessage(*event.message, {}, oneLine(given));
+  event.members = buildMessage(*event.message, {}, given);
   event.after = object.time("after_ms");
   event.every = object.time("every_ms");
   event.times = object.number("times", event.every.count() > 0 ? 0 : 1);

@@ -58,7 +58,6 @@ class SimulatedPeer {
   void schedule(const Event& event);
 
  private:
-  using Clock = std::chrono::steady_clock;
   struct Server;
   struct Schedule;
 

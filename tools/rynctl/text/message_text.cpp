@@ -11,6 +11,7 @@
 
 #include "ipc/protocol/envelope.h"
 #include "ipc/protocol/lists.h"
+#include "ipc/protocol/values.h"
 #include "tools/catalogue/catalogue_text.h"
 #include "tools/rynctl/failure.h"
 #include "tools/rynctl/text/output.h"
@@ -111,22 +112,16 @@ std::string membersIn(const std::string& text, const Message* message, bool answ
 }
 
 Json::Value defaultReply(const Message& message, const Json::Value& request) {
-  Json::Value reply(Json::objectValue);
-  if (message.reply_code != kNoReplyCode) {
-    set(&reply, key::kCode, static_cast<Json::UInt>(message.reply_code));
-  }
+  std::vector<Given> values;
   for (const Member& member : message.reply) {
-    if (member.default_answer == kAsRequested) {
-      set(&reply, member.key, request[member.key]);
-    } else if (member.type == Type::kString || member.type == Type::kIdFields) {
-      set(&reply, member.key, "");
-    } else if (member.type == Type::kBoolean) {
-      set(&reply, member.key, member.default_answer != 0);
+    if (isText(member.type)) {
+      values.emplace_back(std::string_view(""));
     } else {
-      set(&reply, member.key, member.default_answer);
+      const bool repeated = member.default_answer == kAsRequested;
+      values.emplace_back(repeated ? integer(request, member.key) : member.default_answer);
     }
   }
-  return reply;
+  return hbbtv_ryn::compose(message.reply_code, message.reply, values.data());
 }
 
 std::string onOneLine(std::string_view text) {
@@ -165,8 +160,8 @@ Type typeOf(const std::string& where, const Members& members, const std::string&
 
 [[noreturn]] void failType(const std::string& where, const std::string& key, Type type,
                            const std::string& value) {
-  const char* const wanted = type == Type::kFlag || type == Type::kBoolean ? "0 or 1, false or true"
-                             : type == Type::kString                       ? "a string"
+  const char* const wanted = isFlag(type)              ? "0 or 1, false or true"
+                             : type == Type::kString   ? "a string"
                              : type == Type::kIdFields ? "a string of fields of 16 characters"
                                                        : "an integer of 32 bits";
   failMalformed(where, compose("{} takes {}, not {}", printable(key), wanted, printable(value)));
@@ -174,7 +169,7 @@ Type typeOf(const std::string& where, const Members& members, const std::string&
 
 /// What a typed text stands for; null for nothing that a member of the type could be.
 Json::Value valueIn(std::string_view text, Type type) {
-  if (type == Type::kString || type == Type::kIdFields) return std::string(text);
+  if (isText(type)) return std::string(text);
   if (text == "true" || text == "false") return text == "true";
   const bool hexadecimal = text.substr(0, 2) == "0x" && text.substr(2, 1) != "-";
   if (hexadecimal) text.remove_prefix(2);
@@ -183,9 +178,8 @@ Json::Value valueIn(std::string_view text, Type type) {
 }
 
 bool fits(const Json::Value& value, Type type) {
-  if (type == Type::kString || type == Type::kIdFields) return value.isString();
-  if (type == Type::kInt || type == Type::kKeyCount) return value.isInt();
-  return value.isBool() || value == 0 || value == 1;
+  if (isText(type)) return value.isString();
+  return isFlag(type) ? value.isBool() || value == 0 || value == 1 : value.isInt();
 }
 
 /// A key-code list whose count was left out is as long as its codes say.
@@ -231,10 +225,9 @@ void checkMembers(const std::string& where, const Json::Value& members, const Me
 }
 
 Json::Value buildMessage(const Message& message, const std::vector<std::string>& assignments,
-                         const std::optional<std::string>& json) {
+                         Json::Value members) {
   const std::string where(message.name);
   const auto code = static_cast<int>(message.code);
-  Json::Value members = json ? parseObject(where, *json) : Json::Value(Json::objectValue);
   if (members.isObject() && members.isMember(key::kCode)) {
     if (members[key::kCode] != code) {
       failMalformed(where, compose("its code is {}, not {}", code, oneLine(members[key::kCode])));
