@@ -37,25 +37,14 @@ ExitCode serve(const Options& options) {
   Applications applications;
   SimulatedPeer peer(
       options.side,
-      [&](const Message& message, const Json::Value& request) {
-        return scripted ? script.respond(message, request) : applications.respond(message, request);
+      [&](const Message& message, const Json::Value& request, Response* response) {
+        scripted ? script.respond(message, response) : applications.respond(message, request, response);
       },
       [](const Message*, const std::string& line) { print("{}", line); });
   for (const Event& event : script.events()) peer.schedule(event);
   remark("serving as the {}; Ctrl-C ends it", nameOf(options.side));
   interrupt.wait();
   return ExitCode::kDone;
-}
-
-Response answerQuery(const Options& options, const Message& message, const Json::Value& request) {
-  Response response;
-  response.members = defaultReply(message, request);
-  if (message.code == Code::IsParentalRatingBlocked) {
-    set(&response.members, key::kBlocked, flag(options.blocked));
-  } else if (message.code == Code::IsObjectSupported) {
-    set(&response.members, key::kSupported, flag(options.supported));
-  }
-  return response;
 }
 
 ExitCode listen(const Options& options) {
@@ -75,8 +64,11 @@ ExitCode listen(const Options& options) {
   unsigned printed = 0;  // only the printing threads, one at a time
   const SimulatedPeer peer(
       Side::kPlugin,
-      [&](const Message& message, const Json::Value& request) {
-        return answerQuery(options, message, request);
+      [&](const Message& message, const Json::Value&, Response* response) {
+        const bool blocks = message.code == Code::IsParentalRatingBlocked;
+        if (blocks) set(&response->members, key::kBlocked, flag(options.blocked));
+        const bool supports = message.code == Code::IsObjectSupported;
+        if (supports) set(&response->members, key::kSupported, flag(options.supported));
       },
       [&](const Message* message, const std::string& line) {
         if (!wanted.empty() && (message == nullptr || wanted.count(message->code) == 0)) return;

@@ -62,10 +62,8 @@ Applications::Id Applications::idIn(const Value& message) {
   return {integer(message, key::kAppid), integer(message, key::kOrgid)};
 }
 
-Response Applications::respond(const Message& message, const Value& request) {
-  Response response;
-  response.members = defaultReply(message, request);
-  Value* const reply = &response.members;
+void Applications::respond(const Message& message, const Value& request, Response* response) {
+  Value* const reply = &response->members;
   const auto name = [reply](Id id) {
     set(reply, key::kAppid, id.first);
     set(reply, key::kOrgid, id.second);
@@ -95,13 +93,13 @@ Response Applications::respond(const Message& message, const Value& request) {
     case Code::CreateApp: {
       const Id id = create(request);
       name(id);
-      response.then = {eventOf(Code::SendAppLoaded, id), eventOf(Code::SendTopMost, id, true)};
+      response->then = {eventOf(Code::SendAppLoaded, id), eventOf(Code::SendTopMost, id, true)};
       break;
     }
     case Code::DestroyApp:
       for (const Id& id : destroy(idIn(request))) {
-        response.then.push_back(eventOf(Code::SendTopMost, id, false));
-        response.then.push_back(eventOf(Code::SendAppUnloaded, id));
+        response->then.push_back(eventOf(Code::SendTopMost, id, false));
+        response->then.push_back(eventOf(Code::SendAppUnloaded, id));
       }
       break;
     case Code::OpApp_GetStatus:
@@ -123,7 +121,6 @@ Response Applications::respond(const Message& message, const Value& request) {
         tell(message, app->second.state, reply);
       }
   }
-  return response;
 }
 
 /// The organisation is the "org" parameter of the URL, or that of the application it is created for.

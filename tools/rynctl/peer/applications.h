@@ -11,13 +11,13 @@
 
 namespace hbbtv_ryn::rynctl {
 
-/// Reports what becomes of the applications. What is not kept of them is answered as by a host without
-/// handlers. Not synchronised.
+/// Reports what becomes of the applications. Not synchronised.
 class Applications {
  public:
   using Id = std::pair<int, int>;  // appid, orgid
 
-  Response respond(const Message& message, const Json::Value& request);
+  /// What is not kept of the applications is left in the response.
+  void respond(const Message& message, const Json::Value& request, Response* response);
 
  private:
   struct App {

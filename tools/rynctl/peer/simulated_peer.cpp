@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "ipc/protocol/envelope.h"
+#include "ipc/protocol/values.h"
 #include "ipc/server.h"
 #include "tools/rynctl/failure.h"
 #include "tools/rynctl/system/client.h"
@@ -81,6 +82,24 @@ IpcMessage* SimulatedPeer::serve(const IpcMessage* request, int32_t /*kind*/, vo
   return self->peer->answer(text, self->queue);
 }
 
+namespace {
+
+/// What a host without handlers answers.
+Json::Value defaultReply(const Message& message, const Json::Value& request) {
+  std::vector<Given> values;
+  for (const Member& member : message.reply) {
+    if (isText(member.type)) {
+      values.emplace_back(std::string_view(""));
+    } else {
+      const bool repeated = member.default_answer == kAsRequested;
+      values.emplace_back(repeated ? integer(request, member.key) : member.default_answer);
+    }
+  }
+  return hbbtv_ryn::compose(message.reply_code, message.reply, values.data());
+}
+
+}  // namespace
+
 IpcMessage* SimulatedPeer::answer(const std::string& text, key_t queue) {
   const auto [message, members] = decode(text);
   if (message == nullptr || queueOf(*message) != queue) {
@@ -90,7 +109,8 @@ IpcMessage* SimulatedPeer::answer(const std::string& text, key_t queue) {
   std::string line = commandText(*message, members);
   Response response;
   try {
-    response = responder_(*message, members);
+    response.members = defaultReply(*message, members);
+    responder_(*message, members, &response);
   } catch (const Json::Exception& error) {
     print(message, line + "  -> no answer: " + error.what());
     return nullptr;

@@ -153,7 +153,9 @@ bool Player::play(const Interrupt& interrupt) {
   constexpr std::chrono::milliseconds kAftermath{250};
   const SimulatedPeer peer(
       rules_.side,
-      [this](const Message& message, const Json::Value& members) { return respond(message, members); },
+      [this](const Message& message, const Json::Value& members, Response* response) {
+        respond(message, members, response);
+      },
       [](const Message* message, const std::string& line) {
         if (message == nullptr) print("{}", line);
       });
@@ -253,29 +255,26 @@ Player::Step* Player::expected(const Message& message, const Json::Value& member
   return open.empty() ? nullptr : open.front();
 }
 
-Response Player::respond(const Message& message, const Json::Value& members) {
+void Player::respond(const Message& message, const Json::Value& members, Response* response) {
   const std::lock_guard<std::mutex> guard(lock_);
   heard_ = true;
   const bool question = message.delivery == Delivery::kSync;
-  Response response;
-  response.members = defaultReply(message, members);
   Step* const step = expected(message, members);
   if (step == nullptr) {
-    if (!matches(rules_.only, message.name)) return response;
-    tell(&cases_.emplace_back(Case{commandText(message, members), {}}),
-         {question ? "never recorded, answered by default" : "came more often than it was recorded"});
-    return response;
+    if (!matches(rules_.only, message.name)) return;
+    return tell(
+        &cases_.emplace_back(Case{commandText(message, members), {}}),
+        {question ? "never recorded, answered by default" : "came more often than it was recorded"});
   }
   ids_.learn(step->members, members, false);
   if (step->outcome != nullptr && !question && !step->members.isNull()) {
     tell(step->outcome, compare(message.request, ids_.live(step->members), members, rules_.ignored));
   }
   if (!step->done) finish(step);
-  if (step->exchange->failed) response.kind = Response::Kind::kFailure;
-  if (!step->answer.isNull()) response.members = ids_.live(step->answer);
+  if (step->exchange->failed) response->kind = Response::Kind::kFailure;
+  if (!step->answer.isNull()) response->members = ids_.live(step->answer);
   const auto handling = span(step->exchange->trace.handling.value_or(0), rules_.speed);
-  if (question) response.delay = std::chrono::duration_cast<std::chrono::milliseconds>(handling);
-  return response;
+  if (question) response->delay = std::chrono::duration_cast<std::chrono::milliseconds>(handling);
 }
 
 }  // namespace hbbtv_ryn::rynctl

@@ -82,7 +82,7 @@ class Player {
   void add(const Exchange& exchange, bool both_traced);
   void send(const Step& step);
   bool await(Step* step, const Interrupt& interrupt);
-  Response respond(const Message& message, const Json::Value& members);
+  void respond(const Message& message, const Json::Value& members, Response* response);
   Step* expected(const Message& message, const Json::Value& members);
   void finish(Step* step);
   void tell(Case* one, const std::vector<std::string>& differences);

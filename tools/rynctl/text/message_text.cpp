@@ -11,7 +11,6 @@
 
 #include "ipc/protocol/envelope.h"
 #include "ipc/protocol/lists.h"
-#include "ipc/protocol/values.h"
 #include "tools/catalogue/catalogue_text.h"
 #include "tools/rynctl/failure.h"
 #include "tools/rynctl/text/output.h"
@@ -109,19 +108,6 @@ std::string membersIn(const std::string& text, const Message* message, bool answ
   Json::Value members;
   if (message == nullptr || !parse(text.c_str(), &members)) return onOneLine(text);
   return membersText(members, answer ? message->reply : message->request);
-}
-
-Json::Value defaultReply(const Message& message, const Json::Value& request) {
-  std::vector<Given> values;
-  for (const Member& member : message.reply) {
-    if (isText(member.type)) {
-      values.emplace_back(std::string_view(""));
-    } else {
-      const bool repeated = member.default_answer == kAsRequested;
-      values.emplace_back(repeated ? integer(request, member.key) : member.default_answer);
-    }
-  }
-  return hbbtv_ryn::compose(message.reply_code, message.reply, values.data());
 }
 
 std::string onOneLine(std::string_view text) {

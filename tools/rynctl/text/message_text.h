@@ -51,9 +51,6 @@ std::string commandText(const Message& message, const Json::Value& members);
 /// line.
 std::string membersIn(const std::string& text, const Message* message, bool answer);
 
-/// What a host without handlers answers.
-Json::Value defaultReply(const Message& message, const Json::Value& request);
-
 /// A text of the wire in one line, without bytes that steer a terminal.
 std::string onOneLine(std::string_view text);
 
