@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/rynctl/capture/exchange.h"
+#include "tools/rynctl/trace/exchange.h"
 
 namespace hbbtv_ryn::rynctl {
 

@@ -4,10 +4,10 @@
 
 #include "tools/catalogue/catalogue_text.h"
 #include "tools/rynctl/commands/command.h"
-#include "tools/rynctl/commands/trace_view.h"
 #include "tools/rynctl/system/log_control.h"
 #include "tools/rynctl/system/process.h"
 #include "tools/rynctl/text/output.h"
+#include "tools/rynctl/trace/trace_view.h"
 
 namespace hbbtv_ryn::rynctl {
 

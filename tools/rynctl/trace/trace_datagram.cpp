@@ -1,4 +1,4 @@
-#include "tools/rynctl/text/trace_datagram.h"
+#include "tools/rynctl/trace/trace_datagram.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,6 +1,6 @@
 // The traces of one message and of its answer, put together again.
-#ifndef HBBTV_RYN_TOOLS_RYNCTL_CAPTURE_EXCHANGE_H
-#define HBBTV_RYN_TOOLS_RYNCTL_CAPTURE_EXCHANGE_H
+#ifndef HBBTV_RYN_TOOLS_RYNCTL_TRACE_EXCHANGE_H
+#define HBBTV_RYN_TOOLS_RYNCTL_TRACE_EXCHANGE_H
 
 #include <deque>
 #include <map>
@@ -9,7 +9,7 @@
 #include <string>
 
 #include "tools/rynctl/system/queue_state.h"
-#include "tools/rynctl/text/trace_datagram.h"
+#include "tools/rynctl/trace/trace_datagram.h"
 
 namespace hbbtv_ryn::rynctl {
 
@@ -47,4 +47,4 @@ class Exchanges {
 
 }  // namespace hbbtv_ryn::rynctl
 
-#endif  // HBBTV_RYN_TOOLS_RYNCTL_CAPTURE_EXCHANGE_H
+#endif  // HBBTV_RYN_TOOLS_RYNCTL_TRACE_EXCHANGE_H

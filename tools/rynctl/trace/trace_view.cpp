@@ -1,4 +1,4 @@
-#include "tools/rynctl/commands/trace_view.h"
+#include "tools/rynctl/trace/trace_view.h"
 
 #include <algorithm>
 

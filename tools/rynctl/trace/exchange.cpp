@@ -1,4 +1,4 @@
-#include "tools/rynctl/capture/exchange.h"
+#include "tools/rynctl/trace/exchange.h"
 
 #include <algorithm>
 

@@ -1,6 +1,6 @@
 // Makes one line per message out of what both processes trace.
-#ifndef HBBTV_RYN_TOOLS_RYNCTL_COMMANDS_TRACE_VIEW_H
-#define HBBTV_RYN_TOOLS_RYNCTL_COMMANDS_TRACE_VIEW_H
+#ifndef HBBTV_RYN_TOOLS_RYNCTL_TRACE_TRACE_VIEW_H
+#define HBBTV_RYN_TOOLS_RYNCTL_TRACE_TRACE_VIEW_H
 
 #include <chrono>
 #include <cstdint>
@@ -10,8 +10,8 @@
 #include <optional>
 #include <string>
 
-#include "tools/rynctl/capture/exchange.h"
 #include "tools/rynctl/system/wait.h"
+#include "tools/rynctl/trace/exchange.h"
 
 namespace hbbtv_ryn::rynctl {
 
@@ -64,4 +64,4 @@ class TraceView {
 
 }  // namespace hbbtv_ryn::rynctl
 
-#endif  // HBBTV_RYN_TOOLS_RYNCTL_COMMANDS_TRACE_VIEW_H
+#endif  // HBBTV_RYN_TOOLS_RYNCTL_TRACE_TRACE_VIEW_H

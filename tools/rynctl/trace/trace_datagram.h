@@ -1,6 +1,6 @@
 // What a traced process has sent, as docs/trace.md describes it.
-#ifndef HBBTV_RYN_TOOLS_RYNCTL_TEXT_TRACE_DATAGRAM_H
-#define HBBTV_RYN_TOOLS_RYNCTL_TEXT_TRACE_DATAGRAM_H
+#ifndef HBBTV_RYN_TOOLS_RYNCTL_TRACE_TRACE_DATAGRAM_H
+#define HBBTV_RYN_TOOLS_RYNCTL_TRACE_TRACE_DATAGRAM_H
 
 #include <json/value.h>
 #include <sys/types.h>
@@ -63,4 +63,4 @@ const char* wordOf(Word word, const char* const (&names)[Count]) {
 
 }  // namespace hbbtv_ryn::rynctl
 
-#endif  // HBBTV_RYN_TOOLS_RYNCTL_TEXT_TRACE_DATAGRAM_H
+#endif  // HBBTV_RYN_TOOLS_RYNCTL_TRACE_TRACE_DATAGRAM_H
