@@ -37,22 +37,24 @@ clean_up() {
 }
 trap clean_up EXIT
 
+listens() {
+  local port_of_traces=D432 inode
+  inode=$(awk -v port=":$port_of_traces\$" '$2 ~ port { print $10 }' /proc/net/udp)
+  [ -n "$inode" ] && [ -n "$(find "/proc/$recorder/fd" -lname "socket:?$inode?" 2>/dev/null)" ]
+}
+
 # The hosts trace from their first message on when they are told to by DEMO_TRACE.
 start_recording() {
-  local port_of_traces=D432 attempt
-  "$programs/rynctl" monitor --save "$evening.json" >/dev/null 2>&1 &
+  "$programs/rynctl" monitor --save "$evening.json" >/dev/null 2>"$evening.log" &
   recorder=$!
-  for attempt in {1..50}; do
-    if grep -q ":$port_of_traces " /proc/net/udp; then
+  hosts+=("$recorder")
+  while kill -0 "$recorder" 2>/dev/null; do
+    if listens; then
       export DEMO_TRACE=1
-      hosts+=("$recorder")
       return
     fi
-    kill -0 "$recorder" 2>/dev/null || break
     sleep 0.1
   done
-  kill "$recorder" 2>/dev/null || true
-  recorder=
 }
 
 recorder=
@@ -67,9 +69,12 @@ result=0
 # The browser host runs until it is told to stop, and ends with 0 only if its own checks held.
 kill "$browser" 2>/dev/null || true
 wait "$browser" || result=1
+page=
 if [ -n "$recorder" ]; then
   kill -INT "$recorder" 2>/dev/null || true
-  wait "$recorder" && "$programs/rynctl" report "$evening.json" -o "$evening.html" >/dev/null 2>&1 || recorder=
+  if wait "$recorder" && "$programs/rynctl" report "$evening.json" -o "$evening.html" >/dev/null 2>"$evening.log"; then
+    page=$evening.html
+  fi
 fi
 hosts=()
 if [ $result -ne 0 ]; then
@@ -80,7 +85,11 @@ fi
 if [ -x "$programs/rynctl" ]; then
   echo
   echo "Worth trying next (docs/rynctl.md goes on from there):"
-  if [ -n "$recorder" ]; then echo "  $evening.html shows this evening: open it in a browser"; fi
+  if [ -n "$page" ]; then
+    echo "  $page shows this evening: open it in a browser"
+  elif [ -n "$recorder" ]; then
+    echo "  This evening has no page: $(sed -n 's/^rynctl: //p' "$evening.log")"
+  fi
   echo "  $programs/rynctl serve browser    and in a second terminal"
   echo "  $programs/rynctl call CreateApp appid=0 orgid=0 'url=http://portal.example/?org=10' child=0 opapp=0"
 fi

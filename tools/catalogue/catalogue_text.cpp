@@ -4,9 +4,11 @@
 
 #include <array>
 #include <string_view>
+#include <vector>
 
 #include "ipc/protocol/envelope.h"
 #include "ipc/protocol/lists.h"
+#include "ipc/protocol/values.h"
 
 namespace hbbtv_ryn {
 namespace {
@@ -32,28 +34,26 @@ const Json::Value& samples(Type type) {
 constexpr std::array<int, 2> kSampleKeys{403, 404};
 constexpr std::array<int, 2> kSampleIds{2, 3};
 
-void addSample(Json::Value* message, const Member& member) {
+Given sampleOf(const Member& member) {
+  static const std::string kFields = idFields(kSampleIds.data(), kSampleIds.size());
   switch (member.type) {
     case Type::kInt:
+      return samples(member.type)[member.key].asInt();
     case Type::kString:
-      return set(message, member.key, samples(member.type)[member.key]);
-    case Type::kFlag:
-      return set(message, member.key, 1);
-    case Type::kBoolean:
-      return set(message, member.key, true);
+      return std::string_view(samples(member.type)[member.key].asCString());
     case Type::kKeyCount:
-      setKeyCodes(message, kSampleKeys.data(), static_cast<int>(kSampleKeys.size()));
-      return set(message, member.key, static_cast<int>(kSampleKeys.size()));
+      return KeyList{kSampleKeys.data(), kSampleKeys.size()};
     case Type::kIdFields:
-      return set(message, member.key, idFields(kSampleIds.data(), static_cast<int>(kSampleIds.size())));
+      return std::string_view(kFields);
+    default:
+      return 1;
   }
 }
 
 Json::Value sampleOf(int code, const Members& members) {
-  Json::Value message(Json::objectValue);
-  if (code != kNoReplyCode) set(&message, key::kCode, static_cast<Json::UInt>(code));
-  for (const Member& member : members) addSample(&message, member);
-  return message;
+  std::vector<Given> values;
+  for (const Member& member : members) values.push_back(sampleOf(member));
+  return compose(code, members, values.data());
 }
 
 }  // namespace
@@ -77,15 +77,9 @@ std::string senderName(const Message& message) {
 }
 
 std::string defaultAnswer(const Member& member) {
-  switch (member.type) {
-    case Type::kBoolean:
-      return member.default_answer != 0 ? "true" : "false";
-    case Type::kString:
-    case Type::kIdFields:
-      return "\"\"";
-    default:
-      return member.default_answer == kAsRequested ? "as requested" : std::to_string(member.default_answer);
-  }
+  if (isText(member.type)) return "\"\"";
+  if (member.type == Type::kBoolean) return member.default_answer != 0 ? "true" : "false";
+  return member.default_answer == kAsRequested ? "as requested" : std::to_string(member.default_answer);
 }
 
 Json::Value sampleRequest(const Message& message) {

@@ -1,6 +1,5 @@
 // `rynctl call` and `rynctl send`: one end of the bridge by hand.
 
-#include <CLI/CLI.hpp>
 #include <iostream>
 #include <iterator>
 
@@ -17,12 +16,10 @@ namespace hbbtv_ryn::rynctl {
 
 namespace {
 
-using std::chrono::milliseconds;
-
 struct Options {
   std::string name;
   std::vector<std::string> assignments;
-  std::optional<std::string> json;
+  std::string json = "{}";
   double timeout = 10;
   unsigned repeat = 1;
   unsigned every = 0;
@@ -41,18 +38,17 @@ Outgoing prepare(const Options& options, Delivery delivery) {
     throw Failure(ExitCode::kUsage, "{0} is {1}: use 'rynctl {2} {0}'", message.name,
                   deliveryName(message.delivery), delivery == Delivery::kSync ? "send" : "call");
   }
-  auto json = options.json;
-  if (json == "-") json = std::string(std::istreambuf_iterator<char>(std::cin), {});
-  const std::string text = serialise(buildMessage(message, options.assignments, json));
+  const bool piped = options.json == "-";
+  const std::string json = piped ? std::string(std::istreambuf_iterator<char>(std::cin), {}) : options.json;
+  const Json::Value members = parseObject(std::string(message.name), json);
+  const std::string text = serialise(buildMessage(message, options.assignments, members));
   if (!options.force) requireFree(Role::kClient, queueAt(queueOf(message)));
   return {message, text};
 }
 
 ExitCode call(const Options& options) {
   const auto [message, text] = prepare(options, Delivery::kSync);
-  const auto limit =
-      std::chrono::duration_cast<milliseconds>(std::chrono::duration<double>(options.timeout));
-  const Reply reply = Client(message).ask(text, limit);
+  const Reply reply = Client(message).ask(text, Seconds(options.timeout));
   if (reply.failure) {
     throw Failure(ExitCode::kRefused, "the {} process has no answer to {} ({} us)",
                   nameOf(receiverOf(message)), message.name, reply.took.count());
@@ -74,7 +70,7 @@ ExitCode send(const Options& options) {
   do {
     client.tell(text, options.force);
     ++sent;
-  } while (sent != options.repeat && !interrupt.raised(milliseconds(options.every)));
+  } while (sent != options.repeat && !interrupt.raised(std::chrono::milliseconds(options.every)));
   remark("sent {}", counted(sent, "message"));
   return ExitCode::kDone;
 }

@@ -2,11 +2,12 @@
 #ifndef HBBTV_RYN_TOOLS_RYNCTL_COMMANDS_COMMAND_H
 #define HBBTV_RYN_TOOLS_RYNCTL_COMMANDS_COMMAND_H
 
-#include <CLI/App.hpp>
+#include <CLI/CLI.hpp>
 #include <functional>
 #include <memory>
 
 #include "tools/rynctl/failure.h"
+#include "tools/rynctl/text/message_text.h"
 
 namespace hbbtv_ryn::rynctl {
 
@@ -29,6 +30,16 @@ template <typename Value>
 CLI::Option* addValue(CLI::App* command, const char* name, Value& value, const char* value_name,
                       const char* help) {
   return command->add_option(name, value, help)->type_name(value_name);
+}
+
+/// Adds an argument or option that names one of the two processes.
+inline void addSide(CLI::App* command, const char* name, Side& side, const char* help) {
+  const auto take = [&side](const std::string& word) {
+    side = word == "browser" ? Side::kBrowser : Side::kPlugin;
+  };
+  command->add_option_function<std::string>(name, take, help)
+      ->required()
+      ->check(CLI::IsMember({"browser", "plugin"}));
 }
 
 /// Each adds its subcommands to `app`. `action` outlives the parse.

@@ -1,6 +1,5 @@
 // `rynctl list` and `rynctl describe`: the catalogue.
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 
 #include "tools/catalogue/catalogue_text.h"

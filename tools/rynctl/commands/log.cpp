@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <set>
 
 #include "tools/rynctl/commands/command.h"
@@ -32,7 +31,7 @@ struct Options {
 
 struct Reporter {
   std::vector<std::string> modules;
-  std::optional<Process> process;
+  Process process;
   std::time_t reported;
 };
 using Reporters = std::map<std::uint16_t, Reporter>;
@@ -61,25 +60,17 @@ Table tableOf(const Reporters& reporters, bool json) {
   Table table(json, {"PORT", "PROCESS", "REPORTED", "MODULES"});
   for (const auto& [port, reporter] : reporters) {
     Json::Value value(Json::objectValue);
+    const Process& process = reporter.process;
     value["port"] = port;
-    value["pid"] = reporter.process ? Json::Value(reporter.process->pid) : Json::Value();
-    value["process"] = reporter.process ? Json::Value(reporter.process->name) : Json::Value();
+    value["pid"] = process.pid != 0 ? Json::Value(process.pid) : Json::Value();
+    value["process"] = process.pid != 0 ? Json::Value(process.name) : Json::Value();
     value["modules"] = Json::Value(Json::arrayValue);
     for (const std::string& module : reporter.modules) value["modules"].append(module);
     value["time"] = Json::Int64{reporter.reported};
-    table.add(value, {compose("{}", port), reporter.process ? reporter.process->text() : "-",
-                      ageText(reporter.reported),
+    table.add(value, {compose("{}", port), process.text(), ageText(reporter.reported),
                       reporter.modules.empty() ? "-" : printable(joined(reporter.modules, ", "))});
   }
   return table;
-}
-
-ExitCode showReports(const Options& options) {
-  Reporters reporters;
-  hearEach(LogControl(), options.port, [&](const LogReport& report) { update(reporters, report); });
-  if (reporters.empty()) failWithoutReport(options.port);
-  print("{}", tableOf(reporters, options.json).text());
-  return ExitCode::kDone;
 }
 
 /// On a terminal the table is kept up to date; elsewhere each change prints it once more. As JSON each
@@ -104,7 +95,12 @@ ExitCode watchReports(const Options& options) {
 }
 
 ExitCode show(const Options& options) {
-  return options.watch ? watchReports(options) : showReports(options);
+  if (options.watch) return watchReports(options);
+  Reporters reporters;
+  hearEach(LogControl(), options.port, [&](const LogReport& report) { update(reporters, report); });
+  if (reporters.empty()) failWithoutReport(options.port);
+  print("{}", tableOf(reporters, options.json).text());
+  return ExitCode::kDone;
 }
 
 std::string textOf(const LogOutcome& outcome) {
@@ -117,27 +113,6 @@ std::string textOf(const LogOutcome& outcome) {
                  printable(joined(outcome.refused, ", ")));
 }
 
-/// @param done  what is said of the processes that have obeyed.
-ExitCode apply(const LogCommand& command, const std::string& done, std::optional<std::uint16_t> port) {
-  const auto outcomes = applyToEach(LogControl(), command, port);
-  if (outcomes.empty()) failWithoutReport(port);
-  ExitCode code = ExitCode::kDone;
-  std::set<long> obeying;  // process ids; a process with several control threads counts once
-  for (const auto& [each, outcome] : outcomes) {
-    const auto owner = findUdpPortOwner(each);
-    if (outcome.effect == LogOutcome::Effect::kShown) {
-      obeying.insert(owner ? long{owner->pid} : -long{each});
-      continue;
-    }
-    complain(compose("port {}, {}: {}", each, owner ? owner->text() : "-", textOf(outcome)));
-    if (code != ExitCode::kRefused) {
-      code = outcome.effect == LogOutcome::Effect::kSilent ? ExitCode::kNoAnswer : ExitCode::kRefused;
-    }
-  }
-  if (!obeying.empty()) print("{} ({})\n", done, counted(obeying.size(), "process"));
-  return code;
-}
-
 ExitCode edit(const Options& options, std::uint8_t value, const char* effect) {
   LogCommand command{{}, value};
   std::set<std::string> seen;
@@ -147,7 +122,26 @@ ExitCode edit(const Options& options, std::uint8_t value, const char* effect) {
   if (seen.size() > kMaxModules) {
     throw Failure(ExitCode::kUsage, "a list holds {} modules at most", kMaxModules);
   }
-  return apply(command, compose("{}: {}", printable(joined(command.modules, ", ")), effect), options.port);
+  const auto outcomes = applyToEach(LogControl(), command, options.port);
+  if (outcomes.empty()) failWithoutReport(options.port);
+  ExitCode code = ExitCode::kDone;
+  std::set<long> obeying;  // process ids; a process with several control threads counts once
+  for (const auto& [port, outcome] : outcomes) {
+    const Process owner = findUdpPortOwner(port);
+    if (outcome.effect == LogOutcome::Effect::kShown) {
+      obeying.insert(owner.pid != 0 ? long{owner.pid} : -long{port});
+      continue;
+    }
+    complain(compose("port {}, {}: {}", port, owner.text(), textOf(outcome)));
+    if (code != ExitCode::kRefused) {
+      code = outcome.effect == LogOutcome::Effect::kSilent ? ExitCode::kNoAnswer : ExitCode::kRefused;
+    }
+  }
+  if (!obeying.empty()) {
+    const std::string names = seen.empty() ? "all modules" : printable(joined(command.modules, ", "));
+    print("{}: {} ({})\n", names, effect, counted(obeying.size(), "process"));
+  }
+  return code;
 }
 
 }  // namespace
@@ -170,18 +164,18 @@ void addLogCommand(CLI::App& app, Action& action) {
     command->excludes(json);
     add_port(command);
     command->callback([=, &action] { action = [=] { return edit(*options, value, effect); }; });
+    return command;
+  };
+  for (CLI::App* const command :
+       {add("on", "Let modules write all their records", kModuleFull, "on"),
+        add("errors", "List modules, but let them write their errors only", kModuleErrorsOnly,
+            "errors only"),
+        add("off", "Take modules off the list; they write their errors only", kModuleRemoved, "off")}) {
     command->add_option("MODULE", options->modules, "Module names, at most 32 bytes each")
         ->required()
         ->check(CLI::Validator(&whyNotAModuleName, "", "module name"));
-  };
-  add("on", "Let modules write all their records", kModuleFull, "on");
-  add("errors", "List modules, but let them write their errors only", kModuleErrorsOnly, "errors only");
-  add("off", "Take modules off the list; they write their errors only", kModuleRemoved, "off");
-  CLI::App* const clear = log->add_subcommand("clear", "Take every module off the list");
-  clear->excludes(watch);
-  clear->excludes(json);
-  add_port(clear);
-  clear->callback([=, &action] { action = [=] { return apply({}, "all modules: off", options->port); }; });
+  }
+  add("clear", "Take every module off the list", kModuleRemoved, "off");
   add_port(log);
 
   // Subcommands made later would inherit it.

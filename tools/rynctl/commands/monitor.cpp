@@ -1,23 +1,20 @@
 // `rynctl monitor`: the traffic of the running processes.
 
-#include <CLI/CLI.hpp>
 #include <fstream>
 
 #include "tools/catalogue/catalogue_text.h"
 #include "tools/rynctl/commands/command.h"
-#include "tools/rynctl/commands/trace_view.h"
 #include "tools/rynctl/system/log_control.h"
 #include "tools/rynctl/system/process.h"
 #include "tools/rynctl/text/output.h"
+#include "tools/rynctl/trace/trace_view.h"
 
 namespace hbbtv_ryn::rynctl {
 
 namespace {
 
 struct Options {
-  std::string glob = "*";
-  std::optional<double> slow;
-  bool errors = false;
+  TraceView::Filter filter;
   std::string file;
 };
 
@@ -27,7 +24,7 @@ class TraceSwitch {
   explicit TraceSwitch(const LogControl& control) : control_(control) {}
   /// Also when the command ends by an exception.
   ~TraceSwitch() {
-    for (const auto& [port, process] : processes_) {
+    for (const auto& [port, told] : told_) {
       try {
         control_.send(port, {{trace::kModule}, kModuleRemoved});
       } catch (const std::exception& error) {
@@ -39,65 +36,35 @@ class TraceSwitch {
   TraceSwitch& operator=(const TraceSwitch&) = delete;
 
   void take(const LogReport& report) {
-    Process& process = processes_[report.port];
+    const auto [told, first] = told_.try_emplace(report.port, false);
     const bool listed = report.lists(trace::kModule);
     const bool full = report.modules.size() >= kMaxModules && !listed;
-    // Once for a module that is listed already: it may be listed for errors only.
-    if (full || (listed && process.commanded)) {
-      if (process.told) return;
-      const auto owner = findUdpPortOwner(report.port);
-      remark("{}: {}", owner ? owner->text() : compose("port {}", report.port),
-             full ? "cannot be watched, its list of modules is full" : "watching");
-      process.told = true;
-      return;
-    }
-    control_.send(report.port, {{trace::kModule}, kModuleFull});
-    process.commanded = true;
+    // Also when the module is listed already: it may be listed for errors only.
+    if (!full && (first || !listed)) return control_.send(report.port, {{trace::kModule}, kModuleFull});
+    if (std::exchange(told->second, true)) return;
+    const Process owner = findUdpPortOwner(report.port);
+    remark("{}: {}", owner.pid != 0 ? owner.text() : compose("port {}", report.port),
+           full ? "cannot be watched, its list of modules is full" : "watching");
   }
 
-  bool sees() const { return !processes_.empty(); }
+  bool sees() const { return !told_.empty(); }
 
  private:
-  struct Process {
-    bool commanded = false;
-    bool told = false;
-  };
-
   const LogControl& control_;
-  std::map<std::uint16_t, Process> processes_;
-};
-
-/// Writes each trace to a file, if one is named, with the name of its process while that can be seen.
-class Recorder {
- public:
-  explicit Recorder(std::string file) : name_(std::move(file)) {
-    if (!name_.empty()) file_.open(name_);
-    if (!file_) throw Failure(ExitCode::kUsage, "{} cannot be written", printable(name_));
-  }
-  void take(TraceEvent* event) {
-    if (!file_.is_open()) return;
-    auto [process, unknown] = processes_.try_emplace(event->pid);
-    if (unknown) process->second = processAt(event->pid, std::time(nullptr)).name;
-    if (!process->second.empty()) event->json["process"] = process->second;
-    file_ << oneLine(event->json) << '\n';
-  }
-  void end() {
-    if (!file_.flush()) throw Failure(ExitCode::kRefused, "{} cannot be written", printable(name_));
-  }
-
- private:
-  const std::string name_;
-  std::ofstream file_;
-  std::map<pid_t, std::string> processes_;
+  std::map<std::uint16_t, bool> told_;  // by the ports of those that report: whether it has been said
 };
 
 ExitCode monitor(const Options& options) {
   constexpr std::chrono::seconds kLook{1};
-  Recorder recorder(options.file);
+  constexpr std::int64_t kPerSecond = 1000000;
+  std::ofstream file;
+  if (!options.file.empty()) file.open(options.file);
+  if (!file) throw Failure(ExitCode::kUsage, "{} cannot be written", printable(options.file));
+  std::map<pid_t, std::string> names;  // of the processes, while they can be seen
   const Interrupt interrupt;
   const UdpPort traces(trace::kPort, "watch");
   const LogControl control;
-  TraceView view({options.glob, options.slow, options.errors});
+  TraceView view(options.filter);
   {
     TraceSwitch traced(control);
     const auto patient_until = Clock::now() + kReportPatience;
@@ -114,7 +81,12 @@ ExitCode monitor(const Options& options) {
       while (const auto datagram = traces.take(trace::kMaxDatagram + 1)) {
         auto event = parseTrace(datagram->bytes);
         if (!event) continue;
-        recorder.take(&*event);
+        const auto [pid, seconds] = std::pair(event->at.pid, event->at.time / kPerSecond);
+        const auto [name, added] = names.try_emplace(pid);
+        if (added) name->second = processAt(pid, static_cast<std::time_t>(seconds)).name;
+        event->process = name->second;
+        if (!event->process.empty()) event->json["process"] = event->process;
+        if (file.is_open()) file << oneLine(event->json) << '\n';
         view.take(*event);
       }
       view.showLeft(kLook);
@@ -122,7 +94,7 @@ ExitCode monitor(const Options& options) {
   }
   view.showLeft();
   remark("{}, {} lost", counted(static_cast<unsigned long>(view.messages()), "message"), view.lost());
-  recorder.end();
+  if (!file.flush()) throw Failure(ExitCode::kRefused, "{} cannot be written", printable(options.file));
   return ExitCode::kDone;
 }
 
@@ -130,15 +102,16 @@ ExitCode monitor(const Options& options) {
 
 void addMonitorCommand(CLI::App& app, Action& action) {
   const auto options = std::make_shared<Options>();
+  TraceView::Filter& filter = options->filter;
   CLI::App* const command = addCommand(
       app, action, options, &monitor, "monitor", "Show the messages of the running processes as they go",
       R"(One line for each message; an answer with the time in flight and in the handler. Switches the module
 ryn_trace on in every process that reports its logging, and off at the end, which is Ctrl-C. Ends with the
 number of messages and of traces that were lost.)");
-  command->add_option("GLOB", options->glob, "Only messages whose name matches");
-  addValue(command, "--slow", options->slow, "MS", "Only answers that took MS milliseconds or more")
+  command->add_option("GLOB", filter.glob, "Only messages whose name matches");
+  addValue(command, "--slow", filter.slow, "MS", "Only answers that took MS milliseconds or more")
       ->check(CLI::NonNegativeNumber);
-  command->add_flag("--errors", options->errors,
+  command->add_flag("--errors", filter.errors,
                     "Only what was dropped, failed or was not answered; with --slow either of both");
   addValue(command, "--save", options->file, "FILE",
            "Write everything to FILE too, whatever is shown: a line of JSON for each trace");

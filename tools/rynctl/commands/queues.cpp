@@ -3,7 +3,6 @@
 #include <sys/msg.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <iostream>
 
 #include "tools/rynctl/commands/command.h"
@@ -18,14 +17,12 @@ namespace hbbtv_ryn::rynctl {
 
 namespace {
 
-enum class Scope { kStale, kAll };
-
 struct Options {
   double watch = 0;
   bool json = false;
   std::string queue;
   unsigned count = 0;
-  Scope scope = Scope::kStale;
+  bool all = false;
   bool yes = false;
 };
 
@@ -84,8 +81,6 @@ std::string queueTable(bool json) {
 
 ExitCode queues(const Options& options) {
   const Interrupt interrupt;
-  const auto pause =
-      std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.watch));
   do {
     const std::string text = queueTable(options.json);
     if (options.json || options.watch == 0) {
@@ -93,7 +88,7 @@ ExitCode queues(const Options& options) {
     } else {
       redraw(text);
     }
-  } while (options.watch != 0 && !interrupt.raised(pause) && std::ferror(output()) == 0);
+  } while (options.watch != 0 && !interrupt.raised(Seconds(options.watch)) && std::ferror(output()) == 0);
   return ExitCode::kDone;
 }
 
@@ -159,7 +154,7 @@ ExitCode reset(const Options& options) {
     if (queue.messages == 0) continue;
     // Neither who sent it nor who would read it lives.
     const bool stale = queue.judgement == JudgedQueue::kOrphaned && !queue.writer.alive;
-    const bool goes = stale || options.scope == Scope::kAll;
+    const bool goes = stale || options.all;
     (goes ? texts : kept).push_back(compose("{} on '{}'", queue.messages, queue.name->name));
     if (goes) chosen.push_back(queue);
   }
@@ -203,12 +198,12 @@ reader does not read; ORPHANED, messages wait and nobody is there to read them.)
 
   CLI::App* const reset_command = addCommand(app, action, options, &reset, "reset",
                                              "Take off the queues what dead processes have left there");
-  const auto scope = [options](Scope wanted) { return [=] { options->scope = wanted; }; };
-  CLI::Option* const all = reset_command->add_flag_callback("--all", scope(Scope::kAll),
-                                                            "Every message, those of living processes too");
+  CLI::Option* const all =
+      reset_command->add_flag("--all", options->all, "Every message, those of living processes too");
   reset_command
-      ->add_flag_callback("--stale", scope(Scope::kStale),
-                          "Only what was sent and would be read by processes that are gone (default)")
+      ->add_flag_callback(
+          "--stale", [options] { options->all = false; },
+          "Only what was sent and would be read by processes that are gone (default)")
       ->excludes(all);
   reset_command->add_flag("--yes", options->yes, "Do not ask");
 }

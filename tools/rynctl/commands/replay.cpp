@@ -1,8 +1,6 @@
 // `rynctl replay`: one side of a capture again, for the living other side.
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cmath>
 #include <fstream>
 
 #include "tools/catalogue/catalogue_text.h"
@@ -18,12 +16,8 @@ namespace {
 
 struct Options {
   std::string capture;
-  std::string side;
-  double speed = 1;
+  Player::Rules rules;
   bool fast = false;
-  std::vector<std::string> ignored;
-  std::string only = "*";
-  double timeout = 10;
   std::string junit;
   bool force = false;
 };
@@ -39,55 +33,51 @@ std::string xmlText(const std::string& text) {
   return result;
 }
 
+/// @param error  why it was not played to its end, or nothing.
 void writeJunit(std::ostream& file, const std::string& suite, const Player& player,
                 const std::string& error) {
-  const auto one = [&](const std::string& name, const char* problem, const std::string& text) {
+  const auto write = [&](const std::string& name, const char* problem, const std::string& text) {
     file << compose("  <testcase classname=\"rynctl.replay\" name=\"{}\">", xmlText(name));
     if (!text.empty()) file << compose("<{} message=\"{}\"/>", problem, xmlText(text));
     file << "</testcase>\n";
   };
-  file << compose("<testsuite name=\"{}\">\n", xmlText(suite));
-  for (const auto& [name, differences] : player.cases()) one(name, "failure", joined(differences, "; "));
-  one("played to the end", "error", error);
+  const auto& cases = player.cases();
+  const auto failures =
+      std::count_if(cases.begin(), cases.end(), [](const auto& one) { return !one.differences.empty(); });
+  file << compose("<testsuite name=\"{}\" tests=\"{}\" failures=\"{}\" errors=\"{:d}\">\n", xmlText(suite),
+                  cases.size() + 1, failures, !error.empty());
+  for (const auto& [name, differences] : cases) write(name, "failure", joined(differences, "; "));
+  write("played to the end", "error", error);
   file << "</testsuite>\n";
 }
 
 ExitCode replay(const Options& options) {
   constexpr std::size_t kMostDoubts = 20;
-  constexpr double kPerSecond = 1000;
-  const Side side = options.side == "browser" ? Side::kBrowser : Side::kPlugin;
+  Player::Rules rules = options.rules;
+  if (options.fast) rules.speed = 0;
   const Capture capture = Capture::load(options.capture);
-  const std::chrono::milliseconds timeout(std::llround(options.timeout * kPerSecond));
-  Player player(capture, {side,
-                          options.fast ? 0 : options.speed,
-                          {options.ignored.begin(), options.ignored.end()},
-                          options.only,
-                          timeout});
-  std::vector<std::string> doubts = capture.notes;
-  doubts.insert(doubts.end(), player.doubts().begin(), player.doubts().end());
+  Player player(capture, rules);
+  const std::vector<std::string>& doubts = player.doubts();
   for (std::size_t i = 0; i < std::min(doubts.size(), kMostDoubts); ++i) remark("{}", doubts[i]);
   if (doubts.size() > kMostDoubts) remark("and {} more such messages", doubts.size() - kMostDoubts);
 
   const Interrupt interrupt;
-  if (!options.force) requireFree(side);
+  if (!options.force) requireFree(rules.side);
   std::ofstream junit;
   if (!options.junit.empty()) junit.open(options.junit);
   if (!junit) throw Failure(ExitCode::kUsage, "{} cannot be written", printable(options.junit));
-  const auto end = [&](const std::string& error) {
-    remark("{} compared, {}{}", counted(player.cases().size(), "message"),
-           counted(player.differences(), "difference"), error.empty() ? "" : "; not played to the end");
-    if (!junit.is_open()) return;
-    writeJunit(junit, options.capture, player, error);
-    if (!junit.flush()) throw Failure(ExitCode::kRefused, "{} cannot be written", printable(options.junit));
-  };
+  std::optional<Failure> failure;
   try {
-    const bool whole = player.play(interrupt);
-    end(whole ? "" : "interrupted");
-    return whole && player.differences() == 0 ? ExitCode::kDone : ExitCode::kRefused;
-  } catch (const Failure& failure) {
-    end(failure.what());
-    throw;
+    if (!player.play(interrupt)) failure.emplace(ExitCode::kRefused, "interrupted");
+  } catch (const Failure& thrown) {
+    failure = thrown;
   }
+  remark("{} compared, {}{}", counted(player.cases().size(), "message"),
+         counted(player.differences(), "difference"), failure ? "; not played to the end" : "");
+  if (junit.is_open()) writeJunit(junit, options.capture, player, failure ? failure->what() : "");
+  if (!junit.flush()) throw Failure(ExitCode::kRefused, "{} cannot be written", printable(options.junit));
+  if (failure) throw *failure;
+  return player.differences() == 0 ? ExitCode::kDone : ExitCode::kRefused;
 }
 
 }  // namespace
@@ -95,6 +85,7 @@ ExitCode replay(const Options& options) {
 void addReplayCommand(CLI::App& app, Action& action) {
   constexpr double kLongest = 86400;
   const auto options = std::make_shared<Options>();
+  Player::Rules& rules = options->rules;
   CLI::App* const command = addCommand(
       app, action, options, &replay, "replay", "Be one side of a capture again, and compare the other",
       R"(The plug-in's side sends what it has sent, and compares every answer with the recorded one; the
@@ -106,18 +97,16 @@ Each difference is a line: the line of the capture, the message, and 'member: re
 with 0 when there is none, with 1 when there are some or the play was interrupted. Messages that the
 capture holds cut, or half, are named at the beginning.)");
   command->add_option("CAPTURE", options->capture, "What 'rynctl monitor --save' has written")->required();
-  command->add_option("--as", options->side, "plugin or browser: the side that is played")
-      ->required()
-      ->check(CLI::IsMember({"plugin", "browser"}));
+  addSide(command, "--as", rules.side, "The side that is played");
   CLI::Option* const speed =
-      addValue(command, "--speed", options->speed, "X", "X times as fast as it was recorded")
+      addValue(command, "--speed", rules.speed, "X", "X times as fast as it was recorded")
           ->check(CLI::Range(0.001, 1000.0));
   command->add_flag("--fast", options->fast, "Without any pause")->excludes(speed);
-  addValue(command, "--ignore", options->ignored, "KEY,…", "Members that are not compared")
+  addValue(command, "--ignore", rules.ignored, "KEY,…", "Members that are not compared")
       ->delimiter(',')
       ->allow_extra_args(false);
-  addValue(command, "--only", options->only, "GLOB", "Send and compare only messages whose name matches");
-  addValue(command, "--timeout", options->timeout, "S",
+  addValue(command, "--only", rules.only, "GLOB", "Send and compare only messages whose name matches");
+  addValue(command, "--timeout", rules.timeout, "S",
            "Give up an answer, or what was to come next, after S seconds; 0 waits for ever")
       ->capture_default_str()
       ->check(CLI::Range(0.0, kLongest));

@@ -1,7 +1,5 @@
 // `rynctl report`: a capture as one page that shows it.
 
-#include <CLI/CLI.hpp>
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
@@ -35,23 +33,20 @@ Json::Value jsonOf(const Sight& sight) {
   return value;
 }
 
-Json::Value jsonOf(pid_t pid, TracedProcess process) {
+Json::Value jsonOf(pid_t pid, const TracedProcess& process) {
   Json::Value value(Json::objectValue);
   value["pid"] = pid;
   value["name"] = process.name;
   value["side"] = nameOf(process.side);
-  value["first"] = jsonOf(process.numbers.front().second);
-  value["last"] = jsonOf(process.numbers.back().second);
+  value["first"] = jsonOf(process.traces.begin()->second);
+  value["last"] = jsonOf(process.traces.rbegin()->second);
   value["gaps"] = Json::Value(Json::arrayValue);
-  // The datagrams of two threads may pass each other.
-  std::sort(process.numbers.begin(), process.numbers.end(),
-            [](const auto& a, const auto& b) { return a.first < b.first; });
-  for (std::size_t i = 1; i < process.numbers.size(); ++i) {
-    const auto& [before, behind] = process.numbers[i - 1];
-    if (process.numbers[i].first <= before + 1) continue;
+  for (auto before = process.traces.begin(), at = std::next(before); at != process.traces.end();
+       before = at++) {
+    if (at->first == before->first + 1) continue;
     Json::Value& gap = value["gaps"].append(Json::objectValue);
-    gap["count"] = Json::UInt64{process.numbers[i].first - before - 1};
-    gap["behind"] = jsonOf(behind);
+    gap["count"] = Json::UInt64{at->first - before->first - 1};
+    gap["behind"] = jsonOf(before->second);
   }
   return value;
 }
@@ -106,8 +101,8 @@ ExitCode report(const Options& options) {
   const auto mark = kReportPage.find(kDataMark);
   page << kReportPage.substr(0, mark) << "{\"head\":" << embedded(head) << ",\"exchanges\":[";
   const char* separator = "\n";
-  for (const Exchange& exchange : capture.exchanges) {
-    page << std::exchange(separator, ",\n") << embedded(jsonOf(exchange));
+  for (const auto& exchange : capture.exchanges) {
+    page << std::exchange(separator, ",\n") << embedded(jsonOf(*exchange));
   }
   page << "]}" << kReportPage.substr(mark + kDataMark.size());
   if (!page.flush()) {

@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <set>
 
 #include "ipc/protocol/envelope.h"
@@ -20,7 +19,7 @@ namespace hbbtv_ryn::rynctl {
 namespace {
 
 struct Options {
-  std::string side;
+  Side side;
   std::string script;
   std::vector<std::string> names;
   unsigned count = 0;
@@ -30,34 +29,22 @@ struct Options {
 };
 
 ExitCode serve(const Options& options) {
-  const Side side = options.side == "browser" ? Side::kBrowser : Side::kPlugin;
-  const bool scripted = !options.script.empty() || side == Side::kPlugin;
+  const bool scripted = !options.script.empty() || options.side == Side::kPlugin;
   Script script;
-  if (!options.script.empty()) script = Script::load(options.script, side);
-  if (!options.force) requireFree(side);
+  if (!options.script.empty()) script = Script::load(options.script, options.side);
+  if (!options.force) requireFree(options.side);
   const Interrupt interrupt;
   Applications applications;
   SimulatedPeer peer(
-      side,
-      [&](const Message& message, const Json::Value& request) {
-        return scripted ? script.respond(message, request) : applications.respond(message, request);
+      options.side,
+      [&](const Message& message, const Json::Value& request, Response* response) {
+        scripted ? script.respond(message, response) : applications.respond(message, request, response);
       },
       [](const Message*, const std::string& line) { print("{}", line); });
   for (const Event& event : script.events()) peer.schedule(event);
-  remark("serving as the {}; Ctrl-C ends it", nameOf(side));
+  remark("serving as the {}; Ctrl-C ends it", nameOf(options.side));
   interrupt.wait();
   return ExitCode::kDone;
-}
-
-Response answerQuery(const Options& options, const Message& message, const Json::Value& request) {
-  Response response;
-  response.members = defaultReply(message, request);
-  if (message.code == Code::IsParentalRatingBlocked) {
-    set(&response.members, key::kBlocked, flag(options.blocked));
-  } else if (message.code == Code::IsObjectSupported) {
-    set(&response.members, key::kSupported, flag(options.supported));
-  }
-  return response;
 }
 
 ExitCode listen(const Options& options) {
@@ -77,8 +64,11 @@ ExitCode listen(const Options& options) {
   unsigned printed = 0;  // only the printing threads, one at a time
   const SimulatedPeer peer(
       Side::kPlugin,
-      [&](const Message& message, const Json::Value& request) {
-        return answerQuery(options, message, request);
+      [&](const Message& message, const Json::Value&, Response* response) {
+        const bool blocks = message.code == Code::IsParentalRatingBlocked;
+        if (blocks) set(&response->members, key::kBlocked, flag(options.blocked));
+        const bool supports = message.code == Code::IsObjectSupported;
+        if (supports) set(&response->members, key::kSupported, flag(options.supported));
       },
       [&](const Message* message, const std::string& line) {
         if (!wanted.empty() && (message == nullptr || wanted.count(message->code) == 0)) return;
@@ -128,9 +118,7 @@ In an event:
   after_ms         when; 0 if left out
   every_ms, times  repeated; without times for ever
 /usr/share/rynctl/slow_browser.json is an example.)");
-  serve_command->add_option("SIDE", options->side, "browser or plugin")
-      ->required()
-      ->check(CLI::IsMember({"browser", "plugin"}));
+  addSide(serve_command, "SIDE", options->side, "The side that is served");
   addValue(serve_command, "--script", options->script, "FILE", "Answer and send as a JSON file says");
   serve_command->add_flag("--force", options->force, kForceHelp);
 }

@@ -5,6 +5,7 @@
 
 #include "ipc/protocol/envelope.h"
 #include "ipc/protocol/lists.h"
+#include "ipc/protocol/values.h"
 #include "tools/rynctl/text/message_text.h"
 
 namespace hbbtv_ryn::rynctl {
@@ -13,24 +14,11 @@ namespace {
 
 using Json::Value;
 
-void setId(Value* message, int appid, int orgid) {
-  set(message, key::kAppid, appid);
-  set(message, key::kOrgid, orgid);
-}
-
-Event eventOf(Code code, int appid, int orgid) {
-  Event event;
-  event.message = &messageOf(code);
-  event.members = Value(Json::objectValue);
-  set(&event.members, key::kCode, static_cast<Json::UInt>(code));
-  setId(&event.members, appid, orgid);
-  return event;
-}
-
-Event topMost(int appid, int orgid, bool topmost) {
-  Event event = eventOf(Code::SendTopMost, appid, orgid);
-  set(&event.members, key::kTopmost, topmost);
-  return event;
+/// What is told of an application.
+Event eventOf(Code code, Applications::Id id, bool topmost = false) {
+  const Message& message = messageOf(code);
+  const Given values[] = {id.first, id.second, topmost};
+  return {&message, hbbtv_ryn::compose(static_cast<int>(code), message.request, values)};
 }
 
 /// What a command changes of an application.
@@ -74,11 +62,12 @@ Applications::Id Applications::idIn(const Value& message) {
   return {integer(message, key::kAppid), integer(message, key::kOrgid)};
 }
 
-Response Applications::respond(const Message& message, const Value& request) {
-  Response response;
-  response.members = defaultReply(message, request);
-  Value* const reply = &response.members;
-  const auto name = [reply](Id id) { setId(reply, id.first, id.second); };
+void Applications::respond(const Message& message, const Value& request, Response* response) {
+  Value* const reply = &response->members;
+  const auto name = [reply](Id id) {
+    set(reply, key::kAppid, id.first);
+    set(reply, key::kOrgid, id.second);
+  };
   switch (message.code) {
     case Code::GetOwnerApp:
       for (const auto& [id, app] : apps_) {
@@ -102,15 +91,15 @@ Response Applications::respond(const Message& message, const Value& request) {
       break;
     }
     case Code::CreateApp: {
-      const auto [appid, orgid] = create(request);
-      name({appid, orgid});
-      response.then = {eventOf(Code::SendAppLoaded, appid, orgid), topMost(appid, orgid, true)};
+      const Id id = create(request);
+      name(id);
+      response->then = {eventOf(Code::SendAppLoaded, id), eventOf(Code::SendTopMost, id, true)};
       break;
     }
     case Code::DestroyApp:
-      for (const auto& [appid, orgid] : destroy(idIn(request))) {
-        response.then.push_back(topMost(appid, orgid, false));
-        response.then.push_back(eventOf(Code::SendAppUnloaded, appid, orgid));
+      for (const Id& id : destroy(idIn(request))) {
+        response->then.push_back(eventOf(Code::SendTopMost, id, false));
+        response->then.push_back(eventOf(Code::SendAppUnloaded, id));
       }
       break;
     case Code::OpApp_GetStatus:
@@ -132,7 +121,6 @@ Response Applications::respond(const Message& message, const Value& request) {
         tell(message, app->second.state, reply);
       }
   }
-  return response;
 }
 
 /// The organisation is the "org" parameter of the URL, or that of the application it is created for.

@@ -11,15 +11,15 @@
 
 namespace hbbtv_ryn::rynctl {
 
-/// Reports what becomes of the applications. What is not kept of them is answered as by a host without
-/// handlers. Not synchronised.
+/// Reports what becomes of the applications. Not synchronised.
 class Applications {
  public:
-  Response respond(const Message& message, const Json::Value& request);
-
- private:
   using Id = std::pair<int, int>;  // appid, orgid
 
+  /// What is not kept of the applications is left in the response.
+  void respond(const Message& message, const Json::Value& request, Response* response);
+
+ private:
   struct App {
     Id owner;
     Json::Value state{Json::objectValue};  // the members of its answers, by their names on the wire

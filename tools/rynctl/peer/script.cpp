@@ -72,7 +72,7 @@ Event eventFrom(Object object, Side side) {
   }
   const Json::Value given = members.isNull() ? Json::Value(Json::objectValue) : members;
   checkMembers(object.where(), given, event.message->request);
-  event.members = buildMessage(*event.message, {}, oneLine(given));
+  event.members = buildMessage(*event.message, {}, given);
   event.after = object.time("after_ms");
   event.every = object.time("every_ms");
   event.times = object.number("times", event.every.count() > 0 ? 0 : 1);
@@ -128,7 +128,7 @@ Script Script::load(const std::string& file, Side side) {
     const std::string where = compose("messages.{}", printable(name));
     const Message& message = whole.messageNamed(name);
     if (receiverOf(message) != side) failMalformed(where, compose("not received by the {}", nameOf(side)));
-    std::vector<Response>& responses = script.turns_[message.code].responses;
+    std::deque<Response>& responses = script.turns_[message.code];
     const Json::Value& value = messages[name];
     if (!value.isArray()) {
       responses.push_back(responseFrom({where, value}, message, side));
@@ -142,21 +142,17 @@ Script Script::load(const std::string& file, Side side) {
   return script;
 }
 
-Response Script::respond(const Message& message, const Json::Value& request) {
-  Response response;
+void Script::respond(const Message& message, Response* response) {
   const auto found = turns_.find(message.code);
-  if (found != turns_.end()) {
-    Turn& turn = found->second;
-    response = turn.responses[turn.next];
-    if (turn.next + 1 < turn.responses.size()) ++turn.next;
+  if (found == turns_.end()) return;
+  std::deque<Response>& turns = found->second;
+  Response next = turns.front();
+  if (turns.size() > 1) turns.pop_front();
+  for (const std::string& name : next.members.getMemberNames()) {
+    response->members[name] = next.members[name];
   }
-  // What the script leaves out of a reply is answered as by a host without handlers.
-  Json::Value reply = defaultReply(message, request);
-  if (response.members.isObject()) {
-    for (const std::string& name : response.members.getMemberNames()) reply[name] = response.members[name];
-  }
-  response.members = reply;
-  return response;
+  next.members = response->members;
+  *response = next;
 }
 
 }  // namespace hbbtv_ryn::rynctl

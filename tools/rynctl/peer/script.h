@@ -2,6 +2,7 @@
 #ifndef HBBTV_RYN_TOOLS_RYNCTL_PEER_SCRIPT_H
 #define HBBTV_RYN_TOOLS_RYNCTL_PEER_SCRIPT_H
 
+#include <deque>
 #include <map>
 #include <string>
 #include <vector>
@@ -16,20 +17,17 @@ class Script {
   /// with the place in the file.
   static Script load(const std::string& file, Side side);
 
-  /// The response that is next for this message; a message that the script does not mention is answered
-  /// as by a host without handlers. Any thread may call, one at a time for each message.
-  Response respond(const Message& message, const Json::Value& request);
+  /// Makes the response the next one for this message; what the script leaves out of its reply, and a
+  /// message that it does not mention, are left as they are. Any thread may call, one at a time for each
+  /// message.
+  void respond(const Message& message, Response* response);
 
   /// Sent on their own, counted from the start.
   const std::vector<Event>& events() const { return events_; }
 
  private:
-  struct Turn {
-    std::vector<Response> responses;  // the last one stays
-    std::size_t next = 0;
-  };
-
-  std::map<Code, Turn> turns_;  // each entry is used by the thread of one queue
+  /// What comes next; the last one stays. Each entry is used by the thread of one queue.
+  std::map<Code, std::deque<Response>> turns_;
   std::vector<Event> events_;
 };
 

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "ipc/protocol/envelope.h"
+#include "ipc/protocol/values.h"
 #include "ipc/server.h"
 #include "tools/rynctl/failure.h"
 #include "tools/rynctl/system/client.h"
@@ -39,15 +40,14 @@ struct SimulatedPeer::Schedule {
   std::mutex lock;  // guards everything below
   std::condition_variable changed;
   std::multimap<Clock::time_point, Event> due;
-  bool ended = false;
-  std::function<void(const Message*, const std::string&)> print;
+  SimulatedPeer* peer;  // null when it has ended
 };
 
 SimulatedPeer::SimulatedPeer(Side side, Responder responder, Printer printer)
     : responder_(std::move(responder)),
       printer_(std::move(printer)),
       schedule_(std::make_shared<Schedule>()) {
-  schedule_->print = [this](const Message* message, const std::string& line) { print(message, line); };
+  schedule_->peer = this;
   std::thread([schedule = schedule_] { runSchedule(schedule); }).detach();
   for (const QueueName& queue : kQueues) {
     if (queue.carriesReplies() || queue.reader != side) continue;
@@ -59,8 +59,7 @@ SimulatedPeer::SimulatedPeer(Side side, Responder responder, Printer printer)
 SimulatedPeer::~SimulatedPeer() {
   {
     const std::lock_guard<std::mutex> guard(schedule_->lock);
-    schedule_->ended = true;
-    schedule_->print = nullptr;
+    schedule_->peer = nullptr;
   }
   schedule_->changed.notify_all();
 }
@@ -74,7 +73,7 @@ void SimulatedPeer::print(const Message* message, const std::string& line) {
 
 bool SimulatedPeer::sleepUnlessStopped(std::chrono::milliseconds time) {
   std::unique_lock<std::mutex> guard(schedule_->lock);
-  return !schedule_->changed.wait_for(guard, time, [this] { return schedule_->ended; });
+  return !schedule_->changed.wait_for(guard, time, [this] { return schedule_->peer == nullptr; });
 }
 
 IpcMessage* SimulatedPeer::serve(const IpcMessage* request, int32_t /*kind*/, void* server) {
@@ -82,6 +81,24 @@ IpcMessage* SimulatedPeer::serve(const IpcMessage* request, int32_t /*kind*/, vo
   const std::string text(request->text, static_cast<std::size_t>(request->length));
   return self->peer->answer(text, self->queue);
 }
+
+namespace {
+
+/// What a host without handlers answers.
+Json::Value defaultReply(const Message& message, const Json::Value& request) {
+  std::vector<Given> values;
+  for (const Member& member : message.reply) {
+    if (isText(member.type)) {
+      values.emplace_back(std::string_view(""));
+    } else {
+      const bool repeated = member.default_answer == kAsRequested;
+      values.emplace_back(repeated ? integer(request, member.key) : member.default_answer);
+    }
+  }
+  return hbbtv_ryn::compose(message.reply_code, message.reply, values.data());
+}
+
+}  // namespace
 
 IpcMessage* SimulatedPeer::answer(const std::string& text, key_t queue) {
   const auto [message, members] = decode(text);
@@ -92,7 +109,8 @@ IpcMessage* SimulatedPeer::answer(const std::string& text, key_t queue) {
   std::string line = commandText(*message, members);
   Response response;
   try {
-    response = responder_(*message, members);
+    response.members = defaultReply(*message, members);
+    responder_(*message, members, &response);
   } catch (const Json::Exception& error) {
     print(message, line + "  -> no answer: " + error.what());
     return nullptr;
@@ -135,7 +153,7 @@ std::string sendEvent(const Event& event) {
       client.tell(serialise(event.members), false);
       return line;
     }
-    const Reply reply = client.ask(serialise(event.members), std::chrono::milliseconds::zero());
+    const Reply reply = client.ask(serialise(event.members), Seconds::zero());
     if (reply.failure) return line + "  -> no answer";
     return compose("{}  -> {}  ({} us)", line, membersIn(reply.text, &message, true), reply.took.count());
   } catch (const std::exception& failure) {
@@ -147,7 +165,7 @@ std::string sendEvent(const Event& event) {
 
 void SimulatedPeer::runSchedule(const std::shared_ptr<Schedule>& schedule) {
   std::unique_lock<std::mutex> guard(schedule->lock);
-  while (!schedule->ended) {
+  while (schedule->peer != nullptr) {
     if (schedule->due.empty()) {
       schedule->changed.wait(guard);
       continue;
@@ -168,7 +186,7 @@ void SimulatedPeer::runSchedule(const std::shared_ptr<Schedule>& schedule) {
     guard.unlock();
     const std::string line = sendEvent(event);
     guard.lock();
-    if (schedule->print) schedule->print(event.message, line);
+    if (schedule->peer != nullptr) schedule->peer->print(event.message, line);
   }
 }
 

@@ -42,9 +42,10 @@ struct Response {
 
 class SimulatedPeer {
  public:
-  /// Called for each message of the peer's queues, from one thread of each queue. The answer to a one-way
-  /// message is not sent, but its delay is kept and its events are.
-  using Responder = std::function<Response(const Message&, const Json::Value& members)>;
+  /// Called for each message of the peer's queues, from one thread of each queue, with the response of a
+  /// host without handlers, to change it. The answer to a one-way message is not sent, but its delay is
+  /// kept and its events are.
+  using Responder = std::function<void(const Message&, const Json::Value& members, Response* response)>;
   /// Given each line, with the message if it is one; called from several threads, one at a time.
   using Printer = std::function<void(const Message*, const std::string& line)>;
 
@@ -58,7 +59,6 @@ class SimulatedPeer {
   void schedule(const Event& event);
 
  private:
-  using Clock = std::chrono::steady_clock;
   struct Server;
   struct Schedule;
 

@@ -16,16 +16,16 @@ namespace {
 
 using trace::Drop;
 
-/// A recorded time, an hour at most, at this speed.
-std::chrono::microseconds span(std::int64_t recorded, double speed) {
-  constexpr double kMost = 3.6e9;
-  const double scaled = speed > 0 ? static_cast<double>(recorded) / speed : 0;
-  return std::chrono::microseconds(static_cast<std::int64_t>(std::clamp(scaled, 0.0, kMost)));
+/// A recorded time of so many microseconds, an hour at most, at this speed.
+Seconds span(std::int64_t recorded, double speed) {
+  constexpr Seconds kMost = std::chrono::hours(1);
+  if (speed == 0) return Seconds::zero();
+  return std::clamp(Seconds(std::chrono::microseconds(recorded)) / speed, Seconds::zero(), kMost);
 }
 
 std::string textOf(const Exchange& exchange) {
   const std::string members = membersIn(exchange.trace.text, exchange.message, false);
-  return compose("line {}: {}{}{}", exchange.first().line, nameText(exchange.message, exchange.trace.code),
+  return compose("line {}: {}{}{}", exchange.trace.at.line, nameText(exchange.message, exchange.trace.code),
                  members.empty() ? "" : " ", members);
 }
 
@@ -34,9 +34,7 @@ std::string textOf(const Exchange& exchange) {
 std::vector<std::string> compare(const Members& members, const Json::Value& expected,
                                  const Json::Value& seen, const std::set<std::string>& ignored) {
   const auto truth = [&](const std::string& name, const Json::Value& value) {
-    const auto flag = [&](const Member& member) {
-      return name == member.key && (member.type == Type::kFlag || member.type == Type::kBoolean);
-    };
+    const auto flag = [&](const Member& member) { return name == member.key && isFlag(member.type); };
     return value.isInt() && std::any_of(members.begin(), members.end(), flag) ? value.asBool() : value;
   };
   std::set<std::string> names;
@@ -99,17 +97,17 @@ Json::Value Ids::live(const Json::Value& recorded) const {
   return message;
 }
 
-Player::Player(const Capture& capture, Rules rules) : rules_(std::move(rules)) {
-  const auto both = [](const Exchange& one) { return one.sent && one.received; };
-  const bool both_traced = std::any_of(capture.exchanges.begin(), capture.exchanges.end(), both);
-  for (const Exchange& exchange : capture.exchanges) add(exchange, both_traced);
+Player::Player(const Capture& capture, Rules rules) : rules_(std::move(rules)), doubts_(capture.notes) {
+  const bool both_traced = std::any_of(capture.exchanges.begin(), capture.exchanges.end(),
+                                       [](const auto& one) { return one->sent && one->received; });
+  for (const auto& exchange : capture.exchanges) add(*exchange, both_traced);
   std::stable_sort(steps_.begin(), steps_.end(),
                    [](const Step& a, const Step& b) { return a.at.line < b.at.line; });
-  for (std::size_t i = 0; i < steps_.size(); ++i) {
-    Step& step = steps_[i];
-    if (!step.own) to_arrive_[step.exchange->message].steps.push_back(i);
-    step.number = cases_.size();
-    if (step.wanted) cases_.push_back({textOf(*step.exchange), {}});
+  for (Step& step : steps_) {
+    const Message* const message = step.exchange->message;
+    if (!step.own) arrivals_[message].open.push_back(&step);
+    if (!matches(rules_.only, message->name)) continue;
+    step.outcome = &cases_.emplace_back(Case{textOf(*step.exchange), {}});
   }
 }
 
@@ -121,8 +119,7 @@ void Player::add(const Exchange& exchange, bool both_traced) {
   const bool cut = exchange.trace.isCut();
   const auto& seen = own == exchange.sent.has_value() ? exchange.sent : exchange.received;
   const Message* const message = exchange.message;
-  Step step{&exchange, own, message != nullptr && matches(rules_.only, message->name),
-            seen.value_or(exchange.first())};
+  Step step{&exchange, own, seen.value_or(exchange.trace.at)};
   const Decoded decoded = decode(exchange.trace.text);
   if (!exchange.sent && !exchange.received) return doubt("only its answer is there; left out");
   if (message == nullptr || (!cut && decoded.message != message)) return doubt("no message; left out");
@@ -134,20 +131,19 @@ void Player::add(const Exchange& exchange, bool both_traced) {
     step.members = decoded.members;
     if (both_traced && !(exchange.sent && exchange.received)) doubt("seen at one end only");
   }
-  const bool answer_known = exchange.failed || parse(exchange.answer.c_str(), &step.answer);
-  if (!answer_known) step.answer = Json::Value();
-  if (message->delivery == Delivery::kSync && !answer_known) {
+  Json::Value answer;
+  if (parse(exchange.answer.c_str(), &answer)) step.answer = answer;
+  if (message->delivery == Delivery::kSync && !exchange.failed && step.answer.isNull()) {
     doubt(own ? "its answer is missing or cut; not compared"
               : "its answer is missing or cut; the default is given");
   }
   steps_.push_back(std::move(step));
 }
 
-void Player::tell(std::size_t number, const std::vector<std::string>& differences) {
-  Case& one = cases_[number];
+void Player::tell(Case* one, const std::vector<std::string>& differences) {
   for (const std::string& difference : differences) {
-    print("{}  {}\n", one.name, difference);
-    one.differences.push_back(difference);
+    print("{}  {}\n", one->name, difference);
+    one->differences.push_back(difference);
     ++differences_;
   }
 }
@@ -157,7 +153,9 @@ bool Player::play(const Interrupt& interrupt) {
   constexpr std::chrono::milliseconds kAftermath{250};
   const SimulatedPeer peer(
       rules_.side,
-      [this](const Message& message, const Json::Value& members) { return respond(message, members); },
+      [this](const Message& message, const Json::Value& members, Response* response) {
+        respond(message, members, response);
+      },
       [](const Message* message, const std::string& line) {
         if (message == nullptr) print("{}", line);
       });
@@ -165,10 +163,10 @@ bool Player::play(const Interrupt& interrupt) {
   auto now = Clock::now();
   std::int64_t then = steps_.empty() ? 0 : steps_.front().at.time;
   for (Step& step : steps_) {
-    if (!step.wanted) continue;
+    if (step.outcome == nullptr) continue;
     if (step.own) {
       const auto due = now + span(step.at.time - then, rules_.speed);
-      if (interrupt.raised(std::max(due - Clock::now(), Clock::duration::zero()))) return false;
+      if (interrupt.raised(due - Clock::now())) return false;
       send(step);
     } else if (!await(&step, interrupt)) {
       return false;
@@ -186,7 +184,7 @@ void Player::send(const Step& step) {
   guard.unlock();
   const Client& client = clients_.try_emplace(&message, message).first->second;
   if (message.delivery == Delivery::kOneWay) return client.tell(text, false);
-  const Reply reply = client.ask(text, rules_.timeout);
+  const Reply reply = client.ask(text, Seconds(rules_.timeout));
   peer_lived_ = true;
   guard.lock();
   const bool failed = step.exchange->failed;
@@ -195,90 +193,88 @@ void Player::send(const Step& step) {
   if (failed || reply.failure || !parse(reply.text.c_str(), &seen)) {
     const std::string was = failed ? "none" : membersText(ids_.live(step.answer), message.reply);
     const std::string is = reply.failure ? "none" : membersIn(reply.text, &message, true);
-    if (was != is) tell(step.number, {compose("answer: {} -> {}", was, is)});
+    if (was != is) tell(step.outcome, {compose("answer: {} -> {}", was, is)});
     return;
   }
   const bool creates = message.code == Code::CreateApp;
   if (creates) ids_.learn(step.answer, seen, true);
   Json::Value expected = ids_.live(step.answer);
   if (creates) expected[key::kOrgid] = step.answer[key::kOrgid];  // only the number is handed out
-  tell(step.number, compare(message.reply, expected, seen, rules_.ignored));
+  tell(step.outcome, compare(message.reply, expected, seen, rules_.ignored));
 }
 
 bool Player::await(Step* step, const Interrupt& interrupt) {
   constexpr std::chrono::milliseconds kLook{50};
-  constexpr std::chrono::milliseconds kLastWords{1000};
+  constexpr std::chrono::seconds kLastWords{1};
   const key_t peer_queue = rules_.side == Side::kBrowser ? kNotificationQueueKey : kRequestQueueKey;
-  auto started = Clock::now();
-  bool gone = false;
+  const auto started = Clock::now();
+  std::optional<Clock::time_point> gone;
   std::unique_lock<std::mutex> guard(lock_);
   while (!came_.wait_for(guard, kLook, [&] { return step->done; })) {
     if (interrupt.raised()) return false;
     const bool alive = serversOf(peer_queue).alive();
     peer_lived_ = peer_lived_ || alive;
-    if (peer_lived_ && !alive && !std::exchange(gone, true)) started = Clock::now();
+    if (peer_lived_ && !alive && !gone) gone = Clock::now();
     // Who plays the browser waits for a plug-in process to be started.
-    const bool patient = rules_.timeout.count() == 0 || (rules_.side == Side::kBrowser && !heard_);
-    if (!gone && (patient || Clock::now() < started + rules_.timeout)) continue;
-    if (gone && Clock::now() < started + std::min(kLastWords, rules_.timeout)) continue;
-    tell(step->number, {"recorded, and did not come"});
+    const bool patient = rules_.timeout == 0 || (rules_.side == Side::kBrowser && !heard_);
+    if (gone ? Clock::now() < *gone + kLastWords
+             : patient || Clock::now() < started + Seconds(rules_.timeout)) {
+      continue;
+    }
+    tell(step->outcome, {"recorded, and did not come"});
     if (!gone) break;
     throw Failure(ExitCode::kNoPeer, "the {} process went away in the middle", nameOf(other(rules_.side)));
   }
-  step->done = true;
+  if (!step->done) finish(step);
   return true;
 }
 
-/// The first of this name that is still expected, or the last that has come before, with these members if
-/// there are any.
-Player::Step* Player::expected(const Message& message, const Json::Value* members, bool done) {
-  Arrivals& arrivals = to_arrive_[&message];
-  const std::vector<std::size_t>& indices = arrivals.steps;
-  const auto next = [&] { return indices.begin() + arrivals.first; };
-  while (next() != indices.end() && steps_[*next()].done) ++arrivals.first;
-  const auto fits = [&](std::size_t index) {
-    const Step& step = steps_[index];
-    return step.done == done &&
-           (members == nullptr || step.members.isNull() ||
-            compare(message.request, ids_.live(step.members), *members, rules_.ignored).empty());
-  };
-  if (!done) {
-    const auto found = std::find_if(next(), indices.end(), fits);
-    return found == indices.end() ? nullptr : &steps_[*found];
-  }
-  const auto last = std::find_if(indices.rbegin(), indices.rend(), fits);
-  return last == indices.rend() ? nullptr : &steps_[*last];
+/// What has come or is not waited for any longer.
+void Player::finish(Step* step) {
+  auto& [open, done] = arrivals_[step->exchange->message];
+  open.erase(std::find(open.begin(), open.end(), step));
+  done.push_front(step);
+  step->done = true;
+  came_.notify_all();
 }
 
-Response Player::respond(const Message& message, const Json::Value& members) {
+/// The first that is open with these members; else of questions the last that is done, of the rest the
+/// first with whatever members: it may be of another application, by its number.
+Player::Step* Player::expected(const Message& message, const Json::Value& members) {
+  auto& [open, done] = arrivals_[&message];
+  const auto first = [&](const std::deque<Step*>& steps) {
+    const auto found = std::find_if(steps.begin(), steps.end(), [&](const Step* step) {
+      return step->members.isNull() ||
+             compare(message.request, ids_.live(step->members), members, rules_.ignored).empty();
+    });
+    return found == steps.end() ? nullptr : *found;
+  };
+  Step* const step = first(open);
+  if (step != nullptr) return step;
+  if (message.delivery == Delivery::kSync) return first(done);
+  return open.empty() ? nullptr : open.front();
+}
+
+void Player::respond(const Message& message, const Json::Value& members, Response* response) {
   const std::lock_guard<std::mutex> guard(lock_);
   heard_ = true;
   const bool question = message.delivery == Delivery::kSync;
-  const bool wanted = matches(rules_.only, message.name);
-  Response response;
-  response.members = defaultReply(message, members);
-  Step* step = expected(message, &members, false);
-  if (step == nullptr && question) step = expected(message, &members, true);
-  // Another application, by its number, or other members.
-  if (step == nullptr && !question) step = expected(message, nullptr, false);
+  Step* const step = expected(message, members);
   if (step == nullptr) {
-    if (!wanted) return response;
-    cases_.push_back({commandText(message, members), {}});
-    tell(cases_.size() - 1,
-         {question ? "never recorded, answered by default" : "came more often than it was recorded"});
-    return response;
+    if (!matches(rules_.only, message.name)) return;
+    return tell(
+        &cases_.emplace_back(Case{commandText(message, members), {}}),
+        {question ? "never recorded, answered by default" : "came more often than it was recorded"});
   }
   ids_.learn(step->members, members, false);
-  if (wanted && !question && !step->members.isNull()) {
-    tell(step->number, compare(message.request, ids_.live(step->members), members, rules_.ignored));
+  if (step->outcome != nullptr && !question && !step->members.isNull()) {
+    tell(step->outcome, compare(message.request, ids_.live(step->members), members, rules_.ignored));
   }
-  step->done = true;
-  came_.notify_all();
-  if (step->exchange->failed) response.kind = Response::Kind::kFailure;
-  if (!step->answer.isNull()) response.members = ids_.live(step->answer);
+  if (!step->done) finish(step);
+  if (step->exchange->failed) response->kind = Response::Kind::kFailure;
+  if (!step->answer.isNull()) response->members = ids_.live(step->answer);
   const auto handling = span(step->exchange->trace.handling.value_or(0), rules_.speed);
-  if (question) response.delay = std::chrono::duration_cast<std::chrono::milliseconds>(handling);
-  return response;
+  if (question) response->delay = std::chrono::duration_cast<std::chrono::milliseconds>(handling);
 }
 
 }  // namespace hbbtv_ryn::rynctl

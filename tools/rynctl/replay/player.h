@@ -3,6 +3,7 @@
 #define HBBTV_RYN_TOOLS_RYNCTL_REPLAY_PLAYER_H
 
 #include <condition_variable>
+#include <deque>
 #include <map>
 #include <mutex>
 #include <set>
@@ -37,10 +38,10 @@ class Player {
  public:
   struct Rules {
     Side side;
-    double speed;  // 2 is twice as fast as recorded; 0: without any pause
+    double speed = 1;  // 2 is twice as fast as recorded; 0: without any pause
     std::set<std::string> ignored;
-    std::string only;                   // a pattern for the names of what is sent and compared
-    std::chrono::milliseconds timeout;  // for an answer, and for what the other side is to send next
+    std::string only = "*";  // a pattern for the names of what is sent and compared
+    double timeout = 10;     // seconds, for an answer, and for what the other side is to send next
   };
   /// What has been compared, or should have been.
   struct Case {
@@ -60,32 +61,31 @@ class Player {
   bool play(const Interrupt& interrupt);
 
   /// After play(), however it has ended.
-  const std::vector<Case>& cases() const { return cases_; }
+  const std::deque<Case>& cases() const { return cases_; }
   unsigned long differences() const { return differences_; }
 
  private:
   struct Step {
     const Exchange* exchange;
     bool own;                               // sent by this side
-    bool wanted;                            // by the rules
     Sight at;                               // this side's, if it has been traced
     Json::Value members = {}, answer = {};  // null: not known
     bool done = false;                      // sent, or seen to come
-    std::size_t number = 0;                 // of its case
+    Case* outcome = nullptr;                // null: not wanted by the rules
   };
 
-  /// What the other side is to send of one message: indices of steps.
+  /// What the other side is to send of one message, and what of it is done, the latest first.
   struct Arrivals {
-    std::vector<std::size_t> steps;
-    std::ptrdiff_t first = 0;  // all before it are done
+    std::deque<Step*> open, done;
   };
 
   void add(const Exchange& exchange, bool both_traced);
   void send(const Step& step);
   bool await(Step* step, const Interrupt& interrupt);
-  Response respond(const Message& message, const Json::Value& members);
-  Step* expected(const Message& message, const Json::Value* members, bool done);
-  void tell(std::size_t number, const std::vector<std::string>& differences);
+  void respond(const Message& message, const Json::Value& members, Response* response);
+  Step* expected(const Message& message, const Json::Value& members);
+  void finish(Step* step);
+  void tell(Case* one, const std::vector<std::string>& differences);
 
   const Rules rules_;
   std::vector<std::string> doubts_;
@@ -94,10 +94,10 @@ class Player {
 
   std::mutex lock_;  // guards everything below: what comes is taken on other threads
   std::condition_variable came_;
-  std::vector<Step> steps_;  // of each only `done` changes
-  std::map<const Message*, Arrivals> to_arrive_;
+  std::vector<Step> steps_;
+  std::map<const Message*, Arrivals> arrivals_;
   Ids ids_;
-  std::vector<Case> cases_;
+  std::deque<Case> cases_;
   unsigned long differences_ = 0;
   bool heard_ = false;  // anything of the other side
 };

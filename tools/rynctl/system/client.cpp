@@ -39,14 +39,14 @@ void Client::requireRoom(const std::string& text) const {
   }
   const QueueName& queue = queueAt(queueOf(message_));
   const unsigned long needed = recordsOf(text.size()) * recordPayloadBytes(IPC_CHUNK_SIZE);
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  const auto deadline = Clock::now() + kPatience;
   for (;;) {
     const auto state = look(queue);
     if (!state) return;
     // A message that no empty queue would hold passes in pieces while the server reads.
     const bool passes = state->messages == 0 && state->servers.alive();
     if (passes || state->bytes + needed <= state->limit) return;
-    if (std::chrono::steady_clock::now() > deadline) {
+    if (Clock::now() > deadline) {
       throw Failure(ExitCode::kNoRoom,
                     "the queue '{}' is full: {} messages wait, {} of {} bytes; 'rynctl doctor' says why",
                     queue.name, state->messages, state->bytes, state->limit);
@@ -64,42 +64,32 @@ void Client::tell(const std::string& text, bool unserved) const {
   if (result != 0) throw Failure(ExitCode::kNoPeer, "the queue cannot be written, result {}", result);
 }
 
-Reply Client::ask(const std::string& text, std::chrono::milliseconds limit) const {
+Reply Client::ask(const std::string& text, Seconds limit) const {
   requirePeer(false);
   requireRoom(text);
-  struct Exchange {
-    int result = 0;
-    Reply reply{true, "", {}};
-  };
   // The wait itself cannot be ended from outside, so it has a thread that may be left behind.
-  std::packaged_task<Exchange()> task([client = client_, request_text = text]() mutable {
-    Exchange exchange;
-    const IpcMessage request{static_cast<int32_t>(request_text.size()), request_text.data()};
-    IpcMessage reply{0, nullptr};
-    const auto start = std::chrono::steady_clock::now();
-    exchange.result = zunt_ipc_client_send_sync_with_params(client.get(), &request, &reply);
-    const auto took = std::chrono::steady_clock::now() - start;
-    const MallocPtr<char> owner(reply.text);
-    exchange.reply.took = std::chrono::duration_cast<std::chrono::microseconds>(took);
-    exchange.reply.failure = reply.length == 0;
-    if (reply.length > 0) exchange.reply.text.assign(reply.text, static_cast<std::size_t>(reply.length));
-    return exchange;
+  std::packaged_task<std::optional<Reply>()> task([client = client_, question = text]() mutable {
+    const IpcMessage request{static_cast<int32_t>(question.size()), question.data()};
+    IpcMessage answer{0, nullptr};
+    const auto start = Clock::now();
+    const int result = zunt_ipc_client_send_sync_with_params(client.get(), &request, &answer);
+    const auto took = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start);
+    const MallocPtr<char> owner(answer.text);
+    const Reply reply{answer.length == 0, {answer.text, static_cast<std::size_t>(answer.length)}, took};
+    return result == 0 ? std::optional(reply) : std::nullopt;
   });
   auto done = task.get_future();
   std::thread(std::move(task)).detach();
   const char* const peer = nameOf(receiverOf(message_));
   if (limit.count() != 0 && done.wait_for(limit) != std::future_status::ready) {
     throw Failure(ExitCode::kNoAnswer,
-                  "{}: the {} process lives, but has not answered in {} ms; 'rynctl queues' shows whether "
+                  "{}: the {} process lives, but has not answered in {} s; 'rynctl queues' shows whether "
                   "it reads",
                   message_.name, peer, limit.count());
   }
-  const Exchange exchange = done.get();
-  if (exchange.result != 0) {
-    throw Failure(ExitCode::kNoPeer,
-                  "no {} process: it went away before it answered, or its answer was lost", peer);
-  }
-  return exchange.reply;
+  if (const auto reply = done.get()) return *reply;
+  throw Failure(ExitCode::kNoPeer, "no {} process: it went away before it answered, or its answer was lost",
+                peer);
 }
 
 }  // namespace hbbtv_ryn::rynctl

@@ -8,6 +8,7 @@
 
 #include "hbbtv_ryn/ipc.h"
 #include "ipc/protocol/catalogue.h"
+#include "tools/rynctl/system/wait.h"
 
 namespace hbbtv_ryn::rynctl {
 
@@ -25,7 +26,7 @@ class Client {
   /// Throws Failure: NoPeer when nobody serves the queue or the server dies; NoRoom when the text is too
   /// long or the queue is full and stays so; NoAnswer when `limit` has passed (zero: no limit). After the
   /// latter the request is still out, so the process should end.
-  Reply ask(const std::string& text, std::chrono::milliseconds limit) const;
+  Reply ask(const std::string& text, Seconds limit) const;
 
   /// Throws as ask().
   /// @param unserved  also when nobody is there to read it yet.

@@ -81,37 +81,32 @@ std::optional<LogReport> LogControl::next(Clock::time_point deadline) const {
 std::map<std::uint16_t, LogOutcome> applyToEach(const LogControl& control, const LogCommand& command,
                                                 std::optional<std::uint16_t> port) {
   using Effect = LogOutcome::Effect;
-  struct Wait {
-    Clock::time_point until;  // the past when the outcome is settled
-    int reports = 0;          // since the command
-  };
   std::map<std::uint16_t, LogOutcome> outcomes;
-  std::map<std::uint16_t, Wait> waits;
   auto join_until = Clock::now() + kReportPatience;
-  const auto window = port ? std::chrono::milliseconds::zero() : kWindow;
   const auto end = [&] {
     auto latest = join_until;
-    for (const auto& [each, wait] : waits) latest = std::max(latest, wait.until);
+    for (const auto& [each, outcome] : outcomes) latest = std::max(latest, outcome.until);
     return latest;
   };
   while (const auto report = control.next(end())) {
     if (port.value_or(report->port) != report->port) continue;
     const auto now = Clock::now();
-    if (outcomes.count(report->port) > 0) {
-      LogOutcome& outcome = outcomes[report->port];
-      Wait& wait = waits[report->port];
-      outcome.effect = !outcome.refused.empty()   ? Effect::kRefused
-                       : command.shownBy(*report) ? Effect::kShown
-                                                  : Effect::kNotShown;
-      const bool open = outcome.effect == Effect::kNotShown && ++wait.reports < kReportsWithoutEffect;
-      wait.until = open ? now + kReportPatience : Clock::time_point();
-    } else if (now < join_until) {
+    const bool joins = outcomes.count(report->port) == 0;
+    if (joins && now >= join_until) continue;
+    // No more can join than the one that was asked for.
+    if (outcomes.empty()) join_until = port ? now : now + kWindow;
+    LogOutcome& outcome = outcomes[report->port];
+    if (joins) {
       control.send(report->port, command);
-      // No more can join than the one that was asked for.
-      if (outcomes.empty()) join_until = now + window;
-      outcomes[report->port].refused = command.refusedBy(*report);
-      waits[report->port].until = now + kReportPatience;
+      outcome.refused = command.refusedBy(*report);
+      if (!outcome.refused.empty()) outcome.effect = Effect::kRefused;
+    } else if (outcome.refused.empty()) {
+      ++outcome.reports;
+      outcome.effect = command.shownBy(*report) ? Effect::kShown : Effect::kNotShown;
     }
+    const bool open = outcome.effect == Effect::kSilent ||
+                      (outcome.effect == Effect::kNotShown && outcome.reports < kReportsWithoutEffect);
+    outcome.until = open ? now + kReportPatience : Clock::time_point();
   }
   return outcomes;
 }

@@ -73,6 +73,8 @@ struct LogOutcome {
   };
   Effect effect = Effect::kSilent;
   std::vector<std::string> refused;
+  int reports = 0;          // since the command
+  Clock::time_point until;  // when the next is given up; the past when the outcome is settled
 };
 
 /// Answers the next report of each process, or only of the one at `port`, with the command, and waits for

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -21,20 +20,18 @@ namespace fs = std::filesystem;
 
 constexpr auto kWholeLine = std::numeric_limits<std::streamsize>::max();
 
-/// The number behind the word that begins a line.
-std::optional<long> numberAfter(const char* wanted, const std::string& file) {
+/// The number behind the word that begins a line; 0 when there is none.
+long numberAfter(const char* wanted, const std::string& file) {
   std::ifstream lines(file);
-  std::string word;
-  while (lines >> word) {
-    long number = 0;
-    if (word == wanted && lines >> number) return number;
-    lines.ignore(kWholeLine, '\n');
+  long number = 0;
+  for (std::string word; lines >> word; lines.ignore(kWholeLine, '\n')) {
+    if (word == wanted && lines >> number) break;
   }
-  return std::nullopt;
+  return number;
 }
 
-/// What /proc/PID/fd/N links to for this port's socket: "socket:[12345]".
-std::optional<std::string> socketLink(std::uint16_t port) {
+/// What /proc/PID/fd/N links to for this port's socket: "socket:[12345]"; empty when there is none.
+std::string socketLink(std::uint16_t port) {
   std::ifstream table("/proc/net/udp");
   table.ignore(kWholeLine, '\n');  // headings
   // "slot: address:port remote state queues timer retransmits uid timeout inode ..."
@@ -51,7 +48,7 @@ std::optional<std::string> socketLink(std::uint16_t port) {
       return compose("socket:[{}]", inode);
     }
   }
-  return std::nullopt;
+  return {};
 }
 
 }  // namespace
@@ -75,11 +72,12 @@ Process processAt(pid_t pid, std::time_t seen) {
   std::string field;
   for (int i = 0; i <= kFieldsBetweenStateAndStart; ++i) rest >> field;
   const long ticks = std::strtol(field.c_str(), nullptr, 10);
-  if (numberAfter("btime", "/proc/stat").value_or(0) + ticks / sysconf(_SC_CLK_TCK) > seen + kRounding) {
+  if (numberAfter("btime", "/proc/stat") + ticks / sysconf(_SC_CLK_TCK) > seen + kRounding) {
     return process;
   }
   // The kernel notes the thread, not the process, when a message meets a waiting reader.
-  process.pid = static_cast<pid_t>(numberAfter("Tgid:", compose("/proc/{}/status", pid)).value_or(pid));
+  const long group = numberAfter("Tgid:", compose("/proc/{}/status", pid));
+  if (group != 0) process.pid = static_cast<pid_t>(group);
   process.name = line.substr(open + 1, close - open - 1);
   process.alive = state != 'Z' && state != 'X';
   return process;
@@ -91,21 +89,19 @@ std::string Process::text() const {
   return compose("{} ({})", printable(name), pid);
 }
 
-std::optional<Process> findUdpPortOwner(std::uint16_t port) {
-  const auto link = socketLink(port);
-  if (!link) return std::nullopt;
+Process findUdpPortOwner(std::uint16_t port) {
+  const std::string link = socketLink(port);
+  if (link.empty()) return {};
   std::error_code unreadable;
   for (fs::directory_iterator entry("/proc", unreadable), end; entry != end; entry.increment(unreadable)) {
-    const std::string name = entry->path().filename();
     pid_t pid = 0;
-    const auto parsed = std::from_chars(name.data(), name.data() + name.size(), pid);
-    if (parsed.ec != std::errc()) continue;
+    if (!readNumber(entry->path().filename().native(), &pid)) continue;
     for (const auto& descriptor : fs::directory_iterator(entry->path() / "fd", unreadable)) {
-      if (fs::read_symlink(descriptor.path(), unreadable) == *link)
+      if (fs::read_symlink(descriptor.path(), unreadable) == link)
         return processAt(pid, std::time(nullptr));
     }
   }
-  return std::nullopt;
+  return {};
 }
 
 }  // namespace hbbtv_ryn::rynctl

@@ -6,7 +6,6 @@
 
 #include <cstdint>
 #include <ctime>
-#include <optional>
 #include <string>
 
 namespace hbbtv_ryn::rynctl {
@@ -24,9 +23,9 @@ struct Process {
 /// started later is another process, and the one that is meant is gone.
 Process processAt(pid_t pid, std::time_t seen);
 
-/// The process that holds a UDP port. Looks through /proc, as far as the user may: nothing when the process
+/// The process that holds a UDP port. Looks through /proc, as far as the user may: none when the process
 /// belongs to another user or has ended.
-std::optional<Process> findUdpPortOwner(std::uint16_t port);
+Process findUdpPortOwner(std::uint16_t port);
 
 }  // namespace hbbtv_ryn::rynctl
 

@@ -42,10 +42,10 @@ UdpPort::UdpPort(std::uint16_t port, const char* deed)
     throw Failure(ExitCode::kNoPeer, "cannot listen on UDP port {} of 127.0.0.1: {}", port,
                   std::strerror(error));
   }
-  const auto owner = findUdpPortOwner(port);
+  const Process owner = findUdpPortOwner(port);
   throw Failure(ExitCode::kNoPeer,
                 "UDP port {} is taken by {}; only one at a time can {}: end it and try again", port,
-                owner ? owner->text() : "another tool", deed);
+                owner.pid != 0 ? owner.text() : "another tool", deed);
 }
 
 UdpPort::~UdpPort() {

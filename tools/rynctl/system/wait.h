@@ -9,6 +9,7 @@
 namespace hbbtv_ryn::rynctl {
 
 using Clock = std::chrono::steady_clock;
+using Seconds = std::chrono::duration<double>;
 
 /// Throws std::system_error for errno.
 [[noreturn]] void failErrno(const char* what);
@@ -29,8 +30,8 @@ class Interrupt {
   /// To be waited for as input; readable from the first signal on.
   int descriptor() const { return descriptor_; }
   /// Whether a signal has come, or comes within this time.
-  bool raised(Clock::duration within = {}) const {
-    return awaitInput({descriptor_}, Clock::now() + within);
+  bool raised(Seconds within = {}) const {
+    return awaitInput({descriptor_}, Clock::now() + std::chrono::duration_cast<Clock::duration>(within));
   }
   void wait() const {
     while (!raised(std::chrono::hours(1))) continue;

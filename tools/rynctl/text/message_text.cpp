@@ -5,7 +5,6 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <charconv>
 #include <memory>
 #include <set>
 #include <string_view>
@@ -58,10 +57,8 @@ bool matches(const std::string& glob, std::string_view name) {
 
 const Message& findByName(const std::string& name) {
   int code = 0;
-  const auto parsed = std::from_chars(name.data(), name.data() + name.size(), code);
-  if (parsed.ec == std::errc() && parsed.ptr == name.data() + name.size()) {
-    if (const Message* const message = findMessage(code)) return *message;
-  }
+  const Message* const numbered = readNumber(name, &code) ? findMessage(code) : nullptr;
+  if (numbered != nullptr) return *numbered;
   for (const Message& message : kMessages) {
     if (strcasecmp(std::string(message.name).c_str(), name.c_str()) == 0) return message;
   }
@@ -113,25 +110,6 @@ std::string membersIn(const std::string& text, const Message* message, bool answ
   return membersText(members, answer ? message->reply : message->request);
 }
 
-Json::Value defaultReply(const Message& message, const Json::Value& request) {
-  Json::Value reply(Json::objectValue);
-  if (message.reply_code != kNoReplyCode) {
-    set(&reply, key::kCode, static_cast<Json::UInt>(message.reply_code));
-  }
-  for (const Member& member : message.reply) {
-    if (member.default_answer == kAsRequested) {
-      set(&reply, member.key, request[member.key]);
-    } else if (member.type == Type::kString || member.type == Type::kIdFields) {
-      set(&reply, member.key, "");
-    } else if (member.type == Type::kBoolean) {
-      set(&reply, member.key, member.default_answer != 0);
-    } else {
-      set(&reply, member.key, member.default_answer);
-    }
-  }
-  return reply;
-}
-
 std::string onOneLine(std::string_view text) {
   std::string line;
   bool indentation = true;
@@ -168,8 +146,8 @@ Type typeOf(const std::string& where, const Members& members, const std::string&
 
 [[noreturn]] void failType(const std::string& where, const std::string& key, Type type,
                            const std::string& value) {
-  const char* const wanted = type == Type::kFlag || type == Type::kBoolean ? "0 or 1, false or true"
-                             : type == Type::kString                       ? "a string"
+  const char* const wanted = isFlag(type)              ? "0 or 1, false or true"
+                             : type == Type::kString   ? "a string"
                              : type == Type::kIdFields ? "a string of fields of 16 characters"
                                                        : "an integer of 32 bits";
   failMalformed(where, compose("{} takes {}, not {}", printable(key), wanted, printable(value)));
@@ -177,20 +155,17 @@ Type typeOf(const std::string& where, const Members& members, const std::string&
 
 /// What a typed text stands for; null for nothing that a member of the type could be.
 Json::Value valueIn(std::string_view text, Type type) {
-  if (type == Type::kString || type == Type::kIdFields) return std::string(text);
+  if (isText(type)) return std::string(text);
   if (text == "true" || text == "false") return text == "true";
   const bool hexadecimal = text.substr(0, 2) == "0x" && text.substr(2, 1) != "-";
   if (hexadecimal) text.remove_prefix(2);
   int value = 0;
-  const auto parsed = std::from_chars(text.data(), text.data() + text.size(), value, hexadecimal ? 16 : 10);
-  const bool whole = parsed.ec == std::errc() && parsed.ptr == text.data() + text.size();
-  return whole ? Json::Value(value) : Json::Value();
+  return readNumber(text, &value, hexadecimal ? 16 : 10) ? Json::Value(value) : Json::Value();
 }
 
 bool fits(const Json::Value& value, Type type) {
-  if (type == Type::kString || type == Type::kIdFields) return value.isString();
-  if (type == Type::kInt || type == Type::kKeyCount) return value.isInt();
-  return value.isBool() || value == 0 || value == 1;
+  if (isText(type)) return value.isString();
+  return isFlag(type) ? value.isBool() || value == 0 || value == 1 : value.isInt();
 }
 
 /// A key-code list whose count was left out is as long as its codes say.
@@ -236,10 +211,9 @@ void checkMembers(const std::string& where, const Json::Value& members, const Me
 }
 
 Json::Value buildMessage(const Message& message, const std::vector<std::string>& assignments,
-                         const std::optional<std::string>& json) {
+                         Json::Value members) {
   const std::string where(message.name);
   const auto code = static_cast<int>(message.code);
-  Json::Value members = json ? parseObject(where, *json) : Json::Value(Json::objectValue);
   if (members.isObject() && members.isMember(key::kCode)) {
     if (members[key::kCode] != code) {
       failMalformed(where, compose("its code is {}, not {}", code, oneLine(members[key::kCode])));

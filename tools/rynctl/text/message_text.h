@@ -4,7 +4,6 @@
 
 #include <json/value.h>
 
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -52,19 +51,16 @@ std::string commandText(const Message& message, const Json::Value& members);
 /// line.
 std::string membersIn(const std::string& text, const Message* message, bool answer);
 
-/// What a host without handlers answers.
-Json::Value defaultReply(const Message& message, const Json::Value& request);
-
 /// A text of the wire in one line, without bytes that steer a terminal.
 std::string onOneLine(std::string_view text);
 
 /// The message, with its code and every member that its kind has.
 ///
 /// @param assignments  "key=value" each.
-/// @param json         a JSON object to start from, if any.
+/// @param members      what they are added to.
 /// Throws Failure (Malformed) that says what is missing, unknown or of a wrong type.
 Json::Value buildMessage(const Message& message, const std::vector<std::string>& assignments,
-                         const std::optional<std::string>& json);
+                         Json::Value members);
 
 /// Throws Failure (Malformed), beginning with `where`, for a member that is unknown or of a wrong type.
 void checkMembers(const std::string& where, const Json::Value& members, const Members& expected);

@@ -43,9 +43,9 @@ void redraw(const std::string& text) {
 }
 
 std::string styled(Style style, std::string_view text, std::FILE* stream) {
+  constexpr int kCodes[] = {0, 1, 32, 31};
   if (!hasColour(stream)) return std::string(text);
-  const int code = style == Style::kHeading ? 1 : style == Style::kGood ? 32 : 31;
-  return compose("\033[{}m{}\033[0m", code, text);
+  return compose("\033[{}m{}\033[0m", kCodes[static_cast<int>(style)], text);
 }
 
 std::string printable(std::string_view text) {

@@ -38,7 +38,7 @@ void complain(std::string_view text);
 /// Prints a text that takes the place of the one before: on a terminal the screen is cleared.
 void redraw(const std::string& text);
 
-enum class Style { kHeading, kGood, kProblem };
+enum class Style { kPlain, kHeading, kGood, kProblem };
 
 /// @return the text; coloured where the stream is a terminal that shows colour, and the user has not set
 /// NO_COLOR.

@@ -1,15 +1,17 @@
 // Makes one line per message out of what both processes trace.
-#ifndef HBBTV_RYN_TOOLS_RYNCTL_COMMANDS_TRACE_VIEW_H
-#define HBBTV_RYN_TOOLS_RYNCTL_COMMANDS_TRACE_VIEW_H
+#ifndef HBBTV_RYN_TOOLS_RYNCTL_TRACE_TRACE_VIEW_H
+#define HBBTV_RYN_TOOLS_RYNCTL_TRACE_TRACE_VIEW_H
 
 #include <chrono>
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 
-#include "tools/rynctl/text/trace_datagram.h"
+#include "tools/rynctl/system/wait.h"
+#include "tools/rynctl/trace/exchange.h"
 
 namespace hbbtv_ryn::rynctl {
 
@@ -18,12 +20,10 @@ namespace hbbtv_ryn::rynctl {
 /// with what both ends know of it.
 class TraceView {
  public:
-  using Clock = std::chrono::steady_clock;
-
   struct Filter {
-    std::string glob;
+    std::string glob = "*";
     std::optional<double> slow;  // only answers that took so many milliseconds
-    bool errors;                 // only what went wrong
+    bool errors = false;         // only what went wrong
   };
 
   explicit TraceView(Filter filter) : filter_(std::move(filter)) {}
@@ -40,34 +40,28 @@ class TraceView {
 
  private:
   struct Numbers {
-    std::uint64_t first = 0;
+    std::uint64_t first = UINT64_MAX;
     std::uint64_t last = 0;
     std::uint64_t count = 0;
   };
+  /// Given to a traced client, not yet seen to arrive.
   struct Answer {
     TraceEvent event;
+    std::shared_ptr<const Exchange> exchange;
     Clock::time_point seen;
-  };
-  /// What is known of one queue.
-  struct Queue {
-    std::deque<TraceEvent> sent;    // not yet seen to be received
-    std::deque<Answer> answers;     // given to a traced client, not yet seen to arrive
-    bool answer_to_traced = false;  // the request that is being handled came from a traced client
   };
 
   void count(const TraceEvent& event);
-  void show(const TraceEvent& event, std::optional<std::int64_t> handling);
-  bool isShown(const TraceEvent& event, std::optional<std::int64_t> handling) const;
-  std::string line(const TraceEvent& event, std::optional<std::int64_t> handling);
-  const std::string& processName(const TraceEvent& event);
+  void show(const TraceEvent& event, const Exchange& exchange);
+  bool isShown(const TraceEvent& event, const Exchange& exchange) const;
 
   const Filter filter_;
   std::map<pid_t, Numbers> numbers_;
-  std::map<pid_t, std::string> names_;
-  std::map<key_t, Queue> queues_;
+  Exchanges exchanges_;
+  std::deque<Answer> answers_;
   std::uint64_t messages_ = 0;
 };
 
 }  // namespace hbbtv_ryn::rynctl
 
-#endif  // HBBTV_RYN_TOOLS_RYNCTL_COMMANDS_TRACE_VIEW_H
+#endif  // HBBTV_RYN_TOOLS_RYNCTL_TRACE_TRACE_VIEW_H
