@@ -2,8 +2,8 @@
 # and runs. The building itself is CMake's: see CMakePresets.json.
 .DEFAULT_GOAL := help
 .PHONY: help demo check check-page check-asan check-tsan check-armhf check-model package check-package \
-        check-abi accept-abi footprint bench check-instructions fuzz torture soak docs format check-format \
-        lint clean
+        check-abi accept-abi footprint bench check-instructions fuzz torture soak proportions docs format \
+        check-format lint clean
 
 # What one clone has compiled, another need not.
 export CCACHE_BASEDIR = $(CURDIR)
@@ -69,7 +69,7 @@ package: ## Make the Debian packages for this machine's architecture and for arm
 	$(call build,armhf,hbbtv_ryn man_page)
 	@cpack --preset armhf
 
-check-package: package ## Install the packages into a fresh root and build a stranger's hosts there
+check-package: package ## Install the packages into a fresh root and build the example hosts there
 	@tests/package/run.sh build/packages
 
 check-abi: ## Compare exported symbols and public layouts with the committed lists
@@ -87,7 +87,7 @@ accept-abi: ## Take over the present symbols and layouts as the committed lists
 footprint: ## Print the size of the library and the memory of an idle endpoint on armhf
 	$(install) build check armhf
 	$(call build,armhf,hbbtv_ryn footprint_empty_process footprint_idle_endpoint)
-	@tests/footprint/run.sh build/armhf arm-linux-gnueabihf-strip qemu-arm -L /
+	@bench/footprint/run.sh build/armhf arm-linux-gnueabihf-strip qemu-arm -L /
 
 bench: ## Measure against other buses (under 4 minutes)
 	$(install) build bench
@@ -109,10 +109,15 @@ torture: ## Ten minutes of load, kills, restarts and hostile records
 	$(call build,release,ryn_torture)
 	@build/release/bin/ryn_torture --seconds 600
 
-soak: ## Thirty minutes of normal traffic with restarts
+soak: ## Thirty minutes of the demo, one host living through all of it while the other is replaced
 	$(install) build check
-	$(call build,release,ryn_soak)
-	@build/release/bin/ryn_soak
+	$(call build,release,browser_host plugin_host)
+	@pids=; for survivor in browser plug-in; do \
+	  scripts/own_namespace.sh tests/soak/soak.py build/release/bin $$survivor & pids="$$pids $$!"; \
+	done; result=0; for pid in $$pids; do wait $$pid || result=1; done; exit $$result
+
+proportions: ## Print how much of the code is tests, and fail when it is too much
+	@scripts/proportions.sh
 
 docs: ## Print the message tables of docs/protocol.md from the catalogue
 	$(install) build check

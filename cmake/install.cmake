@@ -1,5 +1,5 @@
 # What `cmake --install` puts where: the library, its headers, the CMake package, the pkg-config file and the
-# tool.
+# tools.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS hbbtv_ryn EXPORT hbbtv_ryn_targets
@@ -27,18 +27,21 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/hbbtv_ryn.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
 if(TARGET rynctl)
-  install(TARGETS rynctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  install(TARGETS rynctl ryn_torture RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
   install(FILES examples/rynctl/slow_browser.json examples/rynctl/evening.json
     DESTINATION ${CMAKE_INSTALL_DATADIR}/rynctl COMPONENT tools)
   install(FILES packaging/rynctl.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
     RENAME rynctl COMPONENT tools)
 endif()
-# The page holds what the tool says of itself, so the tool must run here.
+# The pages hold what the tools say of themselves, so the tools must run here.
 if(TARGET rynctl AND (NOT CMAKE_CROSSCOMPILING OR CMAKE_CROSSCOMPILING_EMULATOR))
-  set(make_page ${PROJECT_SOURCE_DIR}/packaging/make_man_page.sh ${PROJECT_SOURCE_DIR}/packaging/rynctl.1.in)
-  add_custom_command(OUTPUT rynctl.1
-    COMMAND ${make_page} rynctl.1 ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:rynctl>
-    DEPENDS rynctl ${make_page} VERBATIM)
-  add_custom_target(man_page ALL DEPENDS rynctl.1)
-  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/rynctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  set(make_page ${PROJECT_SOURCE_DIR}/packaging/make_man_page.sh)
+  foreach(tool IN ITEMS rynctl ryn_torture)
+    set(page ${PROJECT_SOURCE_DIR}/packaging/${tool}.1.in)
+    add_custom_command(OUTPUT ${tool}.1
+      COMMAND ${make_page} ${page} ${tool}.1 ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${tool}>
+      DEPENDS ${tool} ${make_page} ${page} VERBATIM)
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${tool}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  endforeach()
+  add_custom_target(man_page ALL DEPENDS rynctl.1 ryn_torture.1)
 endif()

@@ -33,6 +33,7 @@ set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "Headers, CMake package and pkg-config 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME hbbtv-ryn-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${same_runtime}")
-set(CPACK_DEBIAN_TOOLS_DESCRIPTION "The command-line tool rynctl, which shows, drives and checks the traffic of the bridge.")
+set(CPACK_DEBIAN_TOOLS_DESCRIPTION "The command-line tool rynctl, which shows, drives and checks the traffic of the bridge, and
+ryn_torture, which proves on a set what the library promises.")
 
 include(CPack)

@@ -1,6 +1,6 @@
 #!/bin/sh
-# Writes rynctl(1): a page with, in the place of its line @HELP@, what the program says of itself and of each of
-# its commands. The program stands behind its emulator if it needs one.
+# Writes a program's page: with, in the place of its line @HELP SECTION@, what the program says of itself and of
+# each of its commands. The program stands behind its emulator if it needs one.
 # Usage: packaging/make_man_page.sh PAGE OUTPUT [EMULATOR...] PROGRAM
 set -eu
 page=$1
@@ -23,11 +23,12 @@ subcommands() {
 }
 
 while IFS= read -r line; do
-  if [ "$line" != @HELP@ ]; then
-    printf '%s\n' "$line"
-    continue
-  fi
-  section COMMANDS
+  case $line in
+    @HELP*) ;;
+    *) printf '%s\n' "$line"; continue ;;
+  esac
+  line=${line#@HELP }
+  section "${line%@}"
   for command in $(subcommands); do
     section "rynctl $command" "$command"
     for inner in $(subcommands "$command"); do section "rynctl $command $inner" "$command" "$inner"; done

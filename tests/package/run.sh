@@ -1,6 +1,6 @@
 #!/bin/bash
-# Installs the packages into a fresh Debian root, as an integrator would, builds two hosts against them with
-# CMake and with pkg-config, and runs each pair. The fresh root is kept as build/fresh-root-*.tar.
+# Installs the packages into a fresh Debian root, as an integrator would, builds the example hosts against
+# them with CMake and with pkg-config, and runs each pair. The fresh root is kept as build/fresh-root-*.tar.
 # Usage: tests/package/run.sh FOLDER   (the one that holds the packages)
 # shellcheck disable=SC2016  # what stands in single quotes is for apt-get and for the shell in the root
 set -euo pipefail
@@ -33,9 +33,10 @@ in_root() {
     ${proxy:+http_proxy="$proxy"} chroot "$root" "$@"
 }
 
-# The same in an IPC and a network namespace of its own.
+# The same in namespaces of its own, with its own processes below /proc.
 in_isolated_root() {
-  env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C unshare --ipc --net chroot "$root" "$@"
+  env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C \
+    unshare --ipc --net --pid --fork --mount-proc="$root/proc" chroot "$root" "$@"
 }
 
 make_archive() {
@@ -65,23 +66,21 @@ in_root sh -c 'apt-get -qq install -y --no-install-recommends /tmp/*.deb' >"$bui
   { cat "$build/install.log" >&2; exit 1; }
 in_root test -f /usr/lib/sysctl.d/60-hbbtv-ryn.conf
 in_root rynctl --help >/dev/null
+in_isolated_root ryn_torture --seconds 1
 
-cp -r "$here/stranger" "$here/../../examples" "$here/../examples/run.sh" "$root/srv/"
-mv "$root/srv/examples" "$root/srv/run.sh" "$root/srv/stranger/"
+cp -r "$here/../../examples" "$here/../examples/run.sh" "$root/srv/"
 echo "Building and running with find_package"
-in_root sh -ec 'cd /srv/stranger
-  cmake -S . -B cmake-build >/dev/null
-  cmake --build cmake-build'
-in_isolated_root /srv/stranger/run.sh /srv/stranger/cmake-build
+in_root sh -ec 'cmake -S /srv/examples -B /srv/cmake-build >/dev/null
+  cmake --build /srv/cmake-build'
+in_isolated_root /srv/run.sh /srv/cmake-build/bin/examples
 
 echo "Building and running with pkg-config"
-in_root sh -ec 'cd /srv/stranger
-  mkdir pkg-config-build
+in_root sh -ec 'mkdir /srv/pkg-config-build
   for host in browser plugin; do
     g++ -std=c++17 -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror $(pkg-config --cflags hbbtv_ryn) \
-      examples/$host.cpp -o pkg-config-build/$host $(pkg-config --libs hbbtv_ryn)
+      /srv/examples/$host.cpp -o /srv/pkg-config-build/$host $(pkg-config --libs hbbtv_ryn)
   done'
-in_isolated_root /srv/stranger/run.sh /srv/stranger/pkg-config-build
+in_isolated_root /srv/run.sh /srv/pkg-config-build
 
 echo "Removing the packages"
 in_root apt-get -qq purge -y libhbbtv-ryn-dev 'libhbbtv-ryn[0-9]*' hbbtv-ryn-tools >"$build/install.log" 2>&1 ||

@@ -24,7 +24,7 @@ namespace {
 
 constexpr int kChildSocket = 3;
 const std::string kRoleOption = "--child-role=";
-constexpr std::size_t kMaxText = 128 * 1024;
+constexpr std::size_t kMaxText = 131072;
 
 std::map<std::string, ChildRole::Body>& roles() {
   static std::map<std::string, ChildRole::Body> by_name;
@@ -64,11 +64,11 @@ std::vector<std::string> commandFor(const ChildRole& role, const std::vector<std
 
 }  // namespace
 
-void Parent::say(const std::string& text) {
+void Parent::say(const std::string& text) const {
   sendText(socket_, text);
 }
 
-std::string Parent::hear() {
+std::string Parent::hear() const {
   return receiveText(socket_);
 }
 
@@ -76,18 +76,21 @@ ChildRole::ChildRole(const char* name, Body body) : name_(name) {
   if (!roles().emplace(name, body).second) throw std::logic_error(std::string("two roles named ") + name);
 }
 
-ChildProcess::ChildProcess(const ChildRole& role, const std::vector<std::string>& arguments) {
+ChildProcess::ChildProcess(const ChildRole& role, const std::vector<std::string>& arguments,
+                           int error_output) {
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) fail("socketpair");
   socket_ = ends[0];
 
   auto command = commandFor(role, arguments);
   std::vector<char*> argv;
+  argv.reserve(command.size() + 1);
   for (auto& word : command) argv.push_back(word.data());
   argv.push_back(nullptr);
   pid_ = fork();
   if (pid_ == 0) {
     dup2(ends[1], kChildSocket);
+    dup2(error_output, STDERR_FILENO);
     execvp(argv[0], argv.data());
     _exit(127);
   }
@@ -103,11 +106,11 @@ ChildProcess::~ChildProcess() {
   close(socket_);
 }
 
-void ChildProcess::say(const std::string& text) {
+void ChildProcess::say(const std::string& text) const {
   sendText(socket_, text);
 }
 
-std::string ChildProcess::hear() {
+std::string ChildProcess::hear() const {
   pollfd readable{socket_, POLLIN, 0};
   const auto limit = std::chrono::duration_cast<std::chrono::milliseconds>(kDeadline);
   if (poll(&readable, 1, static_cast<int>(limit.count())) <= 0) {
@@ -121,6 +124,12 @@ int ChildProcess::wait() {
   waitUntil("the child ended", [&] { return waitpid(pid_, &status, WNOHANG) == pid_; });
   pid_ = -1;
   return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+bool ChildProcess::lives() const {
+  siginfo_t ended{};
+  return waitid(P_PID, static_cast<id_t>(pid_), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+         ended.si_pid == 0;
 }
 
 void ChildProcess::halt() const {

@@ -1,5 +1,6 @@
 /// @file
-/// Second processes for tests. A role is code of the test program that runs in a process of its own:
+/// Second processes for ryn_torture and the tests. A role is code of the program that runs in a process of
+/// its own:
 ///
 ///     const ChildRole kEcho("echo", [](Parent& parent) { parent.say(parent.hear()); return 0; });
 ///
@@ -12,6 +13,7 @@
 #define HBBTV_RYN_TOOLS_SUPPORT_CHILD_PROCESS_H
 
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <optional>
@@ -27,9 +29,9 @@ class Parent {
       : socket_(socket), arguments_(std::move(arguments)) {}
   const std::string& argument(std::size_t index) const { return arguments_.at(index); }
   std::size_t argumentCount() const { return arguments_.size(); }
-  void say(const std::string& text);
+  void say(const std::string& text) const;
   /// Waits without a limit; throws when the test has closed its end.
-  std::string hear();
+  std::string hear() const;
 
  private:
   int socket_;
@@ -50,18 +52,22 @@ class ChildRole {
 class ChildProcess {
  public:
   /// The child is also killed when the thread that runs this constructor ends.
-  explicit ChildProcess(const ChildRole& role, const std::vector<std::string>& arguments = {});
+  /// @param error_output  descriptor that the child has as its standard error; stays the caller's.
+  explicit ChildProcess(const ChildRole& role, const std::vector<std::string>& arguments = {},
+                        int error_output = STDERR_FILENO);
   /// SIGKILL, unless it has ended and been waited for.
   ~ChildProcess();
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
 
-  void say(const std::string& text);
+  void say(const std::string& text) const;
   /// The child's next text. Throws at the deadline and when the child has ended.
-  std::string hear();
+  std::string hear() const;
   /// Lets the child end by itself: its exit code, or minus the signal that ended it. Throws at the
   /// deadline.
   int wait();
+  /// False once the child has ended, by itself or by a signal; wait() then says how.
+  bool lives() const;
   /// Sends a signal that ends the child, and returns when the child is gone: what wait() returns.
   int kill(int signal = SIGKILL) {
     this->signal(signal);

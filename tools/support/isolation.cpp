@@ -25,7 +25,7 @@ namespace {
 
 bool g_isolated = false;
 
-bool enterNamespaces() {
+bool unshareNamespaces() {
   const uid_t uid = getuid();
   const gid_t gid = getgid();
   if (unshare(CLONE_NEWIPC | CLONE_NEWNET) == 0) return true;
@@ -73,12 +73,21 @@ void writeKernelSetting(const std::string& name, int value) {
 
 }  // namespace
 
-void isolateProcess() {
-  g_isolated = enterNamespaces();
-  if (g_isolated) {
-    bringLoopbackUp();
-    return;
+bool enterNamespaces() {
+  g_isolated = unshareNamespaces();
+  if (g_isolated) bringLoopbackUp();
+  return g_isolated;
+}
+
+void removeQueues() {
+  for (const key_t key : {kRequestKey, kNotificationKey, kQueryKey}) {
+    removeQueuesOf(key);
+    removeQueuesOf(key + 1);
   }
+}
+
+void isolateProcess() {
+  if (enterNamespaces()) return;
   std::fprintf(stderr,
                "no namespaces for the tests (%s): they run one at a time and share the machine's queues\n",
                std::strerror(errno));
@@ -86,13 +95,8 @@ void isolateProcess() {
 }
 
 void isolateTest() {
-  if (g_isolated) {
-    if (unshare(CLONE_NEWIPC) != 0) throw std::system_error(errno, std::generic_category(), "unshare");
-    return;
-  }
-  for (const key_t key : {kRequestKey, kNotificationKey, kQueryKey}) {
-    for (const key_t reply : {0, 1}) removeQueuesOf(key + reply);
-  }
+  if (!g_isolated) return removeQueues();
+  if (unshare(CLONE_NEWIPC) != 0) throw std::system_error(errno, std::generic_category(), "unshare");
 }
 
 bool isIsolated() {

@@ -66,26 +66,26 @@ RawQueue::RawQueue(key_t key) : id_(msgget(key, IPC_CREAT | 0666)) {
   if (id_ < 0) fail("msgget");
 }
 
-void RawQueue::send(const IpcRecord& record, std::size_t bytes) {
+void RawQueue::send(const IpcRecord& record, std::size_t bytes) const {
   waitUntil("the queue had room", [&] { return trySend(record, bytes); });
 }
 
-bool RawQueue::trySend(const IpcRecord& record, std::size_t bytes) {
+bool RawQueue::trySend(const IpcRecord& record, std::size_t bytes) const {
   return putNow(id_, &record, bytes);
 }
 
-void RawQueue::sendBytes(const std::string& body, long type) {
+void RawQueue::sendBytes(const std::string& body, long type) const {
   std::string record(sizeof type + body.size(), '\0');
   std::memcpy(record.data(), &type, sizeof type);
   std::copy(body.begin(), body.end(), record.begin() + sizeof type);
   waitUntil("the queue had room", [&] { return putNow(id_, record.data(), body.size()); });
 }
 
-void RawQueue::sendMessage(int kind, const std::string& text) {
+void RawQueue::sendMessage(int kind, const std::string& text) const {
   for (const auto& record : rawRecords(kind, text)) send(record);
 }
 
-IpcRecord RawQueue::take() {
+IpcRecord RawQueue::take() const {
   IpcRecord record;
   ssize_t bytes = -1;
   waitUntil("a record arrived", [&] {
@@ -97,7 +97,7 @@ IpcRecord RawQueue::take() {
   return record;
 }
 
-RawMessage RawQueue::takeMessage() {
+RawMessage RawQueue::takeMessage() const {
   IpcRecord record = take();
   RawMessage message{record.kind, record.total_length, {}};
   for (int sequence = 1;; ++sequence, record = take()) {
@@ -116,7 +116,7 @@ RawMessage RawQueue::takeMessage() {
   return message;
 }
 
-void RawQueue::discardAll() {
+void RawQueue::discardAll() const {
   IpcRecord record;
   while (msgrcv(id_, &record, kRawRecordBytes, 0, IPC_NOWAIT | MSG_NOERROR) >= 0) continue;
 }
@@ -143,7 +143,7 @@ void RawQueue::remove() const {
   if (msgctl(id_, IPC_RMID, nullptr) != 0) fail("msgctl");
 }
 
-RawMessage RawPeer::ask(const std::string& text) {
+RawMessage RawPeer::ask(const std::string& text) const {
   requests.sendMessage(IPC_KIND_REQUEST, text);
   return replies.takeMessage();
 }

@@ -45,19 +45,19 @@ class RawQueue {
   explicit RawQueue(key_t key);
 
   /// Puts a record on the queue with this size, right or wrong; waits while the queue is full.
-  void send(const IpcRecord& record, std::size_t bytes = kRawRecordBytes);
+  void send(const IpcRecord& record, std::size_t bytes = kRawRecordBytes) const;
   /// Puts any bytes on the queue.
-  void sendBytes(const std::string& body, long type = 1);
+  void sendBytes(const std::string& body, long type = 1) const;
   /// Sends as send() does, but says false instead of waiting.
-  bool trySend(const IpcRecord& record, std::size_t bytes = kRawRecordBytes);
-  void sendMessage(int kind, const std::string& text);
+  bool trySend(const IpcRecord& record, std::size_t bytes = kRawRecordBytes) const;
+  void sendMessage(int kind, const std::string& text) const;
 
   /// The next record of any type; it must have the size of a record.
-  IpcRecord take();
+  IpcRecord take() const;
   /// The next message, joined; its records must agree with each other as a sender's do.
-  RawMessage takeMessage();
+  RawMessage takeMessage() const;
 
-  void discardAll();
+  void discardAll() const;
 
   /// How many records wait.
   std::size_t depth() const;
@@ -79,15 +79,15 @@ class RawPeer {
   explicit RawPeer(key_t key) : requests(key), replies(key + 1) {}
 
   // As the client.
-  void notify(const std::string& text) { requests.sendMessage(IPC_KIND_ONEWAY, text); }
+  void notify(const std::string& text) const { requests.sendMessage(IPC_KIND_ONEWAY, text); }
   /// Sends a request and waits for its answer.
-  RawMessage ask(const std::string& text);
+  RawMessage ask(const std::string& text) const;
 
   // As the server.
-  RawMessage nextRequest() { return requests.takeMessage(); }
-  void reply(const std::string& text) { replies.sendMessage(IPC_KIND_REPLY, text); }
+  RawMessage nextRequest() const { return requests.takeMessage(); }
+  void reply(const std::string& text) const { replies.sendMessage(IPC_KIND_REPLY, text); }
   /// The answer of a server that has none.
-  void fail() { replies.sendMessage(IPC_KIND_FAILURE, std::string("a\0", 2)); }
+  void fail() const { replies.sendMessage(IPC_KIND_FAILURE, std::string("a\0", 2)); }
 
   RawQueue requests;
   RawQueue replies;

@@ -1,8 +1,8 @@
 /// @file
-/// The processes of a stress run, and what they and their supervisor know of each other: a piece of memory
-/// that all of them share, so that what a killed process has counted stays counted.
-#ifndef HBBTV_RYN_TESTS_TORTURE_PROCESSES_H
-#define HBBTV_RYN_TESTS_TORTURE_PROCESSES_H
+/// What the processes of a run and their supervisor know of each other: a piece of memory that all of them
+/// share, so that what a killed process has counted stays counted.
+#ifndef HBBTV_RYN_TOOLS_TORTURE_LEDGER_H
+#define HBBTV_RYN_TOOLS_TORTURE_LEDGER_H
 
 #include <array>
 #include <atomic>
@@ -10,8 +10,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
-
-#include "tools/support/child_process.h"
 
 namespace hbbtv_ryn::test {
 
@@ -38,7 +36,6 @@ inline constexpr int kCallers = 3;  // threads per side that call the library
 
 struct Ledger {
   std::atomic<Phase> phase;
-  std::atomic<bool> paused;
 
   // By side. Calls in progress are 0 or the time when they began.
   std::array<std::array<std::atomic<Nanoseconds>, kCallers>, kSideCount> calls;
@@ -59,34 +56,13 @@ struct Ledger {
 };
 static_assert(std::atomic<Nanoseconds>::is_always_lock_free && std::atomic<Phase>::is_always_lock_free);
 
-/// Makes a ledger, all zero, that children inherit. @return what openLedger() finds it by.
+/// @return the descriptor of a new, empty file in memory, which children inherit under the same number.
+int createShared(const char* name);
+
+/// Makes a ledger, all zero. @return what openLedger() finds it by, in this process and in its children.
 std::string createLedger();
-
 Ledger& openLedger(const std::string& argument);
-
-// Each process is started with the ledger's argument and a seed.
-
-/// A browser host and a plug-in host that call each other without end and check every answer. What a
-/// handler answers is computed from the question alone, so the asker knows the only right answer.
-///
-/// A third argument is the pause between two calls of a thread in microseconds; without a pause, waits are
-/// broken by signals, and one of the threads is cancelled again and again. A host says "up" when it serves,
-/// and calls once it has been told "call". Told "restart", it stops and starts its endpoint; told "trim",
-/// it gives the memory back that it does not use; either time it says "done". Told "finish", it stops
-/// everything in an orderly way and ends with exit code 0.
-extern const ChildRole kBrowserHost;
-extern const ChildRole kPluginHost;
-
-/// A browser that shares no code with the library and knows the record format alone. It answers the plug-in
-/// host's questions until it is told to finish, and then ends between two messages.
-extern const ChildRole kPlainBrowser;
-
-/// Writes to the three request queues what no peer would: as long as the ledger's phase is kMalformed
-/// records that nobody can answer, in phase kAnything also such as the peer itself might have sent. Two
-/// things it leaves out, since the format gives everyone the right to them: the stop record and the
-/// one-way message "exit".
-extern const ChildRole kHostileWriter;
 
 }  // namespace hbbtv_ryn::test
 
-#endif  // HBBTV_RYN_TESTS_TORTURE_PROCESSES_H
+#endif  // HBBTV_RYN_TOOLS_TORTURE_LEDGER_H

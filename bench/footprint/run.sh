@@ -6,7 +6,7 @@
 # A 32-bit build runs under emulation. Its own memory is then what the emulator has mapped below 4 GiB; the
 # emulator's lies above.
 #
-# Usage: tests/footprint/run.sh BUILD STRIP [EMULATOR...]
+# Usage: bench/footprint/run.sh BUILD STRIP [EMULATOR...]
 # Exit code: 0; 1 above a limit or no exchange; 2 usage.
 set -euo pipefail
 
@@ -14,7 +14,7 @@ limit_library=$((200 * 1024))
 limit_memory=128
 
 if [ $# -lt 2 ]; then
-  echo "Usage: tests/footprint/run.sh BUILD STRIP [EMULATOR...]" >&2
+  echo "Usage: bench/footprint/run.sh BUILD STRIP [EMULATOR...]" >&2
   exit 2
 fi
 if [ "${HBBTV_RYN_FOOTPRINT_NAMESPACE:-}" != own ]; then

@@ -1,3 +1,5 @@
+#include "tools/torture/ledger.h"
+
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -5,17 +7,21 @@
 #include <cerrno>
 #include <system_error>
 
-#include "torture/processes.h"
-
 namespace hbbtv_ryn::test {
 
-std::string createLedger() {
+int createShared(const char* name) {
   // Above the descriptors that a child begins with.
   constexpr int kLowest = 64;
-  const int created = memfd_create("ledger", MFD_CLOEXEC);
+  const int created = memfd_create(name, MFD_CLOEXEC);
   const int descriptor = fcntl(created, F_DUPFD, kLowest);
   close(created);
-  if (descriptor < 0 || ftruncate(descriptor, sizeof(Ledger)) != 0) {
+  if (descriptor < 0) throw std::system_error(errno, std::generic_category(), "no shared memory");
+  return descriptor;
+}
+
+std::string createLedger() {
+  const int descriptor = createShared("ledger");
+  if (ftruncate(descriptor, sizeof(Ledger)) != 0) {
     throw std::system_error(errno, std::generic_category(), "no shared memory");
   }
   return std::to_string(descriptor);
