@@ -12,8 +12,8 @@
 #include "fuzzing.h"
 #include "hbbtv_ryn/browser.h"
 #include "hbbtv_ryn/plugin.h"
+#include "ipc/protocol/catalogue.h"
 #include "ipc/protocol/envelope.h"
-#include "ipc/protocol/keys.h"
 
 using namespace hbbtv_ryn;  // NOLINT(google-build-using-namespace)
 

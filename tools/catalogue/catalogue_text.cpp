@@ -6,7 +6,6 @@
 #include <string_view>
 
 #include "ipc/protocol/envelope.h"
-#include "ipc/protocol/lists.h"
 
 namespace hbbtv_ryn {
 namespace {

@@ -52,10 +52,15 @@ ExitCode serve(const Options& options) {
 Response answerQuery(const Options& options, const Message& message, const Json::Value& request) {
   Response response;
   response.members = defaultReply(message, request);
-  if (message.code == Code::IsParentalRatingBlocked) {
-    set(&response.members, key::kBlocked, flag(options.blocked));
-  } else if (message.code == Code::IsObjectSupported) {
-    set(&response.members, key::kSupported, flag(options.supported));
+  switch (message.code) {
+    case "IsParentalRatingBlocked"_code:
+      set(&response.members, key::kBlocked, options.blocked ? 1 : 0);
+      break;
+    case "IsObjectSupported"_code:
+      set(&response.members, key::kSupported, options.supported ? 1 : 0);
+      break;
+    default:
+      break;
   }
   return response;
 }
