@@ -10,8 +10,8 @@
 #include "endpoints/messages.h"
 #include "fuzzing.h"
 #include "hbbtv_ryn/plugin.h"
+#include "ipc/protocol/catalogue.h"
 #include "ipc/protocol/envelope.h"
-#include "ipc/protocol/keys.h"
 #include "ipc/ryn_browser/state.h"
 #include "ipc/ryn_plugin/state.h"
 

@@ -14,8 +14,7 @@
 #include "ipc/reply_watch.h"
 
 using namespace std::chrono_literals;
-using hbbtv_ryn::JoinedText;
-using hbbtv_ryn::MallocPtr;
+using namespace hbbtv_ryn;  // NOLINT(google-build-using-namespace): the definition of a public type
 using Clock = std::chrono::steady_clock;
 
 namespace {
@@ -55,11 +54,11 @@ struct IpcClient {
   IpcClient(key_t key, long channel, bool with_reply, int chunk_size)
       : key_(key), channel_(channel), with_reply_(with_reply), chunk_size_(chunk_size), life_(key) {}
 
-  bool canAsk() const { return with_reply_ && hbbtv_ryn::isChunkSize(chunk_size_); }
+  bool canAsk() const { return with_reply_ && isChunkSize(chunk_size_); }
   int sendOneWay(const IpcMessage& message);
-  // One synchronous exchange. `deliver(proper, length, text)` takes the answer, with the lock held.
-  template <typename Deliver>
-  int sendSync(const IpcMessage& request, Deliver deliver);
+  // One synchronous exchange. The handler, or null, is called with the lock held; the reply, or null, takes
+  // the answer.
+  int sendSync(const IpcMessage& request, IpcReplyHandler handler, IpcMessage* reply);
 
  private:
   // Who takes what is put on the request queue.
@@ -91,8 +90,8 @@ struct IpcClient {
   int reply_queue_ = -1;
   MallocPtr<IpcRecord> record_;  // for all that is sent and received; made by the first send
 
-  hbbtv_ryn::PeerLife life_;
-  hbbtv_ryn::ReplyWatch::Ptr watch_;
+  PeerLife life_;
+  ReplyWatch::Ptr watch_;
   Reader reader_ = Reader::kPlain;
   int deaths_ = 0;  // as the present exchange began
   std::optional<Clock::time_point> several_since_;
@@ -107,15 +106,15 @@ bool IpcClient::openQueues() {
   if (request_queue_ < 0) request_queue_ = msgget(key_, 0666);
   if (request_queue_ < 0) return false;
   if (!with_reply_ || reply_queue_ >= 0) return true;
-  reply_queue_ = msgget(hbbtv_ryn::replyKey(key_), 0666);
+  reply_queue_ = msgget(replyKey(key_), 0666);
   if (reply_queue_ < 0) return false;
   // Answers to an earlier process of ours.
-  hbbtv_ryn::discardWaiting(reply_queue_, channel_);
+  discardWaiting(reply_queue_, channel_);
   return true;
 }
 
 bool IpcClient::makeRecord() {
-  if (!record_) record_ = hbbtv_ryn::newRecordToSend(chunk_size_);
+  if (!record_) record_ = newRecordToSend(chunk_size_);
   return record_ != nullptr;
 }
 
@@ -123,16 +122,15 @@ int IpcClient::sendOneWay(const IpcMessage& message) {
   const std::lock_guard<std::mutex> guard(lock_);
   if (!openQueues()) return -3;
   if (isTooLong(message)) return -1;
-  if (!hbbtv_ryn::isChunkSize(chunk_size_) || !makeRecord()) return -1;
-  const auto sent = hbbtv_ryn::sendMessage(request_queue_, channel_, chunk_size_, &message, IPC_KIND_ONEWAY,
-                                           record_.get());
+  if (!isChunkSize(chunk_size_) || !makeRecord()) return -1;
+  const Sent sent =
+      sendMessage(request_queue_, channel_, chunk_size_, &message, IPC_KIND_ONEWAY, record_.get());
   // Its end may have found no room, or another server than its beginning.
   if (record_->sequence > 1) knows_what_was_sent_ = false;
-  return sent == hbbtv_ryn::Sent::kRefused ? -1 : 0;
+  return sent == Sent::kRefused ? -1 : 0;
 }
 
-template <typename Deliver>
-int IpcClient::sendSync(const IpcMessage& request, Deliver deliver) {
+int IpcClient::sendSync(const IpcMessage& request, IpcReplyHandler handler, IpcMessage* reply) {
   const std::lock_guard<std::mutex> guard(lock_);
   if (!openQueues()) return -3;
   if (isTooLong(request)) return -1;
@@ -140,12 +138,15 @@ int IpcClient::sendSync(const IpcMessage& request, Deliver deliver) {
   const int result = exchange(request, &text);
   if (result != 0) text.bytes.reset();
   const bool proper = result == 0 && record_->kind == IPC_KIND_REPLY && record_->last == 1;
-  deliver(proper, proper ? hbbtv_ryn::reportedLength(*record_, &text) : 0, text.bytes);
+  const IpcMessage answer{proper ? reportedLength(*record_, &text) : 0, text.bytes.get()};
+  if (proper && handler != nullptr) returnsNormally([&] { handler(&answer, 0); });
+  if (proper && reply != nullptr) reply->length = answer.length;
+  if (reply != nullptr) reply->text = text.bytes.release();
   return result;
 }
 
 void IpcClient::lookWhoReads() {
-  const auto deaths = channel_ == hbbtv_ryn::kProtectedChannel ? life_.deaths() : std::nullopt;
+  const auto deaths = channel_ == kProtectedChannel ? life_.deaths() : std::nullopt;
   if (!deaths) {
     reader_ = Reader::kPlain;
     return;
@@ -176,20 +177,20 @@ bool IpcClient::oneServerSince() {
 }
 
 int IpcClient::exchange(const IpcMessage& request, JoinedText* text) {
-  if (!hbbtv_ryn::canBeCut(channel_, chunk_size_, &request)) return -1;
+  if (!canBeCut(channel_, chunk_size_, &request)) return -1;
   if (!makeRecord() || !text->allocate(chunk_size_)) return -4;
   lookWhoReads();
   if (reader_ == Reader::kNobody && !mayOffer()) return -1;
   if (reader_ != Reader::kPlain && (!watch_ || watch_->isLeftBehind())) {
-    watch_ = hbbtv_ryn::ReplyWatch::start(&life_, channel_);
+    watch_ = ReplyWatch::start(&life_, channel_);
     if (!watch_) return -4;
   }
   if (reader_ == Reader::kOurs) {
     // Whoever sent before us may have left half a message, or may still be answered. And any process may
     // write to the request queue: the answers to that lie on our reply queue, where each would shift all
     // later ones by one.
-    if (!knows_what_was_sent_) in_doubt_ = in_doubt_ || hbbtv_ryn::hasBeenSentTo(request_queue_);
-    if (watch_->takeTick() && hbbtv_ryn::hasWaiting(reply_queue_, channel_)) in_doubt_ = true;
+    if (!knows_what_was_sent_) in_doubt_ = in_doubt_ || hasBeenSentTo(request_queue_);
+    if (watch_->takeTick() && hasWaiting(reply_queue_, channel_)) in_doubt_ = true;
     knows_what_was_sent_ = true;
   }
   if (in_doubt_ && !restoreOrder()) return -1;
@@ -203,25 +204,25 @@ int IpcClient::exchange(const IpcMessage& request, JoinedText* text) {
 bool IpcClient::restoreOrder() {
   // Of several servers another one might take it than the one that still has to answer.
   if (reader_ == Reader::kOurs && !oneServerSince()) return false;
-  hbbtv_ryn::discardWaiting(reply_queue_, channel_);  // room for what is to come
+  discardWaiting(reply_queue_, channel_);  // room for what is to come
   if (!put(kFence, IPC_KIND_FAILURE)) return false;
   GrowingPause pause;
-  while (hbbtv_ryn::hasWaiting(request_queue_, channel_)) {
-    hbbtv_ryn::discardWaiting(reply_queue_, channel_);
+  while (hasWaiting(request_queue_, channel_)) {
+    discardWaiting(reply_queue_, channel_);
     if (reader_ == Reader::kOurs && life_.deaths() != deaths_) return false;
     pause();
   }
   if (reader_ == Reader::kOurs && !oneServerSince()) return false;
-  hbbtv_ryn::discardWaiting(reply_queue_, channel_);
+  discardWaiting(reply_queue_, channel_);
   in_doubt_ = false;
   return true;
 }
 
 // Puts a message on the request queue. False when it was not, or not wholly, taken over.
 bool IpcClient::put(const IpcMessage& message, int kind) {
-  hbbtv_ryn::RecordCutter records(channel_, chunk_size_, message, kind, record_.get());
+  RecordCutter records(channel_, chunk_size_, message, kind, record_.get());
   while (records.next()) {
-    if (!hbbtv_ryn::putRecord(request_queue_, chunk_size_, *record_)) {
+    if (!putRecord(request_queue_, chunk_size_, *record_)) {
       in_doubt_ = true;
       return false;
     }
@@ -238,7 +239,7 @@ bool IpcClient::mayOffer() {
     if (!emptiesSoon()) return refuse();
     if (life_.life() == 0 && life_.deaths() == deaths_) {
       // The last words of the dead.
-      hbbtv_ryn::discardWaiting(reply_queue_, channel_);
+      discardWaiting(reply_queue_, channel_);
       return true;
     }
     lookWhoReads();  // a server has started, and may have emptied the queue
@@ -249,8 +250,8 @@ bool IpcClient::mayOffer() {
 // Whether the record that has been put where nobody of ours serves finds a taker, and who that is: a plain
 // server, or one of ours that has just started.
 bool IpcClient::isTaken() {
-  if (!emptiesSoon() && msgrcv(request_queue_, record_.get(), hbbtv_ryn::recordPayloadBytes(chunk_size_),
-                               channel_, IPC_NOWAIT | MSG_NOERROR) >= 0) {
+  if (!emptiesSoon() && msgrcv(request_queue_, record_.get(), recordPayloadBytes(chunk_size_), channel_,
+                               IPC_NOWAIT | MSG_NOERROR) >= 0) {
     return refuse();
   }
   // Life first: if a server of ours has taken the record and was dead by then, the deaths tell.
@@ -271,7 +272,7 @@ bool IpcClient::refuse() {
 bool IpcClient::emptiesSoon() const {
   const auto end = Clock::now() + kOfferTime;
   GrowingPause pause;
-  while (hbbtv_ryn::hasWaiting(request_queue_, channel_)) {
+  while (hasWaiting(request_queue_, channel_)) {
     if (Clock::now() > end) return false;
     pause();
   }
@@ -283,9 +284,9 @@ int IpcClient::awaitAnswer(JoinedText* text) {
   const bool protected_wait = reader_ == Reader::kOurs;
   if (protected_wait) watch_->begin(reply_queue_, deaths_);
   const int received =
-      hbbtv_ryn::receiveMessage(reply_queue_, channel_, chunk_size_, record_.get(), text, protected_wait);
+      receiveMessage(reply_queue_, channel_, chunk_size_, record_.get(), text, protected_wait);
   // The watch's record must not stay behind.
-  if (protected_wait && watch_->end()) hbbtv_ryn::discardWaiting(reply_queue_, channel_);
+  if (protected_wait && watch_->end()) discardWaiting(reply_queue_, channel_);
   bool usable = received == 0;
   if (usable && protected_wait) {
     // An answer with a gap. Or one to a part of the request: the rest went to another server.
@@ -314,26 +315,20 @@ int zunt_ipc_client_destroy(IpcClient* client) {
 
 int zunt_ipc_client_send(IpcClient* client, const IpcMessage* message) {
   if (client == nullptr || message == nullptr || message->length == 0) return -3;
-  const hbbtv_ryn::Uncancelled call{};
+  const Uncancelled call{};
   return client->sendOneWay(*message);
 }
 
 int zunt_ipc_client_send_sync_with_callback(IpcClient* client, const IpcMessage* request,
                                             IpcReplyHandler handler) {
   if (client == nullptr || request == nullptr || request->length == 0 || !client->canAsk()) return -3;
-  const hbbtv_ryn::Uncancelled call{};
-  return client->sendSync(*request, [&](bool proper, int32_t length, MallocPtr<char>& text) {
-    const IpcMessage reply{length, text.get()};
-    if (proper && handler != nullptr) hbbtv_ryn::returnsNormally([&] { handler(&reply, 0); });
-  });
+  const Uncancelled call{};
+  return client->sendSync(*request, handler, nullptr);
 }
 
 int zunt_ipc_client_send_sync_with_params(IpcClient* client, const IpcMessage* request, IpcMessage* reply) {
   if (client == nullptr || request == nullptr || request->length == 0 || !client->canAsk()) return -3;
   if (reply == nullptr) return -3;
-  const hbbtv_ryn::Uncancelled call{};
-  return client->sendSync(*request, [&](bool proper, int32_t length, MallocPtr<char>& text) {
-    if (proper) reply->length = length;
-    reply->text = text.release();
-  });
+  const Uncancelled call{};
+  return client->sendSync(*request, nullptr, reply);
 }

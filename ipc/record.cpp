@@ -211,14 +211,14 @@ bool hasWaiting(int queue_id, long channel) {
 
 }  // namespace hbbtv_ryn
 
-using hbbtv_ryn::isChunkSize;
+using namespace hbbtv_ryn;  // NOLINT(google-build-using-namespace): the definitions of the public functions
 
 int ipc_snd_internal(int queue_id, long channel, int chunk_size, const IpcMessage* message, int kind) {
-  if (!hbbtv_ryn::canBeCut(channel, chunk_size, message)) return -3;
-  const hbbtv_ryn::CancellationOff off;  // half a message would be joined with the next one
-  const auto record = hbbtv_ryn::newRecordToSend(chunk_size);
+  if (!canBeCut(channel, chunk_size, message)) return -3;
+  const CancellationOff off;  // half a message would be joined with the next one
+  const auto record = newRecordToSend(chunk_size);
   if (!record) return -4;
-  hbbtv_ryn::sendMessage(queue_id, channel, chunk_size, message, kind, record.get());
+  sendMessage(queue_id, channel, chunk_size, message, kind, record.get());
   return 0;
 }
 
@@ -227,5 +227,5 @@ int ipc_rcv_internal(int queue_id, long channel, int chunk_size, IpcRecord* reco
   if (record == nullptr || text == nullptr || capacity == nullptr) return -3;
   if (*capacity < 1 || !isChunkSize(chunk_size)) return -3;
   int joined = 0;
-  return hbbtv_ryn::joinRecords(queue_id, channel, chunk_size, record, text, capacity, nullptr, &joined);
+  return joinRecords(queue_id, channel, chunk_size, record, text, capacity, nullptr, &joined);
 }

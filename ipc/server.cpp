@@ -18,8 +18,7 @@
 #include "ipc/peer_life.h"
 #include "ipc/record.h"
 
-using hbbtv_ryn::JoinedText;
-using hbbtv_ryn::ServeCallback;
+using namespace hbbtv_ryn;  // NOLINT(google-build-using-namespace): the definition of a public type
 
 namespace {
 
@@ -82,8 +81,8 @@ struct IpcServer {
   int request_queue_ = -1;
   int reply_queue_ = -1;
   pthread_t thread_{};
-  const unsigned forks_ = hbbtv_ryn::forkCount();
-  hbbtv_ryn::ServerLife life_;  // ended by the receive thread: nobody answers once it is gone
+  const unsigned forks_ = forkCount();
+  ServerLife life_;  // ended by the receive thread: nobody answers once it is gone
 
   // Guards what the receive thread tells of its beginning and end.
   std::mutex end_lock_;
@@ -105,7 +104,7 @@ int IpcServer::start() {
     static_cast<IpcServer*>(self)->receiveLoop();
     return nullptr;
   };
-  if (hbbtv_ryn::createSignalFreeThread(&thread_, nullptr, entry, this) != 0) return -5;
+  if (createSignalFreeThread(&thread_, nullptr, entry, this) != 0) return -5;
   {
     std::unique_lock<std::mutex> guard(end_lock_);
     changed_.wait(guard, [this] { return began_ || !running_; });
@@ -121,7 +120,7 @@ bool IpcServer::begin() {
   // as another program.
   unshare(CLONE_SYSVSEM);
   // Before the queues: a client that finds them must not find the server dead.
-  if (channel_ == hbbtv_ryn::kProtectedChannel) life_.begin(key_);
+  if (channel_ == kProtectedChannel) life_.begin(key_);
   if (!openQueues()) return false;
   const std::lock_guard<std::mutex> guard(end_lock_);
   receiver_ = pthread_self();
@@ -131,7 +130,7 @@ bool IpcServer::begin() {
 }
 
 bool IpcServer::stop() {
-  if (forks_ != hbbtv_ryn::forkCount()) return true;  // the thread is the parent's, who goes on serving
+  if (forks_ != forkCount()) return true;  // the thread is the parent's, who goes on serving
   if (isOnItsThread()) return false;
   char no_text[] = "";
   const IpcMessage stop{0, no_text};
@@ -146,7 +145,7 @@ bool IpcServer::stop() {
 
 void IpcServer::setCallback(IpcServerCallback callback, void* user_data) {
   // In a forked child nobody calls it, and the parent's thread may have held the lock.
-  if (forks_ != hbbtv_ryn::forkCount()) return;
+  if (forks_ != forkCount()) return;
   // A handler that ends the process has the lock.
   const auto guard = isOnItsThread() ? std::unique_lock<std::mutex>() : std::unique_lock<std::mutex>(lock_);
   kind_callback_ = nullptr;
@@ -157,7 +156,7 @@ void IpcServer::setCallback(IpcServerCallback callback, void* user_data) {
 bool IpcServer::openQueues() {
   request_queue_ = msgget(key_, kQueueMode);
   if (request_queue_ < 0) return false;
-  if (with_reply_) reply_queue_ = msgget(hbbtv_ryn::replyKey(key_), kQueueMode);
+  if (with_reply_) reply_queue_ = msgget(replyKey(key_), kQueueMode);
   return !with_reply_ || reply_queue_ >= 0;
 }
 
@@ -167,14 +166,13 @@ void IpcServer::receiveLoop() {
     IpcServer* server;
     ~Leave() { server->leave(); }
   } leave_at_end{this};
-  if (!begin() || !hbbtv_ryn::isChunkSize(chunk_size_)) return;
-  const auto record = hbbtv_ryn::newRecord(chunk_size_);
+  if (!begin() || !isChunkSize(chunk_size_)) return;
+  const auto record = newRecord(chunk_size_);
   JoinedText text;
   if (!record || !text.allocate(chunk_size_)) return;
   Next next = Next::kReceive;
   while (next == Next::kReceive) {
-    const int received =
-        hbbtv_ryn::receiveMessage(request_queue_, channel_, chunk_size_, record.get(), &text, false);
+    const int received = receiveMessage(request_queue_, channel_, chunk_size_, record.get(), &text, false);
     if (received == 0) {
       next = serve(record.get(), &text);
     } else if (record->kind == IPC_KIND_REQUEST) {
@@ -186,7 +184,7 @@ void IpcServer::receiveLoop() {
 IpcServer::Next IpcServer::serve(IpcRecord* record, JoinedText* text) {
   if (record->kind == IPC_KIND_STOP) return record->total_length == 0 ? Next::kStop : Next::kReceive;
   if (record->last != 1) return Next::kReceive;
-  const IpcMessage message{hbbtv_ryn::reportedLength(*record, text), text->bytes.get()};
+  const IpcMessage message{reportedLength(*record, text), text->bytes.get()};
   if (record->kind == IPC_KIND_ONEWAY) return serveOneWay(message);
   if (record->kind == IPC_KIND_REQUEST) {
     // Served, as the format says; but its requester must not take the answer for one to the whole of it.
@@ -220,15 +218,15 @@ void IpcServer::serveRequest(const IpcMessage& request, IpcRecord* record) {
 
 // False when the reply is none.
 bool IpcServer::answer(const IpcMessage& reply, int kind, IpcRecord* record) {
-  const auto sent = hbbtv_ryn::sendMessage(reply_queue_, record->mtype, chunk_size_, &reply, kind, record);
-  if (sent == hbbtv_ryn::Sent::kWithGaps) life_.noteLoss();
-  return sent != hbbtv_ryn::Sent::kRefused;
+  const auto sent = sendMessage(reply_queue_, record->mtype, chunk_size_, &reply, kind, record);
+  if (sent == Sent::kWithGaps) life_.noteLoss();
+  return sent != Sent::kRefused;
 }
 
 // The callback's answer; null also when there is no callback or it throws. The lock must be held.
 ReplyPtr IpcServer::call(const IpcMessage& message, int32_t kind) const {
   IpcMessage* reply = nullptr;
-  hbbtv_ryn::returnsNormally([&] {
+  returnsNormally([&] {
     if (kind_callback_ != nullptr) reply = kind_callback_(&message, kind, user_data_);
     if (callback_ != nullptr) reply = callback_(&message, user_data_);
   });
@@ -255,12 +253,12 @@ int hbbtv_ryn::createServer(key_t key, long channel, int with_reply, int chunk_s
 }
 
 int zunt_ipc_server_create(key_t key, long channel, int with_reply, int chunk_size, IpcServer** server) {
-  return hbbtv_ryn::createServer(key, channel, with_reply, chunk_size, nullptr, nullptr, server);
+  return createServer(key, channel, with_reply, chunk_size, nullptr, nullptr, server);
 }
 
 int zunt_ipc_server_destroy(IpcServer* server) {
   if (server == nullptr) return -3;
-  const hbbtv_ryn::CancellationOff off;
+  const CancellationOff off;
   if (server->stop()) delete server;
   return 0;
 }

@@ -75,7 +75,7 @@ HBBTV_RYN_EXPORT int Zunt_RYN_Plugin_Initialize();
 
 /// Stops the plug-in side. Registered callbacks stay registered.
 ///
-/// @return 0, also when not started; otherwise the result of the last release that was made.
+/// @return 0, also when not started.
 ///
 /// Call from one thread, not from a callback. Waits for a request in progress and until running callbacks
 /// have returned. Requests that are made meanwhile fail with -3.

@@ -11,6 +11,7 @@
 
 #include "hbbtv_ryn/ipc.h"
 #include "ipc/protocol/values.h"
+#include "ipc/server.h"
 
 namespace hbbtv_ryn {
 
@@ -19,39 +20,36 @@ namespace hbbtv_ryn {
 struct Line {
   const std::atomic<IpcClient*>& client;
   std::mutex& mutex;
+  /// Is shown each message before it is sent. Throws nothing; may be null.
+  void (*observer)(const Json::Value& message) = nullptr;
 };
-
-/// Is shown a message before it is sent. Throws nothing.
-using Observer = void (*)(const Json::Value& message);
 
 /// Sends a message and, when it is synchronous, waits for the answer and stores what it holds: all of it is
 /// read before the first is stored.
 ///
-/// @param given     one value for each member of the request.
-/// @param stored    an int*, bool*, std::string* or KeyCodes*, as the row has it, for each member of the
-///                  reply but the host's own result.
-/// @param observer  may be null.
+/// @param given   one value for each member of the request.
+/// @param places  an int*, bool*, std::string* or KeyCodes*, as the row has it, for each member of the
+/// reply
+///                but the host's own result.
 /// @return 0, or the host's own result where the reply has one; -1 for a reply that is empty, no JSON
-/// object
-///   or does not convert; else the channel's result; -4 when memory is out.
-int exchange(const Line& line, const Message& row, const Given* given, void* const* stored,
-             Observer observer);
+///   object or does not convert; else the channel's result; -4 when memory is out.
+int exchange(const Line& line, const Message& row, const Given* given, void* const* places);
 
 /// A function of any signature.
 using AnyFunction = void (*)();
 
-/// What a handler is called with: the request, read whole, and the default answers, which it may replace.
+/// What a handler is called with.
 struct Call {
-  Values in;
-  Values out;
+  Value* in;        ///< the request
+  Value* out;       ///< the default answers, which the handler may replace
   void* user_data;  ///< what the server's callback was registered with
 };
 
 /// How a message is served.
 struct Route {
   const Message* row;
-  AnyFunction (*find)();                          ///< the handler; null when there is none now
-  void (*call)(AnyFunction handler, Call* with);  ///< hands it its parameters
+  AnyFunction (*find)();                         ///< the handler; null when there is none now
+  void (*call)(AnyFunction handler, Call with);  ///< hands it its parameters
 };
 
 /// What a server serves.
@@ -66,6 +64,11 @@ struct Service {
 /// no message or has no route, and when memory for the reply is out. Throws what the handler throws, and
 /// Json::Exception, without a call, when a member does not convert.
 IpcMessage* serve(const Service& service, const IpcMessage* message, int32_t kind, void* user_data);
+
+/// Creates the client or the server of a queue, unless there is one.
+/// @return the channel's result.
+int start(key_t queue, std::atomic<IpcClient*>* client);
+int start(key_t queue, ServeCallback callback, IpcServer** server);
 
 }  // namespace hbbtv_ryn
 

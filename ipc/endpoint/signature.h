@@ -40,13 +40,6 @@ constexpr bool travelsAs(Type type) {
   return std::is_convertible_v<T, std::string_view> && isText(type);
 }
 
-/// What a handler's parameter is for, of those that are no user data.
-template <typename P>
-inline constexpr bool kIsAnswer = std::is_same_v<P, int*> || std::is_same_v<P, bool*> ||
-                                  std::is_same_v<P, std::string&> || std::is_same_v<P, KeyCodes&>;
-template <typename P>
-inline constexpr bool kIsTaken = !kIsAnswer<P> && !std::is_same_v<P, void*>;
-
 /// Members of a row, one after the other, without "ret".
 struct Walk {
   const Members& members;
@@ -86,14 +79,12 @@ Given givenOf(const T& value) {
   }
 }
 
-/// The next values of each kind.
-struct Cursor {
-  Call* call;
-  const Scalar* in;
-  const std::string* in_text;
-  Scalar* out;
-  std::string* out_text;
-};
+/// What a handler's parameter is for, of those that are no user data.
+template <typename P>
+inline constexpr bool kIsAnswer = std::is_same_v<P, int*> || std::is_same_v<P, bool*> ||
+                                  std::is_same_v<P, std::string&> || std::is_same_v<P, KeyCodes&>;
+template <typename P>
+inline constexpr bool kIsTaken = !kIsAnswer<P> && !std::is_same_v<P, void*>;
 
 template <typename Signature>
 struct Handler;
@@ -108,83 +99,67 @@ struct Handler<Result (*)(Parameters...)> {
            hasResult(row.reply) == std::is_same_v<Result, int>;
   }
 
-  static void call(AnyFunction handler, Call* with) {
-    Cursor at{with, with->in.scalars, with->in.texts, with->out.scalars, with->out.texts};
-    std::tuple<Parameters...> arguments{next<Parameters>(&at)...};
+  static void call(AnyFunction handler, Call with) {
+    std::tuple<Parameters...> arguments{next<Parameters>(&with)...};
     const auto typed = reinterpret_cast<Result (*)(Parameters...)>(handler);
     if constexpr (std::is_void_v<Result>) {
       std::apply(typed, std::move(arguments));
     } else {
-      at.out->number = std::apply(typed, std::move(arguments));
+      with.out->number = std::apply(typed, std::move(arguments));
     }
   }
 
  private:
   template <typename P>
-  static P next(Cursor* at) {
+  static P next(Call* with) {
     if constexpr (std::is_same_v<P, void*>) {
-      return at->call->user_data;
+      return with->user_data;
     } else if constexpr (std::is_same_v<P, int*>) {
-      return &at->out++->number;
+      return &with->out++->number;
     } else if constexpr (std::is_same_v<P, bool*>) {
-      return &at->out++->flag;
+      return &with->out++->flag;
     } else if constexpr (std::is_same_v<P, std::string&>) {
-      return *at->out_text++;
+      return *with->out++->text;
     } else if constexpr (std::is_same_v<P, KeyCodes&>) {
-      return at->call->out.keys;
+      return with->out++->keys;
     } else if constexpr (std::is_same_v<P, const KeyCodes&>) {
-      return at->call->in.keys;
+      return with->in++->keys;
     } else if constexpr (std::is_same_v<P, const char*>) {
-      return at->in_text++->c_str();
+      return with->in++->text->c_str();
     } else if constexpr (std::is_arithmetic_v<P>) {
-      return static_cast<P>(at->in++->number);
+      return static_cast<P>(with->in++->number);
     } else {
-      return *at->in_text++;
+      return *with->in++->text;
     }
   }
 };
+
+template <typename Record, typename Function>
+struct Handler<Function Record::*> : Handler<Function> {};
 
 }  // namespace signature_detail
 
 /// The values of one message, by reference: to be made where it is sent.
 template <typename... Types>
-struct Sent {
-  std::array<Given, sizeof...(Types)> values;
+struct With {
+  explicit With(const Types&... given) : values{signature_detail::givenOf(given)...} {}
+  const std::array<Given, sizeof...(Types)> values;
 };
-template <typename... Types>
-Sent<Types...> with(const Types&... values) {
-  return {{signature_detail::givenOf(values)...}};
-}
 
-/// Where an endpoint sends the messages of one queue. Results are those of exchange().
+/// Where an endpoint sends the messages of one queue.
 template <key_t Queue>
 struct Outlet : Line {
-  /// Sends a one-way message.
-  template <Code C, typename... Types>
-  int tell(const Sent<Types...>& sent, Observer observer = nullptr) const {
-    static_assert(messageOf(C).delivery == Delivery::kOneWay, "the row says that this is answered: ask()");
-    check<C, Types...>();
-    return exchange(*this, messageOf(C), sent.values.data(), nullptr, observer);
-  }
-
-  /// Sends a synchronous message, waits and stores the answer.
+  /// Sends a message and, when the row has an answer, waits for it and stores it. The result is that of
+  /// exchange().
   template <Code C, typename... Types, typename... Stored>
-  int ask(const Sent<Types...>& sent, Stored*... stored) const {
-    static_assert(messageOf(C).delivery == Delivery::kSync,
-                  "the row says that nobody answers this: tell()");
-    static_assert(signature_detail::areOf<Stored...>(messageOf(C).reply),
-                  "what is stored is not, in number, order and types, what the row's reply holds");
-    check<C, Types...>();
-    const std::array<void*, sizeof...(Stored)> places{stored...};
-    return exchange(*this, messageOf(C), sent.values.data(), places.data(), nullptr);
-  }
-
- private:
-  template <Code C, typename... Types>
-  static constexpr void check() {
+  int send(const With<Types...>& sent, Stored*... stored) const {
     static_assert(queueOf(messageOf(C)) == Queue, "the row's message travels on another queue");
     static_assert(signature_detail::areOf<Types...>(messageOf(C).request),
                   "the values are not, in number, order and types, what the row's request holds");
+    static_assert(signature_detail::areOf<Stored...>(messageOf(C).reply),
+                  "what is stored is not, in number, order and types, what the row's reply holds");
+    const std::array<void*, sizeof...(Stored)> places{stored...};
+    return exchange(*this, messageOf(C), sent.values.data(), places.data());
   }
 };
 

@@ -12,60 +12,41 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "ipc/protocol/keys.h"
-
 namespace hbbtv_ryn {
 
-enum class Code : int {
-  GetOwnerApp = 201,
-  GetCurrentApp = 203,
-  GetChildApps = 207,
-  CreateApp = 209,
-  DestroyApp = 211,
-  ShowApp = 212,
-  HideApp = 213,
-  ActivateInput = 214,
-  DeactivateInput = 215,
-  GetVisible = 216,
-  GetActive = 218,
-  GetPrimaryReceiver = 220,
-  GetValue = 222,
-  GetOtherKeys = 224,
-  GetMaxiMumValue = 226,
-  GetMaxiMumOtherKeys = 228,
-  SetSupportsPointer = 230,
-  GetSupportsPointer = 232,
-  SetValue = 234,
-  GetKeyIcon = 235,
-  GetKeyLabel = 237,
-  SendAppLoadError = 239,
-  SendAppLoaded = 240,
-  SendAppUnloaded = 241,
-  SendTopMost = 242,
-  RequestDestroyApp = 243,
-  SendKey = 244,
-  IsParentalRatingBlocked = 245,
-  IsObjectSupported = 247,
-  Get_VB_Resouce_Allowed = 256,
-  SetBRAppToBI = 258,
-  Get_APP_TYPE = 265,
-  SetBIAppToBR = 267,
-  KeyConsumedByBrowser = 268,
-  Get_Configuration = 270,
-  Handle_BroadcastService = 271,
-  Set_BroadcastFullScreen = 272,
-  OpApp_StateChange = 275,
-  OpApp_ContextChange = 276,
-  OpApp_Update = 277,
-  OpApp_Uninstall_Judge = 278,
-  OpApp_GetStatus = 279,
-  OpApp_SetStatus = 280,
-  OpApp_RequestTransient = 281,
-  OpApp_RequestForeground = 282,
-  OpApp_RequestBackground = 283,
-  OpApp_GetUpdateStatus = 284,
-  OpApp_RequestUpdate = 285,
-};
+/// The JSON keys that several rows, or code beside them, name. What one row alone names stands there.
+namespace key {
+
+inline constexpr char kCode[] = "t";
+inline constexpr char kActive[] = "active";
+inline constexpr char kAppid[] = "appid";
+inline constexpr char kAppidArray[] = "appidArray";
+inline constexpr char kAppNum[] = "appNum";
+inline constexpr char kBlocked[] = "blocked";
+inline constexpr char kBValue[] = "bValue";
+inline constexpr char kChild[] = "child";
+inline constexpr char kFocus[] = "focus";
+inline constexpr char kKeySetCode[] = "code";  // of a key whose icon or label is asked
+inline constexpr char kKeynum[] = "keynum";
+inline constexpr char kNum[] = "num";
+inline constexpr char kOrgid[] = "orgid";
+inline constexpr char kOrgidArray[] = "orgidArray";
+inline constexpr char kPointer[] = "pointer";  // pointer support, and a key's icon
+inline constexpr char kPrimary[] = "primary";
+inline constexpr char kReason[] = "reason";
+inline constexpr char kRet[] = "ret";
+inline constexpr char kStatus[] = "status";
+inline constexpr char kSupported[] = "supported";
+inline constexpr char kTabid[] = "tabid";
+inline constexpr char kTopmost[] = "topmost";
+inline constexpr char kUrl[] = "url";
+inline constexpr char kValue[] = "value";
+inline constexpr char kVisible[] = "visible";
+
+}  // namespace key
+
+/// A message's number on the wire. The rows alone define them; elsewhere "GetVisible"_code names one.
+enum class Code : int;
 
 enum class Direction : uint8_t { kToBrowser, kToPlugin };
 enum class Delivery : uint8_t { kOneWay, kSync };
@@ -156,86 +137,76 @@ constexpr Member undelivered(const char* key) {
   return member;
 }
 
-constexpr Message command(Code code, std::string_view name, Members request) {
-  return {code, kNoReplyCode, name, Direction::kToBrowser, Delivery::kOneWay, request, {}};
+constexpr Message command(int code, std::string_view name, Members request) {
+  return {Code{code}, kNoReplyCode, name, Direction::kToBrowser, Delivery::kOneWay, request, {}};
 }
-constexpr Message question(Code code, std::string_view name, Members request, Members reply) {
-  return {code, static_cast<int>(code) + 1, name, Direction::kToBrowser, Delivery::kSync, request, reply};
+constexpr Message question(int code, std::string_view name, Members request, Members reply) {
+  return {Code{code}, code + 1, name, Direction::kToBrowser, Delivery::kSync, request, reply};
 }
-constexpr Message opAppQuestion(Code code, std::string_view name, Members request, Members reply) {
-  return {code, kNoReplyCode, name, Direction::kToBrowser, Delivery::kSync, request, reply};
+constexpr Message opAppQuestion(int code, std::string_view name, Members request, Members reply) {
+  return {Code{code}, kNoReplyCode, name, Direction::kToBrowser, Delivery::kSync, request, reply};
 }
-constexpr Message notification(Code code, std::string_view name, Members request) {
-  return {code, kNoReplyCode, name, Direction::kToPlugin, Delivery::kOneWay, request, {}};
+constexpr Message notification(int code, std::string_view name, Members request) {
+  return {Code{code}, kNoReplyCode, name, Direction::kToPlugin, Delivery::kOneWay, request, {}};
 }
-constexpr Message query(Code code, std::string_view name, Members request, Members reply) {
-  return {code, kQueryReplyCode, name, Direction::kToPlugin, Delivery::kSync, request, reply};
+constexpr Message query(int code, std::string_view name, Members request, Members reply) {
+  return {Code{code}, kQueryReplyCode, name, Direction::kToPlugin, Delivery::kSync, request, reply};
 }
 
 using namespace key;
 
 /// In ascending order of the codes.
 inline constexpr Message kMessages[] = {
-    question(Code::GetOwnerApp, "GetOwnerApp", {kAppid}, {{kAppid, Type::kInt, kAsRequested}, kOrgid}),
-    question(Code::GetCurrentApp, "GetCurrentApp", {}, {kAppid, kOrgid}),
-    question(Code::GetChildApps, "GetChildApps", {kAppid, kOrgid},
+    question(201, "GetOwnerApp", {kAppid}, {{kAppid, Type::kInt, kAsRequested}, kOrgid}),
+    question(203, "GetCurrentApp", {}, {kAppid, kOrgid}),
+    question(207, "GetChildApps", {kAppid, kOrgid},
              {kAppNum, {kAppidArray, Type::kIdFields}, {kOrgidArray, Type::kIdFields}}),
-    question(Code::CreateApp, "CreateApp", {kAppid, kOrgid, text(kUrl), flag(kChild), flag(kOpapp)},
-             {kAppid, kOrgid}),
-    command(Code::DestroyApp, "DestroyApp", {kAppid, kOrgid}),
-    command(Code::ShowApp, "ShowApp", {kAppid, kOrgid}),
-    command(Code::HideApp, "HideApp", {kAppid, kOrgid}),
-    command(Code::ActivateInput, "ActivateInput", {kAppid, kOrgid, {kFocus, Type::kBoolean}}),
-    command(Code::DeactivateInput, "DeactivateInput", {kAppid, kOrgid}),
-    question(Code::GetVisible, "GetVisible", {kAppid, kOrgid}, {flag(kVisible)}),
-    question(Code::GetActive, "GetActive", {kAppid, kOrgid}, {flag(kActive)}),
-    question(Code::GetPrimaryReceiver, "GetPrimaryReceiver", {kAppid, kOrgid}, {flag(kPrimary)}),
-    question(Code::GetValue, "GetValue", {kAppid, kOrgid}, {kValue}),
-    question(Code::GetOtherKeys, "GetOtherKeys", {kAppid, kOrgid}, {{kNum, Type::kKeyCount}}),
-    question(Code::GetMaxiMumValue, "GetMaxiMumValue", {kAppid, kOrgid}, {kMaxvalue}),
-    question(Code::GetMaxiMumOtherKeys, "GetMaxiMumOtherKeys", {kAppid, kOrgid}, {{kNum, Type::kKeyCount}}),
-    command(Code::SetSupportsPointer, "SetSupportsPointer", {kAppid, kOrgid, flag(kPointer)}),
-    question(Code::GetSupportsPointer, "GetSupportsPointer", {kAppid, kOrgid}, {flag(kPointer)}),
-    command(Code::SetValue, "SetValue", {kAppid, kOrgid, kValue, {kKeynum, Type::kKeyCount}}),
-    question(Code::GetKeyIcon, "GetKeyIcon", {kAppid, kOrgid, kKeySetCode}, {text(kPointer)}),
-    question(Code::GetKeyLabel, "GetKeyLabel", {kAppid, kOrgid, kKeySetCode}, {text(kLabel)}),
-    notification(Code::SendAppLoadError, "SendAppLoadError", {kAppid, kOrgid, undelivered(kError)}),
-    notification(Code::SendAppLoaded, "SendAppLoaded", {kAppid, kOrgid}),
-    notification(Code::SendAppUnloaded, "SendAppUnloaded", {kAppid, kOrgid}),
-    notification(Code::SendTopMost, "SendTopMost", {kAppid, kOrgid, {kTopmost, Type::kBoolean}}),
-    notification(Code::RequestDestroyApp, "RequestDestroyApp", {kAppid, kOrgid}),
-    notification(Code::SendKey, "SendKey", {kAppid, kOrgid, undelivered(kKey), kKeytype}),
-    query(Code::IsParentalRatingBlocked, "IsParentalRatingBlocked", {kAppid, kOrgid}, {flag(kBlocked)}),
-    query(Code::IsObjectSupported, "IsObjectSupported", {text(kMtype)}, {flag(kSupported)}),
-    question(Code::Get_VB_Resouce_Allowed, "Get_VB_Resouce_Allowed", {kTabid}, {flag(kAllowed)}),
-    command(Code::SetBRAppToBI, "SetBRAppToBI", {kTabid}),
-    question(Code::Get_APP_TYPE, "Get_APP_TYPE", {kTabid}, {kAppType}),
-    command(Code::SetBIAppToBR, "SetBIAppToBR", {kTabid}),
-    question(Code::KeyConsumedByBrowser, "KeyConsumedByBrowser", {kTabid, kKeyCode}, {flag(kConsumed)}),
-    notification(Code::Get_Configuration, "Get_Configuration", {}),
-    notification(Code::Handle_BroadcastService, "Handle_BroadcastService", {flag(kBValue)}),
-    notification(Code::Set_BroadcastFullScreen, "Set_BroadcastFullScreen", {flag(kBValue)}),
-    notification(Code::OpApp_StateChange, "OpApp_StateChange",
-                 {kAppid, kOrgid, text(kOld), text(kNew), text(kReason)}),
-    notification(Code::OpApp_ContextChange, "OpApp_ContextChange",
-                 {kAppid, kOrgid, text(kSloc), text(kLloc), text(kReason)}),
-    notification(Code::OpApp_Update, "OpApp_Update", {kAppid, kOrgid, text(kEvent)}),
-    opAppQuestion(Code::OpApp_Uninstall_Judge, "OpApp_Uninstall_Judge", {}, {{kFlag, Type::kBoolean, 1}}),
-    opAppQuestion(Code::OpApp_GetStatus, "OpApp_GetStatus", {}, {text(kStatus), kRet}),
-    opAppQuestion(Code::OpApp_SetStatus, "OpApp_SetStatus", {text(kStatus)}, {kRet}),
-    opAppQuestion(Code::OpApp_RequestTransient, "OpApp_RequestTransient", {}, {kRet}),
-    opAppQuestion(Code::OpApp_RequestForeground, "OpApp_RequestForeground", {}, {kRet}),
-    opAppQuestion(Code::OpApp_RequestBackground, "OpApp_RequestBackground", {}, {kRet}),
-    opAppQuestion(Code::OpApp_GetUpdateStatus, "OpApp_GetUpdateStatus", {},
-                  {{kStatus, Type::kInt, kUpdateStatusUnknown}, kRet}),
-    opAppQuestion(Code::OpApp_RequestUpdate, "OpApp_RequestUpdate", {}, {kRet}),
+    question(209, "CreateApp", {kAppid, kOrgid, text(kUrl), flag(kChild), flag("opapp")}, {kAppid, kOrgid}),
+    command(211, "DestroyApp", {kAppid, kOrgid}),
+    command(212, "ShowApp", {kAppid, kOrgid}),
+    command(213, "HideApp", {kAppid, kOrgid}),
+    command(214, "ActivateInput", {kAppid, kOrgid, {kFocus, Type::kBoolean}}),
+    command(215, "DeactivateInput", {kAppid, kOrgid}),
+    question(216, "GetVisible", {kAppid, kOrgid}, {flag(kVisible)}),
+    question(218, "GetActive", {kAppid, kOrgid}, {flag(kActive)}),
+    question(220, "GetPrimaryReceiver", {kAppid, kOrgid}, {flag(kPrimary)}),
+    question(222, "GetValue", {kAppid, kOrgid}, {kValue}),
+    question(224, "GetOtherKeys", {kAppid, kOrgid}, {{kNum, Type::kKeyCount}}),
+    question(226, "GetMaxiMumValue", {kAppid, kOrgid}, {"maxvalue"}),
+    question(228, "GetMaxiMumOtherKeys", {kAppid, kOrgid}, {{kNum, Type::kKeyCount}}),
+    command(230, "SetSupportsPointer", {kAppid, kOrgid, flag(kPointer)}),
+    question(232, "GetSupportsPointer", {kAppid, kOrgid}, {flag(kPointer)}),
+    command(234, "SetValue", {kAppid, kOrgid, kValue, {kKeynum, Type::kKeyCount}}),
+    question(235, "GetKeyIcon", {kAppid, kOrgid, kKeySetCode}, {text(kPointer)}),
+    question(237, "GetKeyLabel", {kAppid, kOrgid, kKeySetCode}, {text("label")}),
+    notification(239, "SendAppLoadError", {kAppid, kOrgid, undelivered("error")}),
+    notification(240, "SendAppLoaded", {kAppid, kOrgid}),
+    notification(241, "SendAppUnloaded", {kAppid, kOrgid}),
+    notification(242, "SendTopMost", {kAppid, kOrgid, {kTopmost, Type::kBoolean}}),
+    notification(243, "RequestDestroyApp", {kAppid, kOrgid}),
+    notification(244, "SendKey", {kAppid, kOrgid, undelivered("key"), "keytype"}),
+    query(245, "IsParentalRatingBlocked", {kAppid, kOrgid}, {flag(kBlocked)}),
+    query(247, "IsObjectSupported", {text("mtype")}, {flag(kSupported)}),
+    question(256, "Get_VB_Resouce_Allowed", {kTabid}, {flag("allowed")}),
+    command(258, "SetBRAppToBI", {kTabid}),
+    question(265, "Get_APP_TYPE", {kTabid}, {"appType"}),
+    command(267, "SetBIAppToBR", {kTabid}),
+    question(268, "KeyConsumedByBrowser", {kTabid, "keyCode"}, {flag("consumed")}),
+    notification(270, "Get_Configuration", {}),
+    notification(271, "Handle_BroadcastService", {flag(kBValue)}),
+    notification(272, "Set_BroadcastFullScreen", {flag(kBValue)}),
+    notification(275, "OpApp_StateChange", {kAppid, kOrgid, text("old"), text("new"), text(kReason)}),
+    notification(276, "OpApp_ContextChange", {kAppid, kOrgid, text("sloc"), text("lloc"), text(kReason)}),
+    notification(277, "OpApp_Update", {kAppid, kOrgid, text("event")}),
+    opAppQuestion(278, "OpApp_Uninstall_Judge", {}, {{"flag", Type::kBoolean, 1}}),
+    opAppQuestion(279, "OpApp_GetStatus", {}, {text(kStatus), kRet}),
+    opAppQuestion(280, "OpApp_SetStatus", {text(kStatus)}, {kRet}),
+    opAppQuestion(281, "OpApp_RequestTransient", {}, {kRet}),
+    opAppQuestion(282, "OpApp_RequestForeground", {}, {kRet}),
+    opAppQuestion(283, "OpApp_RequestBackground", {}, {kRet}),
+    opAppQuestion(284, "OpApp_GetUpdateStatus", {}, {{kStatus, Type::kInt, kUpdateStatusUnknown}, kRet}),
+    opAppQuestion(285, "OpApp_RequestUpdate", {}, {kRet}),
 };
-
-}  // namespace catalogue_detail
-
-using catalogue_detail::kMessages;
-
-namespace catalogue_detail {
 
 constexpr bool codesAscend() {
   for (std::size_t i = 1; i < std::size(kMessages); ++i) {
@@ -248,6 +219,8 @@ static_assert(std::size(kMessages) == 48, "34 requests, 12 notifications and 2 q
 
 }  // namespace catalogue_detail
 
+using catalogue_detail::kMessages;
+
 /// The message with this code; null when there is none. Reply codes are not messages.
 constexpr const Message* findMessage(int code) {
   for (const Message& message : kMessages) {
@@ -258,6 +231,14 @@ constexpr const Message* findMessage(int code) {
 
 constexpr const Message& messageOf(Code code) {
   return *findMessage(static_cast<int>(code));
+}
+
+/// The code of the message with this name, one that a row has.
+constexpr Code operator""_code(const char* name, std::size_t length) {
+  for (const Message& message : kMessages) {
+    if (message.name == std::string_view(name, length)) return message.code;
+  }
+  throw std::out_of_range("no row of the catalogue has this name");
 }
 
 }  // namespace hbbtv_ryn

@@ -21,9 +21,10 @@ constexpr key_t queueOf(const Message& message) {
 
 inline constexpr long kChannel = 1;
 
-/// What a handle is created with: words, not bare integers, at the call.
-inline constexpr int kWithReply = 1;
-inline constexpr int kOneWayOnly = 0;
+/// Whether a handle needs a reply queue.
+constexpr int withReply(key_t queue) {
+  return queue == kNotificationQueueKey ? 0 : 1;
+}
 
 }  // namespace hbbtv_ryn
 

@@ -1,64 +1,59 @@
 #include "ipc/protocol/values.h"
 
-#include "ipc/protocol/envelope.h"
-
 namespace hbbtv_ryn {
 namespace {
 
-void add(Json::Value* message, const Member& member, const Given& value) {
-  if (isText(member.type)) {
-    const auto* const text = static_cast<const char*>(value.data);
-    return set(message, member.key, Json::Value(text, text + value.number));
-  }
-  if (value.data != nullptr) setKeyCodes(message, static_cast<const int*>(value.data), value.number);
-  set(message, member.key, member.type == Type::kBoolean ? Json::Value(value.number != 0) : value.number);
-}
-
-// A message without members.
-Json::Value envelope(int code) {
-  Json::Value message(Json::objectValue);
-  if (code != kNoReplyCode) set(&message, key::kCode, static_cast<Json::UInt>(code));
-  return message;
+Given givenOf(const Member& member, const Value& value) {
+  if (isText(member.type)) return std::string_view(*value.text);
+  if (member.type == Type::kKeyCount) return KeyList{value.keys.codes, value.keys.count};
+  return isFlag(member.type) ? static_cast<int>(value.flag) : value.number;
 }
 
 }  // namespace
 
-Json::Value compose(int code, const Members& members, const Given* values) {
-  Json::Value message = envelope(code);
-  for (const Member& member : members) add(&message, member, *values++);
-  return message;
-}
-
-Json::Value compose(int code, const Members& members, const Values& values) {
-  Json::Value message = envelope(code);
-  const Scalar* scalar = values.scalars;
-  const std::string* text = values.texts;
+Json::Value compose(int code, const Members& members, const Given* given, const Value* answers) {
+  Json::Value message(Json::objectValue);
+  if (code != kNoReplyCode) set(&message, key::kCode, static_cast<Json::UInt>(code));
   for (const Member& member : members) {
+    const Given value = given != nullptr ? *given++ : givenOf(member, *answers++);
     if (isText(member.type)) {
-      add(&message, member, std::string_view(*text++));
-    } else if (member.type == Type::kKeyCount) {
-      add(&message, member, KeyList{values.keys.codes, values.keys.count});
+      const auto* const text = static_cast<const char*>(value.data);
+      set(&message, member.key, Json::Value(text, text + value.number));
+    } else if (member.type == Type::kBoolean) {
+      set(&message, member.key, value.number != 0);
     } else {
-      add(&message, member, isFlag(member.type) ? static_cast<int>(scalar->flag) : scalar->number);
-      ++scalar;
+      if (value.data != nullptr) setKeyCodes(&message, static_cast<const int*>(value.data), value.number);
+      set(&message, member.key, value.number);
     }
   }
   return message;
 }
 
-void read(const Json::Value& message, const Members& members, Values* values) {
-  Scalar* scalar = values->scalars;
-  std::string* text = values->texts;
+void read(const Json::Value& message, const Members& members, Value* value) {
   for (const Member& member : members) {
     if (!member.delivered) continue;
     if (isText(member.type)) {
-      *text++ = string(message, member.key);
-    } else if (member.type == Type::kKeyCount) {
-      values->keys = {integer(message, member.key), {}};
-      readKeyCodes(message, values->keys.count, values->keys.codes);
+      value->text = string(message, member.key);
     } else {
-      scalar++->number = integer(message, member.key);
+      value->number = integer(message, member.key);
+      value->flag = value->number != 0;
     }
+    if (member.type == Type::kKeyCount) {
+      value->keys = {value->number, {}};
+      readKeyCodes(message, value->number, value->keys.codes);
+    }
+    ++value;
+  }
+}
+
+void readDefaults(const Json::Value& request, const Members& reply, Value* value) {
+  for (const Member& member : reply) {
+    const bool repeated = member.default_answer == kAsRequested;
+    value->number = repeated ? integer(request, member.key) : member.default_answer;
+    value->flag = value->number != 0;
+    if (isText(member.type)) value->text.emplace();
+    if (member.type == Type::kKeyCount) value->keys = {value->number, {}};
+    ++value;
   }
 }
 

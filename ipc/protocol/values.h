@@ -6,11 +6,12 @@
 
 #include <json/value.h>
 
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "ipc/protocol/catalogue.h"
-#include "ipc/protocol/lists.h"
+#include "ipc/protocol/envelope.h"
 
 namespace hbbtv_ryn {
 
@@ -36,40 +37,25 @@ struct Given {
   const void* data = nullptr;
 };
 
-/// A value as received, where a flag is a number, or as a handler answers it.
-struct Scalar {
+/// A value as received, or as a handler answers it: in the one member that the row's type means.
+struct Value {
   int number;
   bool flag;
-};
-
-/// The most texts that one half of a row holds.
-inline constexpr std::size_t kMostTexts = [] {
-  std::size_t most = 0;
-  for (const Message& row : kMessages) {
-    for (const Members* members : {&row.request, &row.reply}) {
-      std::size_t texts = 0;
-      for (const Member& member : *members) texts += isText(member.type) ? 1 : 0;
-      most = texts > most ? texts : most;
-    }
-  }
-  return most;
-}();
-
-/// The values of a message: the texts, and the rest, each in the order of the row without the members that
-/// are not delivered. It has one key-code list at most, since the names k0, k1, … are fixed. What the row
-/// does not hold is not set.
-struct Values {
-  Scalar scalars[Members::kCapacity];
-  std::string texts[kMostTexts];
+  std::optional<std::string> text;
   KeyCodes keys;
 };
 
-/// The message of these values, with "t" unless the code is kNoReplyCode. Throws when memory is out.
-Json::Value compose(int code, const Members& members, const Given* values);
-Json::Value compose(int code, const Members& members, const Values& values);
+/// The message of these values, one for each member, with "t" unless the code is kNoReplyCode. Throws when
+/// memory is out.
+/// @param given  null: what a handler has answered is sent.
+Json::Value compose(int code, const Members& members, const Given* given, const Value* answers = nullptr);
 
-/// Reads the delivered members. Throws Json::Exception when one does not convert, and when memory is out.
-void read(const Json::Value& message, const Members& members, Values* values);
+/// Reads the delivered members, one value for each. Throws Json::Exception when one does not convert, and
+/// when memory is out.
+void read(const Json::Value& message, const Members& members, Value* values);
+
+/// The values of the reply to a request that no handler answers. Throws as read() does.
+void readDefaults(const Json::Value& request, const Members& reply, Value* values);
 
 }  // namespace hbbtv_ryn
 

@@ -2,11 +2,9 @@
 
 #include <algorithm>
 #include <iterator>
-#include <type_traits>
-#include <utility>
 
 #include "ipc/endpoint/signature.h"
-#include "ipc/protocol/lists.h"
+#include "ipc/protocol/envelope.h"
 #include "ipc/ryn_browser/state.h"
 
 namespace hbbtv_ryn {
@@ -25,7 +23,7 @@ AnyFunction slot() {
 
 template <Code C, auto Slot>
 constexpr Route to() {
-  return route<C, std::remove_reference_t<decltype(std::declval<Slots>().*Slot)>, &slot<Slot>>();
+  return route<C, decltype(Slot), &slot<Slot>>();
 }
 
 // Slots whose shape is not the row's.
@@ -62,40 +60,40 @@ void setValue(int appid, int orgid, int value, const KeyCodes& keys) {
 }
 
 constexpr Route kRoutes[] = {
-    route<Code::GetOwnerApp, &ownerApp>(),
-    to<Code::GetCurrentApp, &Slots::GetCurrentApp>(),
-    route<Code::GetChildApps, &childApps>(),
-    to<Code::CreateApp, &Slots::CreateApp>(),
-    to<Code::DestroyApp, &Slots::DestroyApp>(),
-    to<Code::ShowApp, &Slots::ShowApp>(),
-    to<Code::HideApp, &Slots::HideApp>(),
-    to<Code::ActivateInput, &Slots::ActivateInput>(),
-    to<Code::DeactivateInput, &Slots::DeactivateInput>(),
-    to<Code::GetVisible, &Slots::GetVisible>(),
-    to<Code::GetActive, &Slots::GetActive>(),
-    to<Code::GetPrimaryReceiver, &Slots::GetPrimaryReceiver>(),
-    to<Code::GetValue, &Slots::GetValue>(),
-    route<Code::GetOtherKeys, &keyCodes<&Slots::GetOtherKeys>>(),
-    to<Code::GetMaxiMumValue, &Slots::GetMaxiMumValue>(),
-    route<Code::GetMaxiMumOtherKeys, &keyCodes<&Slots::GetMaxiMumOtherKeys>>(),
-    to<Code::SetSupportsPointer, &Slots::SetSupportsPointer>(),
-    to<Code::GetSupportsPointer, &Slots::GetSupportsPointer>(),
-    route<Code::SetValue, &setValue>(),
-    to<Code::GetKeyIcon, &Slots::GetKeyIcon>(),
-    to<Code::GetKeyLabel, &Slots::GetKeyLabel>(),
-    to<Code::Get_VB_Resouce_Allowed, &Slots::Get_VB_Resouce_Allowed>(),
-    to<Code::SetBRAppToBI, &Slots::SetBRAppToBI>(),
-    to<Code::Get_APP_TYPE, &Slots::Get_APP_TYPE>(),
-    to<Code::SetBIAppToBR, &Slots::SetBIAppToBR>(),
-    to<Code::KeyConsumedByBrowser, &Slots::KeyConsumedByBrowser>(),
-    to<Code::OpApp_Uninstall_Judge, &Slots::OpApp_Uninstall_Judge>(),
-    to<Code::OpApp_GetStatus, &Slots::OpApp_GetStatus>(),
-    to<Code::OpApp_SetStatus, &Slots::OpApp_SetStatus>(),
-    to<Code::OpApp_RequestTransient, &Slots::OpApp_RequestTransient>(),
-    to<Code::OpApp_RequestForeground, &Slots::OpApp_RequestForeground>(),
-    to<Code::OpApp_RequestBackground, &Slots::OpApp_RequestBackground>(),
-    to<Code::OpApp_GetUpdateStatus, &Slots::OpApp_GetUpdateStatus>(),
-    to<Code::OpApp_RequestUpdate, &Slots::OpApp_RequestUpdate>(),
+    route<"GetOwnerApp"_code, &ownerApp>(),
+    to<"GetCurrentApp"_code, &Slots::GetCurrentApp>(),
+    route<"GetChildApps"_code, &childApps>(),
+    to<"CreateApp"_code, &Slots::CreateApp>(),
+    to<"DestroyApp"_code, &Slots::DestroyApp>(),
+    to<"ShowApp"_code, &Slots::ShowApp>(),
+    to<"HideApp"_code, &Slots::HideApp>(),
+    to<"ActivateInput"_code, &Slots::ActivateInput>(),
+    to<"DeactivateInput"_code, &Slots::DeactivateInput>(),
+    to<"GetVisible"_code, &Slots::GetVisible>(),
+    to<"GetActive"_code, &Slots::GetActive>(),
+    to<"GetPrimaryReceiver"_code, &Slots::GetPrimaryReceiver>(),
+    to<"GetValue"_code, &Slots::GetValue>(),
+    route<"GetOtherKeys"_code, &keyCodes<&Slots::GetOtherKeys>>(),
+    to<"GetMaxiMumValue"_code, &Slots::GetMaxiMumValue>(),
+    route<"GetMaxiMumOtherKeys"_code, &keyCodes<&Slots::GetMaxiMumOtherKeys>>(),
+    to<"SetSupportsPointer"_code, &Slots::SetSupportsPointer>(),
+    to<"GetSupportsPointer"_code, &Slots::GetSupportsPointer>(),
+    route<"SetValue"_code, &setValue>(),
+    to<"GetKeyIcon"_code, &Slots::GetKeyIcon>(),
+    to<"GetKeyLabel"_code, &Slots::GetKeyLabel>(),
+    to<"Get_VB_Resouce_Allowed"_code, &Slots::Get_VB_Resouce_Allowed>(),
+    to<"SetBRAppToBI"_code, &Slots::SetBRAppToBI>(),
+    to<"Get_APP_TYPE"_code, &Slots::Get_APP_TYPE>(),
+    to<"SetBIAppToBR"_code, &Slots::SetBIAppToBR>(),
+    to<"KeyConsumedByBrowser"_code, &Slots::KeyConsumedByBrowser>(),
+    to<"OpApp_Uninstall_Judge"_code, &Slots::OpApp_Uninstall_Judge>(),
+    to<"OpApp_GetStatus"_code, &Slots::OpApp_GetStatus>(),
+    to<"OpApp_SetStatus"_code, &Slots::OpApp_SetStatus>(),
+    to<"OpApp_RequestTransient"_code, &Slots::OpApp_RequestTransient>(),
+    to<"OpApp_RequestForeground"_code, &Slots::OpApp_RequestForeground>(),
+    to<"OpApp_RequestBackground"_code, &Slots::OpApp_RequestBackground>(),
+    to<"OpApp_GetUpdateStatus"_code, &Slots::OpApp_GetUpdateStatus>(),
+    to<"OpApp_RequestUpdate"_code, &Slots::OpApp_RequestUpdate>(),
 };
 static_assert(serveExactly<kRequestQueueKey>(kRoutes),
               "one route for each request, in the catalogue's order");

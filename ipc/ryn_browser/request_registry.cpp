@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <exception>
-#include <memory>
 #include <utility>
 #include <vector>
 
@@ -15,14 +14,14 @@ struct RequestInfo_ {
   void* value;
 };
 
-using RequestList = std::vector<std::unique_ptr<RequestInfo_>>;
+using RequestList = std::vector<RequestInfo_>;
 
 // Oldest first. No lock: the hosts serialise their calls.
 RequestList g_request_list;
 
 RequestList::iterator oldestMatch(bool flag, const std::string& name, const void* owner) {
-  return std::find_if(g_request_list.begin(), g_request_list.end(), [&](const auto& entry) {
-    return entry->flag == flag && entry->owner == owner && entry->name == name;
+  return std::find_if(g_request_list.begin(), g_request_list.end(), [&](const RequestInfo_& entry) {
+    return entry.flag == flag && entry.owner == owner && entry.name == name;
   });
 }
 
@@ -31,7 +30,7 @@ RequestList::iterator oldestMatch(bool flag, const std::string& name, const void
 int addRequest(bool flag, const std::string& name, const void* owner, void* value) {
   if (findRequest(flag, name, owner) == value) return 0;
   try {
-    g_request_list.push_back(std::make_unique<RequestInfo_>(RequestInfo_{flag, name, owner, value}));
+    g_request_list.push_back({flag, name, owner, value});
   } catch (const std::exception&) {
     return -1;
   }
@@ -40,7 +39,7 @@ int addRequest(bool flag, const std::string& name, const void* owner, void* valu
 
 void* findRequest(bool flag, const std::string& name, const void* owner) {
   const auto match = oldestMatch(flag, name, owner);
-  return match == g_request_list.end() ? nullptr : (*match)->value;
+  return match == g_request_list.end() ? nullptr : match->value;
 }
 
 int deleteRequest(bool flag, const std::string& name, const void* owner) {
@@ -55,7 +54,7 @@ int getRequestSize() {
 }
 
 void* getRequestFirstItem() {
-  return g_request_list.empty() ? nullptr : g_request_list.front()->value;
+  return g_request_list.empty() ? nullptr : g_request_list.front().value;
 }
 
 int deleteAllRequest() {

@@ -11,9 +11,8 @@
 
 namespace hbbtv_ryn {
 
-/// Null while the endpoint is not started. Written by Initialize and Finalize, on one thread of the host.
-extern IpcServer* g_browser_server;
-/// Read by whoever sends: a handler may do so while the endpoint is still being started.
+/// Null while the endpoint is not started. Read by whoever sends: a handler may do so while the endpoint is
+/// still being started.
 extern std::atomic<IpcClient*> g_browser_notify_client;
 extern std::atomic<IpcClient*> g_browser_query_client;
 
@@ -22,7 +21,7 @@ extern std::atomic<IpcClient*> g_browser_query_client;
 extern std::mutex g_browser_callback_mutex;
 extern ZuntRynBrowserEventCallback g_browser_callbacks;
 
-/// Answers the plug-in process's requests: the callback of g_browser_server.
+/// Answers the plug-in process's requests: the callback of the request server.
 IpcMessage* Zunt_RYN_Browser_Server_Callback(const IpcMessage* request, int32_t kind, void* user_data);
 
 }  // namespace hbbtv_ryn

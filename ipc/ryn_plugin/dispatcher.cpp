@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <iterator>
 #include <string>
-#include <type_traits>
 #include <utility>
 
 #include "ipc/endpoint/signature.h"
@@ -22,8 +21,7 @@ AnyFunction callbackOf() {
 
 template <Code C, ZuntRynEvent Event, auto Member>
 constexpr Route to() {
-  return route<C, std::remove_reference_t<decltype(std::declval<Callback>().*Member)>,
-               &callbackOf<Event>>();
+  return route<C, decltype(Member), &callbackOf<Event>>();
 }
 
 // Messages that are more than one event.
@@ -38,16 +36,9 @@ void topMost(int appid, int orgid, bool topmost, void* user_data) {
 }
 
 void key(int appid, int orgid, int keytype, void* user_data) {
-  switch (keytype) {
-    case 1:
-      return raiseApp(ZUNT_RYN_EVENT_KEY_TYPE_1, appid, orgid, user_data);
-    case 2:
-      return raiseApp(ZUNT_RYN_EVENT_KEY_TYPE_2, appid, orgid, user_data);
-    case 3:
-      return raiseApp(ZUNT_RYN_EVENT_KEY_TYPE_3, appid, orgid, user_data);
-    default:
-      return;
-  }
+  constexpr ZuntRynEvent kEvents[] = {ZUNT_RYN_EVENT_KEY_TYPE_1, ZUNT_RYN_EVENT_KEY_TYPE_2,
+                                      ZUNT_RYN_EVENT_KEY_TYPE_3};
+  if (keytype >= 1 && keytype <= 3) raiseApp(kEvents[keytype - 1], appid, orgid, user_data);
 }
 
 // Messages that leave a line on standard output when somebody listens.
@@ -66,26 +57,26 @@ void opAppChange(int appid, int orgid, std::string a, std::string b, std::string
 }
 
 constexpr Route kNotifications[] = {
-    to<Code::SendAppLoadError, ZUNT_RYN_EVENT_APP_LOAD_ERROR, &Callback::onApp>(),
-    to<Code::SendAppLoaded, ZUNT_RYN_EVENT_APP_LOADED, &Callback::onApp>(),
-    to<Code::SendAppUnloaded, ZUNT_RYN_EVENT_APP_UNLOADED, &Callback::onApp>(),
-    route<Code::SendTopMost, &topMost>(),
-    to<Code::RequestDestroyApp, ZUNT_RYN_EVENT_APP_DESTROY_REQUEST, &Callback::onApp>(),
-    route<Code::SendKey, &key>(),
-    to<Code::Get_Configuration, ZUNT_RYN_EVENT_GET_CONFIGURATION, &Callback::onNotify>(),
-    to<Code::Handle_BroadcastService, ZUNT_RYN_EVENT_BROADCAST_SERVICE, &Callback::onFlag>(),
-    to<Code::Set_BroadcastFullScreen, ZUNT_RYN_EVENT_BROADCAST_FULLSCREEN, &Callback::onFlag>(),
-    route<Code::OpApp_StateChange, &opAppChange<ZUNT_RYN_EVENT_OPAPP_STATE_CHANGE, kStateChangeTrace>>(),
-    route<Code::OpApp_ContextChange,
+    to<"SendAppLoadError"_code, ZUNT_RYN_EVENT_APP_LOAD_ERROR, &Callback::onApp>(),
+    to<"SendAppLoaded"_code, ZUNT_RYN_EVENT_APP_LOADED, &Callback::onApp>(),
+    to<"SendAppUnloaded"_code, ZUNT_RYN_EVENT_APP_UNLOADED, &Callback::onApp>(),
+    route<"SendTopMost"_code, &topMost>(),
+    to<"RequestDestroyApp"_code, ZUNT_RYN_EVENT_APP_DESTROY_REQUEST, &Callback::onApp>(),
+    route<"SendKey"_code, &key>(),
+    to<"Get_Configuration"_code, ZUNT_RYN_EVENT_GET_CONFIGURATION, &Callback::onNotify>(),
+    to<"Handle_BroadcastService"_code, ZUNT_RYN_EVENT_BROADCAST_SERVICE, &Callback::onFlag>(),
+    to<"Set_BroadcastFullScreen"_code, ZUNT_RYN_EVENT_BROADCAST_FULLSCREEN, &Callback::onFlag>(),
+    route<"OpApp_StateChange"_code, &opAppChange<ZUNT_RYN_EVENT_OPAPP_STATE_CHANGE, kStateChangeTrace>>(),
+    route<"OpApp_ContextChange"_code,
           &opAppChange<ZUNT_RYN_EVENT_OPAPP_CONTEXT_CHANGE, kContextChangeTrace>>(),
-    to<Code::OpApp_Update, ZUNT_RYN_EVENT_OPAPP_UPDATE, &Callback::onOpAppUpdate>(),
+    to<"OpApp_Update"_code, ZUNT_RYN_EVENT_OPAPP_UPDATE, &Callback::onOpAppUpdate>(),
 };
 static_assert(serveExactly<kNotificationQueueKey>(kNotifications),
               "one route for each notification, in the catalogue's order");
 
 constexpr Route kQueries[] = {
-    to<Code::IsParentalRatingBlocked, ZUNT_RYN_EVENT_PARENTAL_RATING_QUERY, &Callback::onParentalRating>(),
-    to<Code::IsObjectSupported, ZUNT_RYN_EVENT_OBJECT_SUPPORTED_QUERY, &Callback::onObjectSupported>(),
+    to<"IsParentalRatingBlocked"_code, ZUNT_RYN_EVENT_PARENTAL_RATING_QUERY, &Callback::onParentalRating>(),
+    to<"IsObjectSupported"_code, ZUNT_RYN_EVENT_OBJECT_SUPPORTED_QUERY, &Callback::onObjectSupported>(),
 };
 static_assert(serveExactly<kQueryQueueKey>(kQueries), "one route for each query, in the catalogue's order");
 

@@ -5,9 +5,9 @@
 #include <map>
 #include <utility>
 
+#include "ipc/endpoint/exchange.h"
 #include "ipc/protocol/queues.h"
 #include "ipc/ryn_plugin/state.h"
-#include "ipc/server.h"
 
 namespace hbbtv_ryn {
 
@@ -30,34 +30,26 @@ std::map<int, ZuntRynEventCallback>& g_plugin_event_callbacks = *new std::map<in
 
 // Creates the three objects. When one fails, those before it are left.
 int createAll() {
-  IpcClient* client = nullptr;
-  int result = zunt_ipc_client_create(kRequestQueueKey, kChannel, kWithReply, IPC_CHUNK_SIZE, &client);
-  if (result != 0) return result;
-  g_plugin_client = client;
-  result = createServer(kNotificationQueueKey, kChannel, kOneWayOnly, IPC_CHUNK_SIZE,
-                        &Zunt_RYN_Plugin_Server_Callback, nullptr, &g_plugin_notify_server);
-  if (result != 0) return result;
-  return createServer(kQueryQueueKey, kChannel, kWithReply, IPC_CHUNK_SIZE, &Zunt_RYN_Plugin_Query_Callback,
-                      nullptr, &g_plugin_query_server);
-}
-
-int destroyServer(IpcServer* server) {
-  zunt_ipc_server_unregister_callback(server);
-  return zunt_ipc_server_destroy(server);
+  int result = start(kRequestQueueKey, &g_plugin_client);
+  if (result == 0) {
+    result = start(kNotificationQueueKey, &Zunt_RYN_Plugin_Server_Callback, &g_plugin_notify_server);
+  }
+  if (result == 0) result = start(kQueryQueueKey, &Zunt_RYN_Plugin_Query_Callback, &g_plugin_query_server);
+  return result;
 }
 
 // Destroys what there is, newest first, and gives the mutex up before. A callback may be about to make a
 // request: it must get the mutex to return, and its server waits for it to return.
-int destroyAll(std::unique_lock<std::mutex>* guard) {
-  IpcServer* const query_server = std::exchange(g_plugin_query_server, nullptr);
-  IpcServer* const notify_server = std::exchange(g_plugin_notify_server, nullptr);
+void destroyAll(std::unique_lock<std::mutex>* guard) {
+  IpcServer* const servers[] = {std::exchange(g_plugin_query_server, nullptr),
+                                std::exchange(g_plugin_notify_server, nullptr)};
   IpcClient* const client = g_plugin_client.exchange(nullptr);
   guard->unlock();
-  int result = 0;
-  if (query_server != nullptr) result = destroyServer(query_server);
-  if (notify_server != nullptr) result = destroyServer(notify_server);
-  if (client != nullptr) result = zunt_ipc_client_destroy(client);
-  return result;
+  for (IpcServer* const server : servers) {
+    zunt_ipc_server_unregister_callback(server);
+    zunt_ipc_server_destroy(server);
+  }
+  zunt_ipc_client_destroy(client);
 }
 
 }  // namespace
@@ -89,11 +81,11 @@ int Zunt_RYN_Plugin_Finalize() {
   if (g_plugin_initialized == 0) return 0;
   std::unique_lock<std::mutex> guard(g_plugin_mutex);
   if (g_plugin_initialized == 0) return 0;
-  const int result = destroyAll(&guard);
+  destroyAll(&guard);
   // Last: a callback that was running meanwhile and started the endpoint has started nothing.
   guard.lock();
   g_plugin_initialized = 0;
-  return result;
+  return 0;
 }
 
 int Zunt_RYN_Plugin_RegisterRynEventCallback(ZuntRynEvent event, ZuntRynEventCallback callback) {

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "ipc/endpoint/signature.h"
-#include "ipc/protocol/lists.h"
+#include "ipc/protocol/envelope.h"
 #include "ipc/ryn_plugin/state.h"
 
 using namespace hbbtv_ryn;  // NOLINT(google-build-using-namespace): the definitions of the public functions
@@ -21,7 +21,7 @@ const Outlet<kRequestQueueKey> kBrowser{{g_plugin_client, g_plugin_mutex}};
 template <Code C>
 int askKeyCodes(int appid, int orgid, int* otherKeys, int* num) {
   KeyCodes keys{};
-  const int result = kBrowser.ask<C>(with(appid, orgid), &keys);
+  const int result = kBrowser.send<C>(With(appid, orgid), &keys);
   if (result != 0) return result;
   *num = keys.count;
   if (otherKeys == nullptr) return -1;
@@ -46,18 +46,20 @@ void printSetValue(const Json::Value& request) {
   }
 }
 
+const Outlet<kRequestQueueKey> kPrinted{{g_plugin_client, g_plugin_mutex, &printSetValue}};
+
 }  // namespace
 
 // Applications.
 
 int Zunt_RYN_Plugin_GetOwnerApp(int* appid, int* orgid) {
   if (appid == nullptr || orgid == nullptr) return -3;
-  return kBrowser.ask<Code::GetOwnerApp>(with(*appid), appid, orgid);
+  return kBrowser.send<"GetOwnerApp"_code>(With(*appid), appid, orgid);
 }
 
 int Zunt_RYN_Plugin_GetCurrentApp(int* appid, int* orgid) {
   if (appid == nullptr || orgid == nullptr) return -3;
-  return kBrowser.ask<Code::GetCurrentApp>(with(), appid, orgid);
+  return kBrowser.send<"GetCurrentApp"_code>(With(), appid, orgid);
 }
 
 // The arrays travel as texts.
@@ -66,7 +68,7 @@ int Zunt_RYN_Plugin_GetChildApps(int appid, int orgid, int* appidArray, int* org
   int count = 0;
   std::string appids;
   std::string orgids;
-  const int result = kBrowser.ask<Code::GetChildApps>(with(appid, orgid), &count, &appids, &orgids);
+  const int result = kBrowser.send<"GetChildApps"_code>(With(appid, orgid), &count, &appids, &orgids);
   if (result != 0) return result;
   *appNum = count;
   const int kept = std::min(count, kMaxChildApps);
@@ -78,133 +80,132 @@ int Zunt_RYN_Plugin_GetChildApps(int appid, int orgid, int* appidArray, int* org
 int Zunt_RYN_Plugin_CreateApp(int appid, int orgid, const char* url, bool child, bool opapp, int* newAppid,
                               int* newOrgid) {
   if (url == nullptr || newAppid == nullptr || newOrgid == nullptr) return -3;
-  return kBrowser.ask<Code::CreateApp>(with(appid, orgid, url, child, opapp), newAppid, newOrgid);
+  return kBrowser.send<"CreateApp"_code>(With(appid, orgid, url, child, opapp), newAppid, newOrgid);
 }
 
 int Zunt_RYN_Plugin_ShowApp(int appid, int orgid) {
-  return kBrowser.tell<Code::ShowApp>(with(appid, orgid));
+  return kBrowser.send<"ShowApp"_code>(With(appid, orgid));
 }
 
 int Zunt_RYN_Plugin_HideApp(int appid, int orgid) {
-  return kBrowser.tell<Code::HideApp>(with(appid, orgid));
+  return kBrowser.send<"HideApp"_code>(With(appid, orgid));
 }
 
 int Zunt_RYN_Plugin_DestroyApp(int appid, int orgid) {
-  return kBrowser.tell<Code::DestroyApp>(with(appid, orgid));
+  return kBrowser.send<"DestroyApp"_code>(With(appid, orgid));
 }
 
 int Zunt_RYN_Plugin_ActivateInput(int appid, int orgid, bool focus) {
-  return kBrowser.tell<Code::ActivateInput>(with(appid, orgid, focus));
+  return kBrowser.send<"ActivateInput"_code>(With(appid, orgid, focus));
 }
 
 int Zunt_RYN_Plugin_DeactivateInput(int appid, int orgid) {
-  return kBrowser.tell<Code::DeactivateInput>(with(appid, orgid));
+  return kBrowser.send<"DeactivateInput"_code>(With(appid, orgid));
 }
 
 // Properties and key sets.
 
 int Zunt_RYN_Plugin_GetVisible(int appid, int orgid, bool* visible) {
-  return kBrowser.ask<Code::GetVisible>(with(appid, orgid), visible);
+  return kBrowser.send<"GetVisible"_code>(With(appid, orgid), visible);
 }
 
 int Zunt_RYN_Plugin_GetActive(int appid, int orgid, bool* active) {
-  return kBrowser.ask<Code::GetActive>(with(appid, orgid), active);
+  return kBrowser.send<"GetActive"_code>(With(appid, orgid), active);
 }
 
 int Zunt_RYN_Plugin_GetPrimaryReceiver(int appid, int orgid, bool* primary) {
-  return kBrowser.ask<Code::GetPrimaryReceiver>(with(appid, orgid), primary);
+  return kBrowser.send<"GetPrimaryReceiver"_code>(With(appid, orgid), primary);
 }
 
 int Zunt_RYN_Plugin_GetValue(int appid, int orgid, int* value) {
-  return kBrowser.ask<Code::GetValue>(with(appid, orgid), value);
+  return kBrowser.send<"GetValue"_code>(With(appid, orgid), value);
 }
 
 int Zunt_RYN_Plugin_GetMaxiMumValue(int appid, int orgid, int* maxvalue) {
-  return kBrowser.ask<Code::GetMaxiMumValue>(with(appid, orgid), maxvalue);
+  return kBrowser.send<"GetMaxiMumValue"_code>(With(appid, orgid), maxvalue);
 }
 
 int Zunt_RYN_Plugin_GetOtherKeys(int appid, int orgid, int* otherKeys, int* num) {
-  return askKeyCodes<Code::GetOtherKeys>(appid, orgid, otherKeys, num);
+  return askKeyCodes<"GetOtherKeys"_code>(appid, orgid, otherKeys, num);
 }
 
 int Zunt_RYN_Plugin_GetMaxiMumOtherKeys(int appid, int orgid, int* otherKeys, int* num) {
-  return askKeyCodes<Code::GetMaxiMumOtherKeys>(appid, orgid, otherKeys, num);
+  return askKeyCodes<"GetMaxiMumOtherKeys"_code>(appid, orgid, otherKeys, num);
 }
 
 int Zunt_RYN_Plugin_SetSupportsPointer(int appid, int orgid, bool pointer) {
-  return kBrowser.tell<Code::SetSupportsPointer>(with(appid, orgid, pointer));
+  return kBrowser.send<"SetSupportsPointer"_code>(With(appid, orgid, pointer));
 }
 
 int Zunt_RYN_Plugin_GetSupportsPointer(int appid, int orgid, bool* pointer) {
-  return kBrowser.ask<Code::GetSupportsPointer>(with(appid, orgid), pointer);
+  return kBrowser.send<"GetSupportsPointer"_code>(With(appid, orgid), pointer);
 }
 
 int Zunt_RYN_Plugin_SetValue(int appid, int orgid, int value, const int* otherKeys, int keynum) {
   if (otherKeys == nullptr) writeLine("otherKeys is null ptr\n");
-  return kBrowser.tell<Code::SetValue>(with(appid, orgid, value, KeyList{otherKeys, keynum}),
-                                       &printSetValue);
+  return kPrinted.send<"SetValue"_code>(With(appid, orgid, value, KeyList{otherKeys, keynum}));
 }
 
 int Zunt_RYN_Plugin_GetKeyIcon(int appid, int orgid, int code, std::string& icon) {
-  return kBrowser.ask<Code::GetKeyIcon>(with(appid, orgid, code), &icon);
+  return kBrowser.send<"GetKeyIcon"_code>(With(appid, orgid, code), &icon);
 }
 
 int Zunt_RYN_Plugin_GetKeyLabel(int appid, int orgid, int code, std::string& label) {
-  return kBrowser.ask<Code::GetKeyLabel>(with(appid, orgid, code), &label);
+  return kBrowser.send<"GetKeyLabel"_code>(With(appid, orgid, code), &label);
 }
 
 // Tabs.
 
 int Zunt_RYN_Plugin_Get_VB_Resouce_Allowed(int tabid, bool* allowed) {
-  return kBrowser.ask<Code::Get_VB_Resouce_Allowed>(with(tabid), allowed);
+  return kBrowser.send<"Get_VB_Resouce_Allowed"_code>(With(tabid), allowed);
 }
 
 int Zunt_RYN_Plugin_SetBRAppToBI(int tabid) {
-  return kBrowser.tell<Code::SetBRAppToBI>(with(tabid));
+  return kBrowser.send<"SetBRAppToBI"_code>(With(tabid));
 }
 
 int Zunt_RYN_Plugin_SetBIAppToBR(int tabid) {
-  return kBrowser.tell<Code::SetBIAppToBR>(with(tabid));
+  return kBrowser.send<"SetBIAppToBR"_code>(With(tabid));
 }
 
 int Zunt_RYN_Plugin_Get_APP_TYPE(int tabid, int* appType) {
-  return kBrowser.ask<Code::Get_APP_TYPE>(with(tabid), appType);
+  return kBrowser.send<"Get_APP_TYPE"_code>(With(tabid), appType);
 }
 
 int Zunt_RYN_Plugin_KeyConsumedByBrowser(int tabid, int keyCode, bool* consumed) {
-  return kBrowser.ask<Code::KeyConsumedByBrowser>(with(tabid, keyCode), consumed);
+  return kBrowser.send<"KeyConsumedByBrowser"_code>(With(tabid, keyCode), consumed);
 }
 
 // Operator application.
 
 int Zunt_RYN_Plugin_OpApp_Uninstall_Judge(bool* flag) {
-  return kBrowser.ask<Code::OpApp_Uninstall_Judge>(with(), flag);
+  return kBrowser.send<"OpApp_Uninstall_Judge"_code>(With(), flag);
 }
 
 int Zunt_RYN_Plugin_OpApp_GetStatus(std::string& status) {
-  return kBrowser.ask<Code::OpApp_GetStatus>(with(), &status);
+  return kBrowser.send<"OpApp_GetStatus"_code>(With(), &status);
 }
 
 int Zunt_RYN_Plugin_OpApp_SetStatus(std::string status) {
-  return kBrowser.ask<Code::OpApp_SetStatus>(with(status));
+  return kBrowser.send<"OpApp_SetStatus"_code>(With(status));
 }
 
 int Zunt_RYN_Plugin_OpApp_RequestTransient() {
-  return kBrowser.ask<Code::OpApp_RequestTransient>(with());
+  return kBrowser.send<"OpApp_RequestTransient"_code>(With());
 }
 
 int Zunt_RYN_Plugin_OpApp_RequestForeground() {
-  return kBrowser.ask<Code::OpApp_RequestForeground>(with());
+  return kBrowser.send<"OpApp_RequestForeground"_code>(With());
 }
 
 int Zunt_RYN_Plugin_OpApp_RequestBackground() {
-  return kBrowser.ask<Code::OpApp_RequestBackground>(with());
+  return kBrowser.send<"OpApp_RequestBackground"_code>(With());
 }
 
 int Zunt_RYN_Plugin_OpApp_GetUpdateStatus(int* status) {
-  return kBrowser.ask<Code::OpApp_GetUpdateStatus>(with(), status);
+  return kBrowser.send<"OpApp_GetUpdateStatus"_code>(With(), status);
 }
 
 int Zunt_RYN_Plugin_OpApp_RequestUpdate() {
-  return kBrowser.ask<Code::OpApp_RequestUpdate>(with());
+  return kBrowser.send<"OpApp_RequestUpdate"_code>(With());
 }

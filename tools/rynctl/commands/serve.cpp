@@ -65,10 +65,10 @@ ExitCode listen(const Options& options) {
   const SimulatedPeer peer(
       Side::kPlugin,
       [&](const Message& message, const Json::Value&, Response* response) {
-        const bool blocks = message.code == Code::IsParentalRatingBlocked;
-        if (blocks) set(&response->members, key::kBlocked, flag(options.blocked));
-        const bool supports = message.code == Code::IsObjectSupported;
-        if (supports) set(&response->members, key::kSupported, flag(options.supported));
+        const bool blocks = message.code == "IsParentalRatingBlocked"_code;
+        if (blocks) set(&response->members, key::kBlocked, options.blocked ? 1 : 0);
+        const bool supports = message.code == "IsObjectSupported"_code;
+        if (supports) set(&response->members, key::kSupported, options.supported ? 1 : 0);
       },
       [&](const Message* message, const std::string& line) {
         if (!wanted.empty() && (message == nullptr || wanted.count(message->code) == 0)) return;

@@ -4,7 +4,6 @@
 #include <cstdlib>
 
 #include "ipc/protocol/envelope.h"
-#include "ipc/protocol/lists.h"
 #include "ipc/protocol/values.h"
 #include "tools/rynctl/text/message_text.h"
 
@@ -24,16 +23,17 @@ Event eventOf(Code code, Applications::Id id, bool topmost = false) {
 /// What a command changes of an application.
 void change(Code code, const Value& request, Value* state) {
   switch (code) {
-    case Code::ShowApp:
-    case Code::HideApp:
-      return set(state, key::kVisible, flag(code == Code::ShowApp));
-    case Code::ActivateInput:
-    case Code::DeactivateInput:
-      set(state, key::kActive, flag(code == Code::ActivateInput));
-      return set(state, key::kPrimary, flag(code == Code::ActivateInput && boolean(request, key::kFocus)));
-    case Code::SetSupportsPointer:
-      return set(state, key::kPointer, flag(boolean(request, key::kPointer)));
-    case Code::SetValue: {
+    case "ShowApp"_code:
+    case "HideApp"_code:
+      return set(state, key::kVisible, code == "ShowApp"_code ? 1 : 0);
+    case "ActivateInput"_code:
+    case "DeactivateInput"_code:
+      set(state, key::kActive, code == "ActivateInput"_code ? 1 : 0);
+      return set(state, key::kPrimary,
+                 code == "ActivateInput"_code && integer(request, key::kFocus) != 0 ? 1 : 0);
+    case "SetSupportsPointer"_code:
+      return set(state, key::kPointer, integer(request, key::kPointer) != 0 ? 1 : 0);
+    case "SetValue"_code: {
       const int count = std::clamp(integer(request, key::kKeynum), 0, kMaxKeyCodes);
       int keys[kMaxKeyCodes] = {};
       readKeyCodes(request, count, keys);
@@ -69,15 +69,15 @@ void Applications::respond(const Message& message, const Value& request, Respons
     set(reply, key::kOrgid, id.second);
   };
   switch (message.code) {
-    case Code::GetOwnerApp:
+    case "GetOwnerApp"_code:
       for (const auto& [id, app] : apps_) {
         if (id.first == integer(request, key::kAppid)) name(app.owner);
       }
       break;
-    case Code::GetCurrentApp:
+    case "GetCurrentApp"_code:
       name(current_);
       break;
-    case Code::GetChildApps: {
+    case "GetChildApps"_code: {
       std::vector<int> appids;
       std::vector<int> orgids;
       for (const auto& [appid, orgid] : childrenOf(idIn(request))) {
@@ -90,30 +90,30 @@ void Applications::respond(const Message& message, const Value& request, Respons
       set(reply, key::kOrgidArray, idFields(orgids.data(), count));
       break;
     }
-    case Code::CreateApp: {
+    case "CreateApp"_code: {
       const Id id = create(request);
       name(id);
-      response->then = {eventOf(Code::SendAppLoaded, id), eventOf(Code::SendTopMost, id, true)};
+      response->then = {eventOf("SendAppLoaded"_code, id), eventOf("SendTopMost"_code, id, true)};
       break;
     }
-    case Code::DestroyApp:
+    case "DestroyApp"_code:
       for (const Id& id : destroy(idIn(request))) {
-        response->then.push_back(eventOf(Code::SendTopMost, id, false));
-        response->then.push_back(eventOf(Code::SendAppUnloaded, id));
+        response->then.push_back(eventOf("SendTopMost"_code, id, false));
+        response->then.push_back(eventOf("SendAppUnloaded"_code, id));
       }
       break;
-    case Code::OpApp_GetStatus:
+    case "OpApp_GetStatus"_code:
       set(reply, key::kStatus, operator_state_);
       break;
-    case Code::OpApp_SetStatus:
+    case "OpApp_SetStatus"_code:
       operator_state_ = string(request, key::kStatus);
       break;
-    case Code::OpApp_RequestTransient:
-    case Code::OpApp_RequestForeground:
-    case Code::OpApp_RequestBackground:
-      operator_state_ = message.code == Code::OpApp_RequestTransient    ? "transient"
-                        : message.code == Code::OpApp_RequestForeground ? "foreground"
-                                                                        : "background";
+    case "OpApp_RequestTransient"_code:
+    case "OpApp_RequestForeground"_code:
+    case "OpApp_RequestBackground"_code:
+      operator_state_ = message.code == "OpApp_RequestTransient"_code    ? "transient"
+                        : message.code == "OpApp_RequestForeground"_code ? "foreground"
+                                                                         : "background";
       break;
     default:
       if (const auto app = apps_.find(idIn(request)); app != apps_.end()) {
@@ -134,7 +134,7 @@ Applications::Id Applications::create(const Value& request) {
                                 ? creator.second
                                 : std::strtol(url.c_str() + at + sizeof kParameter - 1, nullptr, kDecimal);
   current_ = {next_appid_++, static_cast<int>(organisation)};
-  apps_[current_].owner = boolean(request, key::kChild) ? creator : Id();
+  apps_[current_].owner = integer(request, key::kChild) != 0 ? creator : Id();
   return current_;
 }
 

@@ -51,8 +51,7 @@ SimulatedPeer::SimulatedPeer(Side side, Responder responder, Printer printer)
   std::thread([schedule = schedule_] { runSchedule(schedule); }).detach();
   for (const QueueName& queue : kQueues) {
     if (queue.carriesReplies() || queue.reader != side) continue;
-    servers_.push_back(std::make_unique<Server>(
-        this, queue, queue.key == kNotificationQueueKey ? kOneWayOnly : kWithReply));
+    servers_.push_back(std::make_unique<Server>(this, queue, withReply(queue.key)));
   }
 }
 

@@ -4,7 +4,6 @@
 #include <tuple>
 
 #include "ipc/protocol/envelope.h"
-#include "ipc/protocol/lists.h"
 #include "tools/catalogue/catalogue_text.h"
 #include "tools/rynctl/failure.h"
 #include "tools/rynctl/text/message_text.h"
@@ -196,7 +195,8 @@ void Player::send(const Step& step) {
     if (was != is) tell(step.outcome, {compose("answer: {} -> {}", was, is)});
     return;
   }
-  const bool creates = message.code == Code::CreateApp;
+  constexpr Code kCreateApp = "CreateApp"_code;
+  const bool creates = message.code == kCreateApp;
   if (creates) ids_.learn(step.answer, seen, true);
   Json::Value expected = ids_.live(step.answer);
   if (creates) expected[key::kOrgid] = step.answer[key::kOrgid];  // only the number is handed out

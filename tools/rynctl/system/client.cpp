@@ -11,7 +11,7 @@ namespace hbbtv_ryn::rynctl {
 
 Client::Client(const Message& message) : message_(message) {
   IpcClient* created = nullptr;
-  const int with_reply = message.delivery == Delivery::kSync ? kWithReply : kOneWayOnly;
+  const int with_reply = message.delivery == Delivery::kSync ? 1 : 0;
   if (zunt_ipc_client_create(queueOf(message), kChannel, with_reply, IPC_CHUNK_SIZE, &created) != 0) {
     throw std::bad_alloc();
   }

@@ -10,7 +10,6 @@
 #include <string_view>
 
 #include "ipc/protocol/envelope.h"
-#include "ipc/protocol/lists.h"
 #include "tools/catalogue/catalogue_text.h"
 #include "tools/rynctl/failure.h"
 #include "tools/rynctl/text/output.h"
@@ -231,7 +230,7 @@ Json::Value buildMessage(const Message& message, const std::vector<std::string>&
     const Type type = typeOf(where, message.request, name);
     Json::Value& value = members[name] = valueIn(text, type);
     if (!fits(value, type)) failType(where, name, type, text);
-    if (type == Type::kFlag) value = flag(value.asBool());
+    if (type == Type::kFlag) value = value.asBool() ? 1 : 0;
     if (type == Type::kBoolean) value = value.asBool();
   }
   countKeyCodes(&members, message.request);
