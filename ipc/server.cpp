@@ -61,7 +61,6 @@ struct IpcServer {
  private:
   enum class Next { kReceive, kStop };
 
-  bool openQueues();
   bool begin();
   bool isOnItsThread() const { return pthread_equal(pthread_self(), receiver_) != 0; }
   void receiveLoop();
@@ -121,7 +120,10 @@ bool IpcServer::begin() {
   unshare(CLONE_SYSVSEM);
   // Before the queues: a client that finds them must not find the server dead.
   if (channel_ == kProtectedChannel) life_.begin(key_);
-  if (!openQueues()) return false;
+  request_queue_ = msgget(key_, kQueueMode);
+  if (request_queue_ < 0) return false;
+  if (with_reply_) reply_queue_ = msgget(replyKey(key_), kQueueMode);
+  if (with_reply_ && reply_queue_ < 0) return false;
   const std::lock_guard<std::mutex> guard(end_lock_);
   receiver_ = pthread_self();
   began_ = true;
@@ -151,13 +153,6 @@ void IpcServer::setCallback(IpcServerCallback callback, void* user_data) {
   kind_callback_ = nullptr;
   callback_ = callback;
   user_data_ = user_data;
-}
-
-bool IpcServer::openQueues() {
-  request_queue_ = msgget(key_, kQueueMode);
-  if (request_queue_ < 0) return false;
-  if (with_reply_) reply_queue_ = msgget(replyKey(key_), kQueueMode);
-  return !with_reply_ || reply_queue_ >= 0;
 }
 
 void IpcServer::receiveLoop() {

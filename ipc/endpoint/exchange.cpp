@@ -125,8 +125,17 @@ int store(const Members& members, Value* value, void* const* places) {
   return 0;
 }
 
-// What exchange() does; throws what jsoncpp and the allocator throw.
-int exchangeOrThrow(const Line& line, const Message& row, const Given* given, void* const* places) {
+// The reply as the channel takes it; null when memory is out.
+IpcMessage* newReply(const Message& row, const Value* values) {
+  const std::string text = serialise(compose(row.reply_code, row.reply, nullptr, values));
+  MallocPtr<char> copy(strdup(text.c_str()));
+  if (!copy) return nullptr;
+  return new IpcMessage{static_cast<int32_t>(text.size()), copy.release()};  // the server frees both
+}
+
+}  // namespace
+
+int exchange(const Line& line, const Message& row, const Given* given, void* const* places) try {
   const Json::Value message = compose(static_cast<int>(row.code), row.request, given);
   if (line.observer != nullptr) line.observer(message);
   std::string text = serialise(message);
@@ -155,26 +164,10 @@ int exchangeOrThrow(const Line& line, const Message& row, const Given* given, vo
   }
   traced.unusable();
   return -1;
-}
-
-// The reply as the channel takes it; null when memory is out.
-IpcMessage* newReply(const Message& row, const Value* values) {
-  const std::string text = serialise(compose(row.reply_code, row.reply, nullptr, values));
-  MallocPtr<char> copy(strdup(text.c_str()));
-  if (!copy) return nullptr;
-  return new IpcMessage{static_cast<int32_t>(text.size()), copy.release()};  // the server frees both
-}
-
-}  // namespace
-
-int exchange(const Line& line, const Message& row, const Given* given, void* const* places) {
-  try {
-    return exchangeOrThrow(line, row, given, places);
-  } catch (const std::bad_alloc&) {
-    return -4;
-  } catch (const std::exception&) {  // a cancellation passes through
-    return -1;
-  }
+} catch (const std::bad_alloc&) {
+  return -4;
+} catch (const std::exception&) {  // a cancellation passes through
+  return -1;
 }
 
 IpcMessage* serve(const Service& service, const IpcMessage* message, int32_t kind, void* user_data) {

@@ -31,13 +31,12 @@ namespace signature_detail {
 /// Whether a value, or a pointer to where one is stored, is of the type that travels so.
 template <typename T>
 constexpr bool travelsAs(Type type) {
-  if constexpr (std::is_pointer_v<T> && !std::is_same_v<T, const char*>) {
-    return travelsAs<std::remove_pointer_t<T>>(type);
-  }
-  if (std::is_same_v<T, bool>) return isFlag(type);
-  if (std::is_same_v<T, int> || std::is_enum_v<T>) return type == Type::kInt;
-  if (std::is_same_v<T, KeyList> || std::is_same_v<T, KeyCodes>) return type == Type::kKeyCount;
-  return std::is_convertible_v<T, std::string_view> && isText(type);
+  using Value = std::remove_pointer_t<T>;
+  if (std::is_same_v<Value, bool>) return isFlag(type);
+  if (std::is_same_v<Value, int> || std::is_enum_v<Value>) return type == Type::kInt;
+  if (std::is_same_v<Value, KeyList> || std::is_same_v<Value, KeyCodes>) return type == Type::kKeyCount;
+  const bool is_text = std::is_same_v<Value, std::string> || std::is_convertible_v<T, std::string_view>;
+  return is_text && isText(type);
 }
 
 /// Members of a row, one after the other, without "ret".
@@ -64,21 +63,6 @@ constexpr bool areOf(const Members& members) {
   return (walk.take<Types>() && ...) && !walk.more();
 }
 
-constexpr bool hasResult(const Members& members) {
-  return members.size() != 0 && (members.end() - 1)->is_result;
-}
-
-template <typename T>
-Given givenOf(const T& value) {
-  if constexpr (std::is_enum_v<T> || std::is_same_v<T, bool>) {
-    return static_cast<int>(value);
-  } else if constexpr (std::is_convertible_v<T, std::string_view>) {
-    return std::string_view(value);
-  } else {
-    return value;
-  }
-}
-
 /// What a handler's parameter is for, of those that are no user data.
 template <typename P>
 inline constexpr bool kIsAnswer = std::is_same_v<P, int*> || std::is_same_v<P, bool*> ||
@@ -96,7 +80,7 @@ struct Handler<Result (*)(Parameters...)> {
     Walk answered{row.reply};
     return ((!kIsTaken<Parameters> || taken.take<Parameters>()) && ...) && !taken.more() &&
            ((!kIsAnswer<Parameters> || answered.take<Parameters>()) && ...) && !answered.more() &&
-           hasResult(row.reply) == std::is_same_v<Result, int>;
+           row.reply.hasResult() == std::is_same_v<Result, int>;
   }
 
   static void call(AnyFunction handler, Call with) {
@@ -114,22 +98,21 @@ struct Handler<Result (*)(Parameters...)> {
   static P next(Call* with) {
     if constexpr (std::is_same_v<P, void*>) {
       return with->user_data;
-    } else if constexpr (std::is_same_v<P, int*>) {
-      return &with->out++->number;
-    } else if constexpr (std::is_same_v<P, bool*>) {
-      return &with->out++->flag;
-    } else if constexpr (std::is_same_v<P, std::string&>) {
-      return *with->out++->text;
-    } else if constexpr (std::is_same_v<P, KeyCodes&>) {
-      return with->out++->keys;
-    } else if constexpr (std::is_same_v<P, const KeyCodes&>) {
-      return with->in++->keys;
-    } else if constexpr (std::is_same_v<P, const char*>) {
-      return with->in++->text->c_str();
-    } else if constexpr (std::is_arithmetic_v<P>) {
-      return static_cast<P>(with->in++->number);
     } else {
-      return *with->in++->text;
+      Value& value = *(kIsAnswer<P> ? with->out : with->in)++;
+      if constexpr (std::is_same_v<P, int*>) {
+        return &value.number;
+      } else if constexpr (std::is_same_v<P, bool*>) {
+        return &value.flag;
+      } else if constexpr (std::is_same_v<P, const char*>) {
+        return value.text->c_str();
+      } else if constexpr (std::is_arithmetic_v<P>) {
+        return static_cast<P>(value.number);
+      } else if constexpr (std::is_same_v<std::decay_t<P>, KeyCodes>) {
+        return value.keys;
+      } else {
+        return *value.text;
+      }
     }
   }
 };
@@ -142,7 +125,7 @@ struct Handler<Function Record::*> : Handler<Function> {};
 /// The values of one message, by reference: to be made where it is sent.
 template <typename... Types>
 struct With {
-  explicit With(const Types&... given) : values{signature_detail::givenOf(given)...} {}
+  explicit With(const Types&... given) : values{Given(given)...} {}
   const std::array<Given, sizeof...(Types)> values;
 };
 

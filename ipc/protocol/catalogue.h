@@ -93,7 +93,6 @@ class Members {
  public:
   static constexpr std::size_t kCapacity = 5;
 
-  constexpr Members() = default;
   constexpr Members(std::initializer_list<Member> members) {
     if (members.size() > kCapacity)
       throw std::length_error("more members than a row can have: see kCapacity");
@@ -102,6 +101,7 @@ class Members {
   constexpr const Member* begin() const { return items_; }
   constexpr const Member* end() const { return items_ + count_; }
   constexpr std::size_t size() const { return count_; }
+  constexpr bool hasResult() const { return count_ != 0 && items_[count_ - 1].is_result; }
 
  private:
   Member items_[kCapacity] = {};

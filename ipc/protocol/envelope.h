@@ -9,6 +9,8 @@
 
 #include <string>
 
+#include "hbbtv_ryn/browser.h"
+
 namespace hbbtv_ryn {
 
 /// The one place that writes the wire form: styled, with three-space indentation. Throws when memory is
@@ -29,7 +31,7 @@ std::string string(const Json::Value& message, const char* key);
 void set(Json::Value* message, const char* key, Json::Value value);
 
 /// What the browser keeps of a key-code list, and the most that a reply carries.
-inline constexpr int kMaxKeyCodes = 20;
+inline constexpr int kMaxKeyCodes = ZUNT_RYN_MAX_OTHER_KEYS;
 
 /// Name of the index-th member of a key-code list.
 std::string keyCodeName(int index);
@@ -43,7 +45,7 @@ void readKeyCodes(const Json::Value& message, int count, int* codes);
 inline constexpr int kIdFieldChars = 16;  // "%16d": wide enough for any int, fixed by the wire format
 
 /// What a caller makes room for: the most that one deliverable reply lists, two fields each.
-inline constexpr int kMaxChildApps = 512;
+inline constexpr int kMaxChildApps = ZUNT_RYN_MAX_CHILD_APPS;
 
 /// The ids as one string of fields. Empty for a count of 0 or less.
 std::string idFields(const int* ids, int count);

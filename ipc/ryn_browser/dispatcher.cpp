@@ -12,9 +12,7 @@ namespace {
 
 using Slots = ZuntRynBrowserEventCallback;
 
-static_assert(ZUNT_RYN_MAX_OTHER_KEYS == kMaxKeyCodes);
-static_assert(ZUNT_RYN_MAX_CHILD_APPS == kMaxChildApps);
-static_assert(kMaxChildApps == IPC_MAX_MESSAGE / (2 * kIdFieldChars));
+static_assert(ZUNT_RYN_MAX_CHILD_APPS == IPC_MAX_MESSAGE / (2 * kIdFieldChars));
 
 template <auto Slot>
 AnyFunction slot() {

@@ -14,12 +14,10 @@ struct RequestInfo_ {
   void* value;
 };
 
-using RequestList = std::vector<RequestInfo_>;
-
 // Oldest first. No lock: the hosts serialise their calls.
-RequestList g_request_list;
+std::vector<RequestInfo_> g_request_list;
 
-RequestList::iterator oldestMatch(bool flag, const std::string& name, const void* owner) {
+auto oldestMatch(bool flag, const std::string& name, const void* owner) {
   return std::find_if(g_request_list.begin(), g_request_list.end(), [&](const RequestInfo_& entry) {
     return entry.flag == flag && entry.owner == owner && entry.name == name;
   });
