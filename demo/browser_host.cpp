@@ -38,10 +38,12 @@ constexpr int kLateNightOrganisation = 18;
 // plug-in process in turn, is left to this thread.
 class Worker {
  public:
-  Worker() : thread_([this] { run(); }) {}
   ~Worker() {
     later(nullptr);
-    thread_.join();
+    if (thread_.joinable()) thread_.join();
+  }
+  void start() {
+    thread_ = std::thread([this] { run(); });
   }
   void later(std::function<void()> task) {
     {
@@ -279,6 +281,8 @@ int main() {
                    "browser_host: the bridge cannot be started; do the queues belong to another user?\n");
       return 1;
     }
+    // Requests are served from the middle of the initialisation on, but nothing can be sent before its end.
+    worker.start();
     int signal = 0;
     sigwait(&stop_signals, &signal);
     Zunt_RYN_Browser_UnregisterCallback();  // from here on no handler gives the worker anything to do

@@ -1,6 +1,7 @@
 // The plug-in side of an evening of television: it creates, shows, asks about and destroys
 // applications in the browser process, and is told what becomes of them. It ends with 0 only if every
-// answer and every event was the right one. --evenings N repeats it, for something to look at.
+// answer and every event was the right one. --evenings N repeats it, for something to look at; --on-request
+// plays an evening for each line on standard input.
 
 #include <hbbtv_ryn/log.h>
 #include <hbbtv_ryn/plugin.h>
@@ -10,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <iostream>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -331,9 +333,10 @@ void spendEvening() {
 
 int main(int argc, char** argv) {
   const bool repeat = argc == 3 && std::strcmp(argv[1], "--evenings") == 0;
+  const bool on_request = argc == 2 && std::strcmp(argv[1], "--on-request") == 0;
   const long evenings = repeat ? std::strtol(argv[2], nullptr, 10) : 1;
-  if ((argc != 1 && !repeat) || evenings < 1) {
-    std::fprintf(stderr, "Usage: plugin_host [--evenings NUMBER]\n");
+  if ((argc != 1 && !repeat && !on_request) || evenings < 1) {
+    std::fprintf(stderr, "Usage: plugin_host [--evenings NUMBER | --on-request]\n");
     return 2;
   }
   if (std::getenv("DEMO_TRACE") != nullptr) insert_modules_list("ryn_trace", 1);
@@ -349,7 +352,10 @@ int main(int argc, char** argv) {
     Zunt_RYN_Plugin_Finalize();
     return 1;
   }
-  for (long evening = 0; evening < evenings; ++evening) {
+  if (on_request) {
+    for (std::string line; std::getline(std::cin, line);) spendEvening();
+  }
+  for (long evening = 0; evening < evenings && !on_request; ++evening) {
     if (evening > 0) std::this_thread::sleep_for(milliseconds(500));
     spendEvening();
   }
