@@ -86,25 +86,24 @@ void addOptions(CLI::App* command, Options& options) {
 }  // namespace
 
 void addCallCommands(CLI::App& app, Action& action) {
-  const auto options = std::make_shared<Options>();
-
-  CLI::App* const call_command = addCommand(
-      app, action, options, &call, "call",
+  const auto [call_command, call_options] = addCommand(
+      app, action, &call, "call",
       "Ask the browser as the plug-in would, or the plug-in as the browser would",
       R"(Prints the answer as a line of JSON, and the time it took on standard error. Nothing is sent that does
 not fit the catalogue. A peer that dies ends the wait at once.)");
-  addOptions(call_command, *options);
-  addValue(call_command, "--timeout", options->timeout, "S", "Give up after S seconds; 0 waits for ever")
+  addOptions(call_command, *call_options);
+  addValue(call_command, "--timeout", call_options->timeout, "S",
+           "Give up after S seconds; 0 waits for ever")
       ->capture_default_str()
       ->check(CLI::Range(0.0, 86400.0));
 
-  CLI::App* const send_command =
-      addCommand(app, action, options, &send, "send", "Send a one-way message",
+  const auto [send_command, send_options] =
+      addCommand(app, action, &send, "send", "Send a one-way message",
                  "Also with --force: when nobody is there to read it; it waits on the queue then.");
-  addOptions(send_command, *options);
-  addValue(send_command, "--repeat", options->repeat, "N", "Send it N times; 0 until interrupted")
+  addOptions(send_command, *send_options);
+  addValue(send_command, "--repeat", send_options->repeat, "N", "Send it N times; 0 until interrupted")
       ->capture_default_str();
-  addValue(send_command, "--every", options->every, "MS", "Wait MS milliseconds between two")
+  addValue(send_command, "--every", send_options->every, "MS", "Wait MS milliseconds between two")
       ->check(CLI::Range(0, 3600000));
 }
 

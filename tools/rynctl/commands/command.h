@@ -14,15 +14,17 @@ namespace hbbtv_ryn::rynctl {
 /// What the command line asks for: main() runs it when the whole line has been accepted.
 using Action = std::function<ExitCode()>;
 
-/// Adds a subcommand that is performed with the options that the line has set.
+/// Adds a subcommand that is performed with the options that the line has set: those returned.
 template <typename Options>
-CLI::App* addCommand(CLI::App& app, Action& action, const std::shared_ptr<Options>& options,
-                     ExitCode (*perform)(const Options&), const char* name, const char* help,
-                     const char* footer = "") {
+std::pair<CLI::App*, std::shared_ptr<Options>> addCommand(CLI::App& app, Action& action,
+                                                          ExitCode (*perform)(const Options&),
+                                                          const char* name, const char* help,
+                                                          const char* footer = "") {
+  const auto options = std::make_shared<Options>();
   CLI::App* const command = app.add_subcommand(name, help);
   command->footer(footer);
   command->callback([=, &action] { action = [=] { return perform(*options); }; });
-  return command;
+  return {command, options};
 }
 
 /// Adds an option with a value, which the help shows as `value_name`.

@@ -232,13 +232,12 @@ ExitCode doctor(const Options& options) {
 }  // namespace
 
 void addDoctorCommand(CLI::App& app, Action& action) {
-  const auto options = std::make_shared<Options>();
-  addCommand(
-      app, action, options, &doctor, "doctor", "Say what is wrong, and what mends it",
+  const auto [command, options] = addCommand(
+      app, action, &doctor, "doctor", "Say what is wrong, and what mends it",
       R"(Looks at kernel limits, servers and readers of the queues, messages that nobody reads, a second server
 and the logging ports. Listens for log reports, which takes one to three seconds. Ends with 1 when
-something is wrong.)")
-      ->add_flag("--json", options->json, "Print each finding as a line of JSON");
+something is wrong.)");
+  command->add_flag("--json", options->json, "Print each finding as a line of JSON");
 }
 
 }  // namespace hbbtv_ryn::rynctl

@@ -99,18 +99,16 @@ ExitCode describe(const Options& options) {
 }  // namespace
 
 void addListCommands(CLI::App& app, Action& action) {
-  const auto options = std::make_shared<Options>();
+  const auto [list_command, list_options] =
+      addCommand(app, action, &list, "list", "Show the messages: code, name, receiver, delivery and keys");
+  list_command->add_option("GLOB", list_options->name,
+                           "Only names that match, such as 'OpApp_*'; in any case");
+  list_command->add_flag("--json", list_options->json, "Print each message as a line of JSON");
 
-  CLI::App* const list_command = addCommand(app, action, options, &list, "list",
-                                            "Show the messages: code, name, receiver, delivery and keys");
-  list_command->add_option("GLOB", options->name, "Only names that match, such as 'OpApp_*'; in any case");
-  list_command->add_flag("--json", options->json, "Print each message as a line of JSON");
-
-  CLI::App* const describe_command =
-      addCommand(app, action, options, &describe, "describe",
-                 "Show one message: keys, types, a sample and how to send it");
-  describe_command->add_option("NAME", options->name, "Name or code of the message")->required();
-  describe_command->add_flag("--json", options->json, "Print it as a line of JSON");
+  const auto [describe_command, describe_options] = addCommand(
+      app, action, &describe, "describe", "Show one message: keys, types, a sample and how to send it");
+  describe_command->add_option("NAME", describe_options->name, "Name or code of the message")->required();
+  describe_command->add_flag("--json", describe_options->json, "Print it as a line of JSON");
 }
 
 }  // namespace hbbtv_ryn::rynctl

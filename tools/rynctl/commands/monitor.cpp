@@ -101,13 +101,12 @@ ExitCode monitor(const Options& options) {
 }  // namespace
 
 void addMonitorCommand(CLI::App& app, Action& action) {
-  const auto options = std::make_shared<Options>();
-  TraceView::Filter& filter = options->filter;
-  CLI::App* const command = addCommand(
-      app, action, options, &monitor, "monitor", "Show the messages of the running processes as they go",
+  const auto [command, options] = addCommand(
+      app, action, &monitor, "monitor", "Show the messages of the running processes as they go",
       R"(One line for each message; an answer with the time in flight and in the handler. Switches the module
 ryn_trace on in every process that reports its logging, and off at the end, which is Ctrl-C. Ends with the
 number of messages and of traces that were lost.)");
+  TraceView::Filter& filter = options->filter;
   command->add_option("GLOB", filter.glob, "Only messages whose name matches");
   addValue(command, "--slow", filter.slow, "MS", "Only answers that took MS milliseconds or more")
       ->check(CLI::NonNegativeNumber);

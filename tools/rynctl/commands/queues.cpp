@@ -176,36 +176,33 @@ ExitCode reset(const Options& options) {
 }  // namespace
 
 void addQueueCommands(CLI::App& app, Action& action) {
-  const auto options = std::make_shared<Options>();
-
-  CLI::App* const queues_command = addCommand(
-      app, action, options, &queues, "queues",
-      "Show the queues, who writes and reads them, and whether they flow",
+  const auto [queues_command, queues_options] = addCommand(
+      app, action, &queues, "queues", "Show the queues, who writes and reads them, and whether they flow",
       R"(States: idle, nothing waits; busy, messages wait and are read; STUCK, messages wait and the living
 reader does not read; ORPHANED, messages wait and nobody is there to read them.)");
-  addValue(queues_command, "--watch", options->watch, "S",
+  addValue(queues_command, "--watch", queues_options->watch, "S",
            "Show them again every S seconds, until interrupted")
       ->check(CLI::Range(0.1, 3600.0));
-  queues_command->add_flag("--json", options->json, "Print each queue as a line of JSON");
+  queues_command->add_flag("--json", queues_options->json, "Print each queue as a line of JSON");
 
-  CLI::App* const peek_command =
-      addCommand(app, action, options, &peekAt, "peek",
-                 "Show the messages that wait on a queue, decoded, and leave them there",
-                 "The kernel must be built with CONFIG_CHECKPOINT_RESTORE.");
-  peek_command->add_option("QUEUE", options->queue, joined(queueNames(), ", ") + ", or a key")->required();
-  addValue(peek_command, "-n,--count", options->count, "N", "Only the first N messages");
-  peek_command->add_flag("--json", options->json, "Print each message as a line of JSON");
+  const auto [peek_command, peek_options] = addCommand(
+      app, action, &peekAt, "peek", "Show the messages that wait on a queue, decoded, and leave them there",
+      "The kernel must be built with CONFIG_CHECKPOINT_RESTORE.");
+  peek_command->add_option("QUEUE", peek_options->queue, joined(queueNames(), ", ") + ", or a key")
+      ->required();
+  addValue(peek_command, "-n,--count", peek_options->count, "N", "Only the first N messages");
+  peek_command->add_flag("--json", peek_options->json, "Print each message as a line of JSON");
 
-  CLI::App* const reset_command = addCommand(app, action, options, &reset, "reset",
-                                             "Take off the queues what dead processes have left there");
+  const auto [reset_command, reset_options] =
+      addCommand(app, action, &reset, "reset", "Take off the queues what dead processes have left there");
   CLI::Option* const all =
-      reset_command->add_flag("--all", options->all, "Every message, those of living processes too");
+      reset_command->add_flag("--all", reset_options->all, "Every message, those of living processes too");
   reset_command
       ->add_flag_callback(
-          "--stale", [options] { options->all = false; },
+          "--stale", [options = reset_options] { options->all = false; },
           "Only what was sent and would be read by processes that are gone (default)")
       ->excludes(all);
-  reset_command->add_flag("--yes", options->yes, "Do not ask");
+  reset_command->add_flag("--yes", reset_options->yes, "Do not ask");
 }
 
 }  // namespace hbbtv_ryn::rynctl

@@ -84,10 +84,8 @@ ExitCode replay(const Options& options) {
 
 void addReplayCommand(CLI::App& app, Action& action) {
   constexpr double kLongest = 86400;
-  const auto options = std::make_shared<Options>();
-  Player::Rules& rules = options->rules;
-  CLI::App* const command = addCommand(
-      app, action, options, &replay, "replay", "Be one side of a capture again, and compare the other",
+  const auto [command, options] = addCommand(
+      app, action, &replay, "replay", "Be one side of a capture again, and compare the other",
       R"(The plug-in's side sends what it has sent, and compares every answer with the recorded one; the
 browser's side waits for the plug-in and answers as recorded. Either sends its messages when those that
 came before them in the capture have come. Applications that CreateApp makes are told from each other
@@ -96,6 +94,7 @@ by what is said of them, not by their numbers.
 Each difference is a line: the line of the capture, the message, and 'member: recorded -> seen'. Ends
 with 0 when there is none, with 1 when there are some or the play was interrupted. Messages that the
 capture holds cut, or half, are named at the beginning.)");
+  Player::Rules& rules = options->rules;
   command->add_option("CAPTURE", options->capture, "What 'rynctl monitor --save' has written")->required();
   addSide(command, "--as", rules.side, "The side that is played");
   CLI::Option* const speed =

@@ -117,9 +117,8 @@ ExitCode report(const Options& options) {
 }  // namespace
 
 void addReportCommand(CLI::App& app, Action& action) {
-  const auto options = std::make_shared<Options>();
-  CLI::App* const command = addCommand(
-      app, action, options, &report, "report", "Make one page of a capture, to be looked at in any browser",
+  const auto [command, options] = addCommand(
+      app, action, &report, "report", "Make one page of a capture, to be looked at in any browser",
       R"(Prints the name of the page, which needs no other file and no network. Lines of the capture that
 cannot be read are passed over, counted, and named in the page.)");
   command->add_option("CAPTURE", options->capture, "What 'rynctl monitor --save' has written")->required();

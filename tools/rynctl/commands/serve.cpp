@@ -85,20 +85,18 @@ ExitCode listen(const Options& options) {
 
 void addServeCommands(CLI::App& app, Action& action) {
   constexpr char kForceHelp[] = "Also when another process holds this end of the queues";
-  const auto options = std::make_shared<Options>();
-
-  CLI::App* const listen_command =
-      addCommand(app, action, options, &listen, "listen",
+  const auto [listen_command, listen_options] =
+      addCommand(app, action, &listen, "listen",
                  "Be the plug-in: print what the browser tells, answer what it asks with no");
-  listen_command->add_option("NAME", options->names, "Print these messages only");
-  addValue(listen_command, "-n,--count", options->count, "N", "End after N lines");
-  listen_command->add_flag("--blocked", options->blocked, "Answer that the parental rating blocks");
-  listen_command->add_flag("--supported", options->supported, "Answer that the object type is supported");
-  listen_command->add_flag("--force", options->force, kForceHelp);
+  listen_command->add_option("NAME", listen_options->names, "Print these messages only");
+  addValue(listen_command, "-n,--count", listen_options->count, "N", "End after N lines");
+  listen_command->add_flag("--blocked", listen_options->blocked, "Answer that the parental rating blocks");
+  listen_command->add_flag("--supported", listen_options->supported,
+                           "Answer that the object type is supported");
+  listen_command->add_flag("--force", listen_options->force, kForceHelp);
 
-  CLI::App* const serve_command = addCommand(
-      app, action, options, &serve, "serve",
-      "Be the browser or the plug-in: answer, and print each message",
+  const auto [serve_command, serve_options] = addCommand(
+      app, action, &serve, "serve", "Be the browser or the plug-in: answer, and print each message",
       R"(Without a script the browser keeps a small set of applications and reports what becomes of them;
 the plug-in answers its queries with no.
 
@@ -118,9 +116,9 @@ In an event:
   after_ms         when; 0 if left out
   every_ms, times  repeated; without times for ever
 /usr/share/rynctl/slow_browser.json is an example.)");
-  addSide(serve_command, "SIDE", options->side, "The side that is served");
-  addValue(serve_command, "--script", options->script, "FILE", "Answer and send as a JSON file says");
-  serve_command->add_flag("--force", options->force, kForceHelp);
+  addSide(serve_command, "SIDE", serve_options->side, "The side that is served");
+  addValue(serve_command, "--script", serve_options->script, "FILE", "Answer and send as a JSON file says");
+  serve_command->add_flag("--force", serve_options->force, kForceHelp);
 }
 
 }  // namespace hbbtv_ryn::rynctl

@@ -21,8 +21,8 @@ bool awaitInput(std::initializer_list<int> descriptors, Clock::time_point deadli
   for (;;) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
     // An int holds a minute; the rest is waited for in turn.
-    const auto limit = std::min<decltype(left)>(std::max<decltype(left)>(left, 0), 60000);
-    const int ready = poll(waits.data(), waits.size(), static_cast<int>(limit));
+    const int limit = static_cast<int>(std::clamp<std::int64_t>(left, 0, 60000));
+    const int ready = poll(waits.data(), waits.size(), limit);
     if (ready > 0) return true;
     if (ready == -1 && errno != EINTR) failErrno("cannot wait");
     if (left <= 0) return false;

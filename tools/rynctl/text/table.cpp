@@ -31,20 +31,15 @@ std::string lineOf(const Row& row, const std::vector<std::size_t>& widths) {
 }  // namespace
 
 void Table::add(const Json::Value& value, Row row) {
-  if (json_) {
-    lines_.push_back(oneLine(value) + '\n');
-  } else {
-    rows_.push_back(std::move(row));
-  }
+  rows_.push_back(json_ ? Row{oneLine(value)} : std::move(row));
 }
 
 std::string Table::text() const {
-  if (json_) return joined(lines_, "");
   std::vector<std::size_t> widths(rows_.front().size());
   for (const Row& row : rows_) {
     for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], columnsOf(row[i]));
   }
-  std::string text = styled(Style::kHeading, lineOf(rows_.front(), widths)) + '\n';
+  std::string text = json_ ? "" : styled(Style::kHeading, lineOf(rows_.front(), widths)) + '\n';
   for (auto row = rows_.begin() + 1; row != rows_.end(); ++row) text += lineOf(*row, widths) + '\n';
   return text;
 }

@@ -16,12 +16,11 @@ class Table {
  public:
   Table(bool json, Row heading) : json_(json), rows_{std::move(heading)} {}
   void add(const Json::Value& value, Row row);
-  std::size_t size() const { return json_ ? lines_.size() : rows_.size() - 1; }
+  std::size_t size() const { return rows_.size() - 1; }
   std::string text() const;
 
  private:
   const bool json_;
-  std::vector<std::string> lines_;
   std::vector<Row> rows_;  // the heading first
 };
 

@@ -47,7 +47,7 @@ Exchanges::Pointer Exchanges::find(const TraceEvent& event, Queue* queue) {
     queue->sent.erase(queue->sent.begin(), same + 1);
     return exchange;
   }
-  const auto made =
+  Pointer made =
       std::make_shared<Exchange>(Exchange{event, findMessage(event.code), {}, {}, {}, {}, false, {}});
   if (event.isAnswer()) made->trace.text.clear();
   if (!goes_on && client) queue->sent.push_back(made);

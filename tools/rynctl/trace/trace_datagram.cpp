@@ -6,9 +6,9 @@
 #include <iterator>
 #include <sstream>
 
-#include "ipc/protocol/queues.h"
 #include "tools/catalogue/catalogue_text.h"
 #include "tools/rynctl/failure.h"
+#include "tools/rynctl/system/queue_state.h"
 #include "tools/rynctl/text/message_text.h"
 #include "tools/rynctl/text/output.h"
 
@@ -31,12 +31,12 @@ bool readWord(std::string_view text, const char* const (&names)[Count], Word* wo
   return found != std::end(names);
 }
 
-bool readQueue(const std::string& text, key_t* queue) {
-  constexpr key_t kQueues[] = {kRequestQueueKey, kNotificationQueueKey, kQueryQueueKey};
-  const auto* const found =
-      std::find_if(std::begin(kQueues), std::end(kQueues), [&](key_t key) { return text == keyText(key); });
-  if (found != std::end(kQueues)) *queue = *found;
-  return found != std::end(kQueues);
+/// A queue of requests: an answer is traced with that of its request.
+bool readQueue(const std::string& text, key_t* key) {
+  for (const QueueName& queue : kQueues) {
+    if (!queue.carriesReplies() && text == keyText(queue.key)) *key = queue.key;
+  }
+  return *key != 0;
 }
 
 bool readField(const std::string& name, const Json::Value& value, TraceEvent* event) {
