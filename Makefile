@@ -113,7 +113,7 @@ soak: ## Thirty minutes of the demo, one host living through all of it while the
 	$(install) build check
 	$(call build,release,browser_host plugin_host)
 	@pids=; for survivor in browser plug-in; do \
-	  scripts/own_namespace.sh unshare --net tests/soak/soak.py build/release/bin $$survivor & pids="$$pids $$!"; \
+	  scripts/own_namespace.sh unshare --net scripts/soak.py build/release/bin $$survivor & pids="$$pids $$!"; \
 	done; result=0; for pid in $$pids; do wait $$pid || result=1; done; exit $$result
 
 proportions: ## Print how much of the code is tests, and fail when it is too much

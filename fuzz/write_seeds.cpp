@@ -1,9 +1,7 @@
-// Writes what the fuzzers begin with: every message of the tests' table and its answer, malformed ones, and
-// a dictionary of the words of the language.
+// Writes what the fuzzers begin with: every message of the tests' table and its answer, and malformed ones.
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <set>
 #include <string>
 
 #include "endpoints/messages.h"
@@ -22,10 +20,10 @@ void write(const fs::path& file, const std::string& content) {
 }
 
 // As the joiner's fuzzer takes them: a chunk size of 1024, and a length in front of each record.
-std::string asRecords(int kind, const std::string& text) {
+std::string asRecords(const std::string& text) {
   constexpr char kChunkSize1024 = 2;
   std::string input(1, kChunkSize1024);
-  for (const IpcRecord& record : test::rawRecords(kind, text)) {
+  for (const IpcRecord& record : test::rawRecords(IPC_KIND_REPLY, text)) {
     input += static_cast<char>(test::kRawRecordBytes & 0xff);
     input += static_cast<char>(test::kRawRecordBytes >> 8);
     input.append(reinterpret_cast<const char*>(&record.kind), test::kRawRecordBytes);
@@ -46,10 +44,8 @@ void writeMessages(const fs::path& folder) {
   // As many as there are; more would do no harm.
   for (std::size_t number = 0; number < 2 * std::size(kMessages); ++number) {
     const test::Message& message = test::messageAt(number);
-    const int kind = message.isSynchronous() ? IPC_KIND_REQUEST : IPC_KIND_ONEWAY;
     writeText(number, "_sent", message.text);
     writeText(number, "_answered", message.reply);
-    write(folder / "record_joiner" / std::to_string(number), asRecords(kind, message.text));
   }
   std::size_t number = 0;
   for (const int code : {207, 209, 234, 275}) {
@@ -59,21 +55,8 @@ void writeMessages(const fs::path& folder) {
   }
   for (const std::size_t length : {0U, 1025U, 1026U, 16384U}) {
     write(folder / "record_joiner" / ("length_" + std::to_string(length)),
-          asRecords(IPC_KIND_REPLY, std::string(length, 'x')));
+          asRecords(std::string(length, 'x')));
   }
-}
-
-void writeDictionary(const fs::path& file) {
-  std::set<std::string> words{"{", "}", "[", "]", ":", ",", "null", "true"};
-  for (const Message& message : kMessages) {
-    words.insert(R"(\"t\":)" + std::to_string(static_cast<int>(message.code)));
-    for (const Members* members : {&message.request, &message.reply}) {
-      for (const Member& member : *members) words.insert(R"(\")" + std::string(member.key) + R"(\":)");
-    }
-  }
-  std::string content;
-  for (const std::string& word : words) content += '"' + word + "\"\n";
-  write(file, content);
 }
 
 }  // namespace
@@ -89,6 +72,5 @@ int main(int argc, char** argv) {
   write(folder / "log_command" / "remove",
         logCommand("player", kModuleFull) + logCommand("player|", kModuleRemoved));
   write(folder / "log_command" / "clear", logCommand(kLogClearCommand, 0));
-  writeDictionary(folder / "words.dict");
   return 0;
 }

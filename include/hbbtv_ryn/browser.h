@@ -109,7 +109,8 @@ struct ZuntRynBrowserEventCallback {
 ///   behind, and a later call starts afresh.
 ///
 /// Call from one thread, not from a handler. Requests are served from the server's creation on, so handlers
-/// may run before this returns. Does not block, except that on failure it waits for a running handler.
+/// may run before this returns; what they send until then may be refused with -3. Does not block, except
+/// that on failure it waits for a running handler.
 HBBTV_RYN_EXPORT int Zunt_RYN_Browser_Initialize();
 
 /// Stops the browser side. Registered handlers stay registered.

@@ -12,10 +12,6 @@
 namespace hbbtv_ryn::test {
 namespace {
 
-std::string nameOf(const testing::TestParamInfo<const Endpoint*>& info) {
-  return info.param->name;
-}
-
 class EndpointTest : public testing::TestWithParam<const Endpoint*> {
  protected:
   EndpointTest() {
@@ -55,7 +51,8 @@ class EndpointTest : public testing::TestWithParam<const Endpoint*> {
 
   const Endpoint& endpoint = *GetParam();
 };
-INSTANTIATE_TEST_SUITE_P(, EndpointTest, testing::Values(&kBrowser, &kPlugin), nameOf);
+INSTANTIATE_TEST_SUITE_P(, EndpointTest, testing::Values(&kBrowser, &kPlugin),
+                         [](const auto& each) { return std::string(each.param->name); });
 
 TEST_P(EndpointTest, EachCallSendsItsMessageAndStoresItsAnswer) {
   for (const auto& message : endpoint.sends) {

@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <memory>
-#include <vector>
+#include <list>
+#include <string>
 
 #include "hbbtv_ryn/browser.h"
 #include "hbbtv_ryn/plugin.h"
@@ -18,22 +18,20 @@ void askOrFail() {
   bool may_uninstall = false;
   if (Zunt_RYN_Plugin_OpApp_Uninstall_Judge(&may_uninstall) != 0 || !may_uninstall) std::_Exit(kWrong);
   // Blocks as jsoncpp takes them: an allocator that was written to behind its back notices here.
-  std::vector<std::unique_ptr<char[]>> blocks;
-  for (int i = 0; i < 100; ++i) blocks.emplace_back(new char[512]);
+  std::list<std::string>(100, std::string(512, 'x'));
 }
 
-struct AsksWhenDestroyed {
-  bool armed = false;
+bool g_armed = false;
+const struct AsksWhenDestroyed {
   ~AsksWhenDestroyed() {
-    if (armed) askOrFail();
+    if (g_armed) askOrFail();
   }
-};
-AsksWhenDestroyed g_asks_when_destroyed;
+} g_asks_when_destroyed;
 
 const ChildRole kAsksAtExit("asks at exit", [](Parent&) {
   if (Zunt_RYN_Plugin_Initialize() != 0) return kWrong;
   askOrFail();
-  g_asks_when_destroyed.armed = true;
+  g_armed = true;
   return std::atexit(&askOrFail);
 });
 

@@ -6,16 +6,9 @@
 
 namespace {
 
-class RequestRegistryTest : public testing::Test {
- protected:
-  RequestRegistryTest() { deleteAllRequest(); }
+struct RequestRegistryTest : testing::Test {
   ~RequestRegistryTest() override { deleteAllRequest(); }
-
-  int owner = 0;
-  int other_owner = 0;
-  int x = 0;
-  int y = 0;
-  int z = 0;
+  int owner = 0, other_owner = 0, x = 0, y = 0, z = 0;
 };
 
 TEST_F(RequestRegistryTest, EveryPartOfTheKeyCounts) {

@@ -21,40 +21,29 @@ TEST(RefusalTest, LeavesQueuesAndOutParametersAlone) {
   char* none = nullptr;
   int capacity = kRawPayload;
   int zero = 0;
-  const int queue = peer.requests.id();
 
   const auto cut = [&](long channel, int chunk_size, const IpcMessage* message) {
-    return ipc_snd_internal(queue, channel, chunk_size, message, IPC_KIND_ONEWAY);
+    return ipc_snd_internal(peer.requests.id(), channel, chunk_size, message, IPC_KIND_ONEWAY);
   };
   const auto join = [&](IpcRecord* into, char** joined, int* room) {
-    return ipc_rcv_internal(queue, kChannel, IPC_CHUNK_SIZE, into, joined, room);
+    return ipc_rcv_internal(peer.requests.id(), kChannel, IPC_CHUNK_SIZE, into, joined, room);
   };
-  const auto tell = [](Client& by, const IpcMessage* message) {
-    return zunt_ipc_client_send(by.handle(), message);
-  };
-  const auto ask = [&](Client& by, const IpcMessage* message) {
-    const int result = zunt_ipc_client_send_sync_with_params(by.handle(), message, &reply);
-    EXPECT_EQ(result, zunt_ipc_client_send_sync_with_callback(by.handle(), message, nullptr));
-    return result;
+  const auto expectRefused = [&](int told, int asked, IpcClient* by, const IpcMessage* message) {
+    EXPECT_EQ(told, zunt_ipc_client_send(by, message));
+    EXPECT_EQ(asked, zunt_ipc_client_send_sync_with_params(by, message, &reply));
+    EXPECT_EQ(asked, zunt_ipc_client_send_sync_with_callback(by, message, nullptr));
   };
   for (const IpcMessage* bad : {static_cast<const IpcMessage*>(nullptr), &negative, &textless}) {
     EXPECT_EQ(-3, cut(kChannel, IPC_CHUNK_SIZE, bad));
   }
   EXPECT_EQ(-3, cut(kChannel, 0, &good));
   EXPECT_EQ(-3, cut(-1, IPC_CHUNK_SIZE, &good));
-  for (const IpcMessage* bad : {static_cast<const IpcMessage*>(nullptr), &empty}) {
-    EXPECT_EQ(-3, tell(client, bad));
-    EXPECT_EQ(-3, ask(client, bad));
-  }
-  for (const IpcMessage* bad : {&negative, &textless, &too_long}) {
-    EXPECT_EQ(-1, tell(client, bad));
-    EXPECT_EQ(-1, ask(client, bad));
-  }
-  EXPECT_EQ(-1, tell(zero_chunk, &good));
-  EXPECT_EQ(-3, ask(zero_chunk, &good));
-  EXPECT_EQ(-3, zunt_ipc_client_send(nullptr, &good));
-  EXPECT_EQ(-3, zunt_ipc_client_send_sync_with_params(nullptr, &good, &reply));
-  EXPECT_EQ(-3, zunt_ipc_client_send_sync_with_callback(nullptr, &good, nullptr));
+  expectRefused(-3, -3, nullptr, &good);
+  expectRefused(-3, -3, client.handle(), nullptr);
+  expectRefused(-3, -3, client.handle(), &empty);
+  expectRefused(-1, -3, zero_chunk.handle(), &good);
+  for (const IpcMessage* bad : {&negative, &textless, &too_long})
+    expectRefused(-1, -1, client.handle(), bad);
   EXPECT_EQ(-3, zunt_ipc_client_send_sync_with_params(client.handle(), &good, nullptr));
   EXPECT_EQ(-3, zunt_ipc_client_create(kKey, kChannel, 1, IPC_CHUNK_SIZE, nullptr));
   EXPECT_EQ(-3, zunt_ipc_client_destroy(nullptr));

@@ -38,7 +38,7 @@ class CaptureTest : public testing::Test {
     line["pid"] = reads == (queue == kRequestKey) ? 812 : 830;
     line["seq"] = ++sequence;
     line["time"] = 1700000000 + sequence / 1000.0;
-    line["queue"] = keyText(queue);
+    line["queue"] = queue == kRequestKey ? "0x92101081" : queue == kQueryKey ? "0x92101093" : "0x92101091";
     line["way"] = way;
     line["kind"] = kind;
     line["code"] = code;
@@ -47,11 +47,6 @@ class CaptureTest : public testing::Test {
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "";
     lines << Json::writeString(builder, line) << std::endl;
-  }
-  static std::string keyText(key_t key) {
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%08x", static_cast<unsigned>(key));
-    return text;
   }
   void tells(int code, key_t queue, const std::string& text) {
     trace("out", "oneway", code, queue, text);

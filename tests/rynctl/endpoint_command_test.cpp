@@ -207,14 +207,9 @@ TEST_F(RynctlServeTest, AListenerPrintsWhatTheBrowserTellsAndAnswersWhatItAsks) 
       "?  no\\x07thing\n",
       await(4));
   EXPECT_EQ(0, tool->result().exit_code);
-}
 
-TEST_F(RynctlServeTest, AListenerPrintsTheMessagesThatAreNamedAndEndsAfterTheLast) {
-  RawQueue notifications(kNotificationKey);
-  for (const char* text :
-       {R"({"t":270})", "nothing", R"({"t":271,"bValue":1})", R"({"t":271,"bValue":0})"}) {
-    notifications.sendMessage(IPC_KIND_ONEWAY, text);
-  }
+  Zunt_RYN_Browser_Get_Configuration();
+  Zunt_RYN_Browser_Handle_BroadcastService(true);
   start({"listen", "handle_broadcastservice", "-n", "1"});
   EXPECT_EQ("Handle_BroadcastService bValue=1\n", await(1));
   EXPECT_EQ(0, tool->result().exit_code);

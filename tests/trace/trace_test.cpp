@@ -48,7 +48,7 @@ class TraceTest : public testing::Test {
     EXPECT_LE(std::time(nullptr) - std::stoll(part[3]), kDeadline.count());
     std::string what = part.format("$4 $5 $6 $7") + (part[9].matched ? " timed" : "") + part.str(11);
     if (part[8] != std::to_string(text.size())) {
-      EXPECT_EQ(4096U, bytes.size());
+      EXPECT_TRUE(bytes.size() == 4096 && std::stoul(part[8]) > 4096) << header;
       EXPECT_EQ("[cut]", bytes.substr(bytes.size() - 5));
       what += " cut";
     }
@@ -128,8 +128,7 @@ TEST_F(TraceTest, OneWayMessagesAreTracedAtBothEndsAndNobodyIsDelayedByAReader) 
   EXPECT_EQ("0x92101091 out oneway 240", next().what);
   EXPECT_EQ("0x92101091 out oneway 240 drop=not-sent result=-3", next().what);
   RawQueue notifications(kNotificationKey);
-  const auto tooLong = [] { return Zunt_RYN_Browser_OpApp_Update(1, 1, std::string(17000, 'u')); };
-  EXPECT_EQ(-1, tooLong());
+  EXPECT_EQ(-1, Zunt_RYN_Browser_OpApp_Update(1, 1, std::string(17000, 'u')));
   next();
   EXPECT_EQ("0x92101091 out oneway 277 drop=not-sent result=-1 cut", next().what);
   const auto notify = [&](int times) {
