@@ -76,7 +76,7 @@ ExitCode replay(const Options& options) {
          counted(player.differences(), "difference"), failure ? "; not played to the end" : "");
   if (junit.is_open()) writeJunit(junit, options.capture, player, failure ? failure->what() : "");
   if (!junit.flush()) throw Failure(ExitCode::kRefused, "{} cannot be written", printable(options.junit));
-  if (failure) throw *failure;
+  if (failure) throw Failure(*failure);
   return player.differences() == 0 ? ExitCode::kDone : ExitCode::kRefused;
 }
 

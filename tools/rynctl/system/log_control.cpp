@@ -78,6 +78,17 @@ std::optional<LogReport> LogControl::next(Clock::time_point deadline) const {
   return std::nullopt;
 }
 
+namespace {
+
+/// Whether a later report may still change it.
+bool isOpen(const LogOutcome& outcome) {
+  using Effect = LogOutcome::Effect;
+  return outcome.effect == Effect::kSilent ||
+         (outcome.effect == Effect::kNotShown && outcome.reports < kReportsWithoutEffect);
+}
+
+}  // namespace
+
 std::map<std::uint16_t, LogOutcome> applyToEach(const LogControl& control, const LogCommand& command,
                                                 std::optional<std::uint16_t> port) {
   using Effect = LogOutcome::Effect;
@@ -104,9 +115,7 @@ std::map<std::uint16_t, LogOutcome> applyToEach(const LogControl& control, const
       ++outcome.reports;
       outcome.effect = command.shownBy(*report) ? Effect::kShown : Effect::kNotShown;
     }
-    const bool open = outcome.effect == Effect::kSilent ||
-                      (outcome.effect == Effect::kNotShown && outcome.reports < kReportsWithoutEffect);
-    outcome.until = open ? now + kReportPatience : Clock::time_point();
+    outcome.until = isOpen(outcome) ? now + kReportPatience : Clock::time_point();
   }
   return outcomes;
 }
