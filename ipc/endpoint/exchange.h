@@ -28,9 +28,8 @@ struct Line {
 /// read before the first is stored.
 ///
 /// @param given   one value for each member of the request.
-/// @param places  an int*, bool*, std::string* or KeyCodes*, as the row has it, for each member of the
-/// reply
-///                but the host's own result.
+/// @param places  for each member of the reply but the host's own result: an int*, bool*, std::string* or
+///                KeyCodes*, as the row has it.
 /// @return 0, or the host's own result where the reply has one; -1 for a reply that is empty, no JSON
 ///   object or does not convert; else the channel's result; -4 when memory is out.
 int exchange(const Line& line, const Message& row, const Given* given, void* const* places);

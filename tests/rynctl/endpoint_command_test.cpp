@@ -209,6 +209,7 @@ TEST_F(RynctlServeTest, AListenerPrintsWhatTheBrowserTellsAndAnswersWhatItAsks) 
   EXPECT_EQ(0, tool->result().exit_code);
 
   Zunt_RYN_Browser_Get_Configuration();
+  notifications.sendMessage(IPC_KIND_ONEWAY, "nothing");
   Zunt_RYN_Browser_Handle_BroadcastService(true);
   start({"listen", "handle_broadcastservice", "-n", "1"});
   EXPECT_EQ("Handle_BroadcastService bValue=1\n", await(1));

@@ -34,7 +34,7 @@ struct Step {
 /// The steps for a run of about this time: cycles of ten seconds, with all kinds of trouble in each.
 std::vector<Step> planOf(uint64_t seed, std::chrono::seconds duration);
 
-/// In words, such as "kills      after  112 ms  kill browser host, start it 340 ms later".
+/// In words, such as "kills      after 112 ms: kill the browser host, start it 340 ms later".
 std::string textOf(const Step& step);
 
 }  // namespace hbbtv_ryn::test
