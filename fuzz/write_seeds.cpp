@@ -41,7 +41,6 @@ void writeMessages(const fs::path& folder) {
   const auto writeText = [&](std::size_t number, const char* name, const std::string& text) {
     write(folder / "messages" / (std::to_string(number) + name), static_cast<char>(number) + text);
   };
-  // As many as there are; more would do no harm.
   for (std::size_t number = 0; number < 2 * std::size(kMessages); ++number) {
     const test::Message& message = test::messageAt(number);
     writeText(number, "_sent", message.text);

@@ -79,7 +79,6 @@ TEST_F(BrowserTest, WhatAsksForNoAnswerGetsNone) {
   EXPECT_EQ(IPC_KIND_FAILURE, plugin.replies.takeMessage().kind);
 }
 
-// Nobody would free it.
 TEST_F(BrowserTest, NoAnswerIsMadeToAQuestionThatCameAsAOneWayMessage) {
   ZuntRynBrowserEventCallback handlers{};
   handlers.GetKeyLabel = [](int, int, int, std::string& label) { label.assign(15000, 'x'); };

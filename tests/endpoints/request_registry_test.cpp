@@ -31,9 +31,7 @@ TEST_F(RequestRegistryTest, AKeyMayHoldSeveralValuesAndYieldsTheOldest) {
   addRequest(true, "n", &owner, &x);
   addRequest(true, "n", &owner, &x);
   EXPECT_EQ(1, getRequestSize());
-  addRequest(true, "n", &owner, &y);
-  // Only the oldest value keeps its like out: y stands behind x.
-  addRequest(true, "n", &owner, &y);
+  for (int i = 0; i < 2; ++i) addRequest(true, "n", &owner, &y);  // only the oldest keeps its like out
   addRequest(true, "z", &owner, &z);
   EXPECT_EQ(4, getRequestSize());
   EXPECT_EQ(&x, findRequest(true, "n", &owner));

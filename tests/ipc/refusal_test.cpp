@@ -1,6 +1,8 @@
 // What is refused before anything is touched, at every function of the channel.
 #include <gtest/gtest.h>
 
+#include <utility>
+
 #include "ipc/channel_handles.h"
 #include "tools/support/raw_peer.h"
 
@@ -18,9 +20,7 @@ TEST(RefusalTest, LeavesQueuesAndOutParametersAlone) {
   IpcMessage reply{kUntouched, nullptr};
   IpcRecord record{};
   char* text = static_cast<char*>(std::malloc(kRawPayload));
-  char* none = nullptr;
-  int capacity = kRawPayload;
-  int zero = 0;
+  int capacity = kRawPayload, zero = 0;
 
   const auto cut = [&](long channel, int chunk_size, const IpcMessage* message) {
     return ipc_snd_internal(peer.requests.id(), channel, chunk_size, message, IPC_KIND_ONEWAY);
@@ -60,8 +60,8 @@ TEST(RefusalTest, LeavesQueuesAndOutParametersAlone) {
   EXPECT_EQ(-3, join(&record, &text, nullptr));
   EXPECT_EQ(-3, join(&record, &text, &zero));
   EXPECT_EQ(1U, peer.requests.depth());
-  EXPECT_EQ(-4, join(&record, &none, &capacity));  // a buffer that has to grow, and is not there
-  std::free(text);
+  std::free(std::exchange(text, nullptr));
+  EXPECT_EQ(-4, join(&record, &text, &capacity));  // a buffer that has to grow, and is not there
 }
 
 }  // namespace
