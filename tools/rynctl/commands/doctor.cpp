@@ -9,7 +9,7 @@
 
 #include "hbbtv_ryn/ipc.h"
 #include "tools/catalogue/catalogue_text.h"
-#include "tools/rynctl/commands/command.h"
+#include "tools/rynctl/commands/commands.h"
 #include "tools/rynctl/system/log_control.h"
 #include "tools/rynctl/system/process.h"
 #include "tools/rynctl/system/queue_state.h"
@@ -20,14 +20,10 @@ namespace hbbtv_ryn::rynctl {
 
 namespace {
 
-struct Options {
-  bool json = false;
-};
-
 /// Prints what is found.
 class Findings {
  public:
-  explicit Findings(const Options& options) : json_(options.json) {}
+  explicit Findings(const DoctorOptions& options) : json_(options.json) {}
 
   void begin(const char* section) {
     section_ = section;
@@ -215,7 +211,9 @@ void checkLogging(Findings* found) {
   }
 }
 
-ExitCode doctor(const Options& options) {
+}  // namespace
+
+ExitCode doctor(const DoctorOptions& options) {
   Findings found(options);
   checkKernelLimits(&found);
   checkQueues(&found);
@@ -227,17 +225,6 @@ ExitCode doctor(const Options& options) {
                                          : compose("{} things are", problems));
   }
   return problems == 0 ? ExitCode::kDone : ExitCode::kRefused;
-}
-
-}  // namespace
-
-void addDoctorCommand(CLI::App& app, Action& action) {
-  const auto [command, options] = addCommand(
-      app, action, &doctor, "doctor", "Say what is wrong, and what mends it",
-      R"(Looks at kernel limits, servers and readers of the queues, messages that nobody reads, a second server
-and the logging ports. Listens for log reports, which takes one to three seconds. Ends with 1 when
-something is wrong.)");
-  command->add_flag("--json", options->json, "Print each finding as a line of JSON");
 }
 
 }  // namespace hbbtv_ryn::rynctl

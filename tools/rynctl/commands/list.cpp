@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "tools/catalogue/catalogue_text.h"
-#include "tools/rynctl/commands/command.h"
+#include "tools/rynctl/commands/commands.h"
 #include "tools/rynctl/text/message_text.h"
 #include "tools/rynctl/text/output.h"
 #include "tools/rynctl/text/table.h"
@@ -11,11 +11,6 @@
 namespace hbbtv_ryn::rynctl {
 
 namespace {
-
-struct Options {
-  std::string name = "*";
-  bool json = false;
-};
 
 std::string keys(const Members& members) {
   std::vector<std::string> texts;
@@ -46,7 +41,21 @@ Json::Value jsonOf(const Message& message) {
   return value;
 }
 
-ExitCode list(const Options& options) {
+void printMembers(const char* title, const Members& members, bool with_defaults) {
+  print("\n{}\n", styled(Style::kHeading, title));
+  if (members.size() == 0) print("  none\n");
+  std::size_t width = 0;
+  for (const Member& member : members) width = std::max(width, std::string_view(member.key).size());
+  for (const Member& member : members) {
+    const std::string note =
+        with_defaults ? compose(", {} where the host has no handler", defaultAnswer(member)) : "";
+    print("  {:{}}  {}{}\n", member.key, width, typeName(member.type), note);
+  }
+}
+
+}  // namespace
+
+ExitCode list(const CatalogueOptions& options) {
   Table table(options.json, {"CODE", "NAME", "TO", "DELIVERY", "KEYS", "REPLY KEYS"});
   for (const Message& message : kMessages) {
     if (!matches(options.name, message.name)) continue;
@@ -64,19 +73,7 @@ ExitCode list(const Options& options) {
   return ExitCode::kDone;
 }
 
-void printMembers(const char* title, const Members& members, bool with_defaults) {
-  print("\n{}\n", styled(Style::kHeading, title));
-  if (members.size() == 0) print("  none\n");
-  std::size_t width = 0;
-  for (const Member& member : members) width = std::max(width, std::string_view(member.key).size());
-  for (const Member& member : members) {
-    const std::string note =
-        with_defaults ? compose(", {} where the host has no handler", defaultAnswer(member)) : "";
-    print("  {:{}}  {}{}\n", member.key, width, typeName(member.type), note);
-  }
-}
-
-ExitCode describe(const Options& options) {
+ExitCode describe(const CatalogueOptions& options) {
   const Message& message = findByName(options.name);
   if (options.json) {
     print("{}\n", oneLine(jsonOf(message)));
@@ -94,21 +91,6 @@ ExitCode describe(const Options& options) {
   print("\n{}\n  rynctl {} {}\n", styled(Style::kHeading, "To try it"), sync ? "call" : "send",
         commandText(message, sample));
   return ExitCode::kDone;
-}
-
-}  // namespace
-
-void addListCommands(CLI::App& app, Action& action) {
-  const auto [list_command, list_options] =
-      addCommand(app, action, &list, "list", "Show the messages: code, name, receiver, delivery and keys");
-  list_command->add_option("GLOB", list_options->name,
-                           "Only names that match, such as 'OpApp_*'; in any case");
-  list_command->add_flag("--json", list_options->json, "Print each message as a line of JSON");
-
-  const auto [describe_command, describe_options] = addCommand(
-      app, action, &describe, "describe", "Show one message: keys, types, a sample and how to send it");
-  describe_command->add_option("NAME", describe_options->name, "Name or code of the message")->required();
-  describe_command->add_flag("--json", describe_options->json, "Print it as a line of JSON");
 }
 
 }  // namespace hbbtv_ryn::rynctl

@@ -4,7 +4,7 @@
 
 #include <set>
 
-#include "tools/rynctl/commands/command.h"
+#include "tools/rynctl/commands/commands.h"
 #include "tools/rynctl/system/log_control.h"
 #include "tools/rynctl/system/process.h"
 #include "tools/rynctl/text/output.h"
@@ -13,13 +13,6 @@
 namespace hbbtv_ryn::rynctl {
 
 namespace {
-
-struct Options {
-  std::optional<std::uint16_t> port;
-  bool watch = false;
-  bool json = false;
-  std::vector<std::string> modules;
-};
 
 [[noreturn]] void failWithoutReport(std::optional<std::uint16_t> port) {
   throw Failure(
@@ -34,6 +27,7 @@ struct Reporter {
   Process process;
   std::time_t reported;
 };
+
 using Reporters = std::map<std::uint16_t, Reporter>;
 
 /// @return whether it shows something new.
@@ -75,7 +69,7 @@ Table tableOf(const Reporters& reporters, bool json) {
 
 /// On a terminal the table is kept up to date; elsewhere each change prints it once more. As JSON each
 /// report is printed.
-ExitCode watchReports(const Options& options) {
+ExitCode watchReports(const LogOptions& options) {
   const LogControl control;
   const Interrupt interrupt;
   const bool terminal = isatty(fileno(output())) != 0;
@@ -94,15 +88,6 @@ ExitCode watchReports(const Options& options) {
   return ExitCode::kDone;
 }
 
-ExitCode show(const Options& options) {
-  if (options.watch) return watchReports(options);
-  Reporters reporters;
-  hearEach(LogControl(), options.port, [&](const LogReport& report) { update(reporters, report); });
-  if (reporters.empty()) failWithoutReport(options.port);
-  print("{}", tableOf(reporters, options.json).text());
-  return ExitCode::kDone;
-}
-
 std::string textOf(const LogOutcome& outcome) {
   using Effect = LogOutcome::Effect;
   if (outcome.effect == Effect::kSilent) return "has not reported since the command was sent";
@@ -113,7 +98,18 @@ std::string textOf(const LogOutcome& outcome) {
                  printable(joined(outcome.refused, ", ")));
 }
 
-ExitCode edit(const Options& options, std::uint8_t value, const char* effect) {
+}  // namespace
+
+ExitCode showLogs(const LogOptions& options) {
+  if (options.watch) return watchReports(options);
+  Reporters reporters;
+  hearEach(LogControl(), options.port, [&](const LogReport& report) { update(reporters, report); });
+  if (reporters.empty()) failWithoutReport(options.port);
+  print("{}", tableOf(reporters, options.json).text());
+  return ExitCode::kDone;
+}
+
+ExitCode editLogs(const LogOptions& options, std::uint8_t value, const char* effect) {
   LogCommand command{{}, value};
   std::set<std::string> seen;
   for (const std::string& module : options.modules) {
@@ -142,55 +138,6 @@ ExitCode edit(const Options& options, std::uint8_t value, const char* effect) {
     print("{}: {} ({})\n", names, effect, counted(obeying.size(), "process"));
   }
   return code;
-}
-
-}  // namespace
-
-void addLogCommand(CLI::App& app, Action& action) {
-  const auto options = std::make_shared<Options>();
-  CLI::App* const log = app.add_subcommand(
-      "log", "Show the processes that report their logging, or change what their modules write");
-  log->require_subcommand(0, 1);
-  CLI::Option* const watch =
-      log->add_flag("-w,--watch", options->watch, "Keep on showing, until interrupted");
-  CLI::Option* const json = log->add_flag("--json", options->json, "Print each report as a line of JSON");
-  const auto add_port = [&](CLI::App* command) {
-    addValue(command, "--port", options->port, "N", "Only the process that reports from port N")
-        ->check(CLI::Range(1, 65535));
-  };
-  const auto add = [&](const char* name, const char* help, std::uint8_t value, const char* effect) {
-    CLI::App* const command = log->add_subcommand(name, help);
-    command->excludes(watch);
-    command->excludes(json);
-    add_port(command);
-    command->callback([=, &action] { action = [=] { return edit(*options, value, effect); }; });
-    return command;
-  };
-  for (CLI::App* const command :
-       {add("on", "Let modules write all their records", kModuleFull, "on"),
-        add("errors", "List modules, but let them write their errors only", kModuleErrorsOnly,
-            "errors only"),
-        add("off", "Take modules off the list; they write their errors only", kModuleRemoved, "off")}) {
-    command->add_option("MODULE", options->modules, "Module names, at most 32 bytes each")
-        ->required()
-        ->check(CLI::Validator(&whyNotAModuleName, "", "module name"));
-  }
-  add("clear", "Take every module off the list", kModuleRemoved, "off");
-  add_port(log);
-
-  // Subcommands made later would inherit it.
-  log->footer(
-      R"(Without a command: listens until each process has reported, a little more than a second, and shows the
-port of its control thread, the process, the age of the report and the listed modules. A report does
-not tell full output from errors. A process reports once it has called zunt_log_initialize(1).
-
-A command answers the next report of each process, waits for the report that shows the effect and says
-how many processes have followed. A process lists at most 20 modules.
-
-Only one tool at a time can hear the reports, and only in the network namespace of the processes.)");
-  log->callback([options, &action, log] {
-    if (log->get_subcommands().empty()) action = [options] { return show(*options); };
-  });
 }
 
 }  // namespace hbbtv_ryn::rynctl

@@ -3,7 +3,7 @@
 #include <fstream>
 
 #include "tools/catalogue/catalogue_text.h"
-#include "tools/rynctl/commands/command.h"
+#include "tools/rynctl/commands/commands.h"
 #include "tools/rynctl/system/log_control.h"
 #include "tools/rynctl/system/process.h"
 #include "tools/rynctl/text/output.h"
@@ -12,11 +12,6 @@
 namespace hbbtv_ryn::rynctl {
 
 namespace {
-
-struct Options {
-  TraceView::Filter filter;
-  std::string file;
-};
 
 /// Keeps the trace switched on in every process that reports, and switches it off at the end.
 class TraceSwitch {
@@ -54,7 +49,9 @@ class TraceSwitch {
   std::map<std::uint16_t, bool> told_;  // by the ports of those that report: whether it has been said
 };
 
-ExitCode monitor(const Options& options) {
+}  // namespace
+
+ExitCode monitor(const MonitorOptions& options) {
   constexpr std::chrono::seconds kLook{1};
   constexpr std::int64_t kPerSecond = 1000000;
   std::ofstream file;
@@ -96,24 +93,6 @@ ExitCode monitor(const Options& options) {
   remark("{}, {} lost", counted(static_cast<unsigned long>(view.messages()), "message"), view.lost());
   if (!file.flush()) throw Failure(ExitCode::kRefused, "{} cannot be written", printable(options.file));
   return ExitCode::kDone;
-}
-
-}  // namespace
-
-void addMonitorCommand(CLI::App& app, Action& action) {
-  const auto [command, options] = addCommand(
-      app, action, &monitor, "monitor", "Show the messages of the running processes as they go",
-      R"(One line for each message; an answer with the time in flight and in the handler. Switches the module
-ryn_trace on in every process that reports its logging, and off at the end, which is Ctrl-C. Ends with the
-number of messages and of traces that were lost.)");
-  TraceView::Filter& filter = options->filter;
-  command->add_option("GLOB", filter.glob, "Only messages whose name matches");
-  addValue(command, "--slow", filter.slow, "MS", "Only answers that took MS milliseconds or more")
-      ->check(CLI::NonNegativeNumber);
-  command->add_flag("--errors", filter.errors,
-                    "Only what was dropped, failed or was not answered; with --slow either of both");
-  addValue(command, "--save", options->file, "FILE",
-           "Write everything to FILE too, whatever is shown: a line of JSON for each trace");
 }
 
 }  // namespace hbbtv_ryn::rynctl

@@ -5,7 +5,7 @@
 
 #include <iostream>
 
-#include "tools/rynctl/commands/command.h"
+#include "tools/rynctl/commands/commands.h"
 #include "tools/rynctl/system/queue_state.h"
 #include "tools/rynctl/system/wait.h"
 #include "tools/rynctl/system/waiting_messages.h"
@@ -16,15 +16,6 @@
 namespace hbbtv_ryn::rynctl {
 
 namespace {
-
-struct Options {
-  double watch = 0;
-  bool json = false;
-  std::string queue;
-  unsigned count = 0;
-  bool all = false;
-  bool yes = false;
-};
 
 std::string seen(const Process& process, std::time_t when) {
   return process.pid == 0 ? "-" : compose("{}, {}", process.text(), ageText(when));
@@ -79,7 +70,37 @@ std::string queueTable(bool json) {
   return "no queue exists: neither process has run since the system started\n";
 }
 
-ExitCode queues(const Options& options) {
+/// Name and members, or the text where it is no message of the catalogue.
+std::string textOf(const WaitingMessage& waiting, const QueueName& queue) {
+  const auto [message, members] = decode(waiting.text);
+  std::string text = message == nullptr || queue.carriesReplies() ? onOneLine(waiting.text)
+                                                                  : commandText(*message, members);
+  if (waiting.fault.empty()) return text;
+  return compose("({}){}{}", waiting.fault, text.empty() ? "" : " ", text);
+}
+
+unsigned long takeOff(const QueueState& state) {
+  unsigned long taken = 0;
+  long type = 0;  // the buffer of a message that is cut to nothing
+  // No more than waited: a process that has started meanwhile keeps what it sends.
+  while (taken < state.messages && msgrcv(state.id, &type, 0, 0, IPC_NOWAIT | MSG_NOERROR) >= 0) ++taken;
+  return taken;
+}
+
+bool isConfirmed(const std::string& question) {
+  if (isatty(STDIN_FILENO) == 0) {
+    throw Failure(ExitCode::kUsage, "standard input is no terminal to ask on: add --yes");
+  }
+  print("{} [y/N] ", question);
+  std::fflush(output());
+  std::string answer;
+  std::getline(std::cin, answer);
+  return answer == "y" || answer == "Y" || answer == "yes";
+}
+
+}  // namespace
+
+ExitCode queues(const QueueOptions& options) {
   const Interrupt interrupt;
   do {
     const std::string text = queueTable(options.json);
@@ -92,16 +113,7 @@ ExitCode queues(const Options& options) {
   return ExitCode::kDone;
 }
 
-/// Name and members, or the text where it is no message of the catalogue.
-std::string textOf(const WaitingMessage& waiting, const QueueName& queue) {
-  const auto [message, members] = decode(waiting.text);
-  std::string text = message == nullptr || queue.carriesReplies() ? onOneLine(waiting.text)
-                                                                  : commandText(*message, members);
-  if (waiting.fault.empty()) return text;
-  return compose("({}){}{}", waiting.fault, text.empty() ? "" : " ", text);
-}
-
-ExitCode peekAt(const Options& options) {
+ExitCode peek(const QueueOptions& options) {
   const QueueName& name = findQueue(options.queue);
   const auto state = look(name);
   if (!state) {
@@ -127,26 +139,7 @@ ExitCode peekAt(const Options& options) {
   return ExitCode::kDone;
 }
 
-unsigned long takeOff(const QueueState& state) {
-  unsigned long taken = 0;
-  long type = 0;  // the buffer of a message that is cut to nothing
-  // No more than waited: a process that has started meanwhile keeps what it sends.
-  while (taken < state.messages && msgrcv(state.id, &type, 0, 0, IPC_NOWAIT | MSG_NOERROR) >= 0) ++taken;
-  return taken;
-}
-
-bool isConfirmed(const std::string& question) {
-  if (isatty(STDIN_FILENO) == 0) {
-    throw Failure(ExitCode::kUsage, "standard input is no terminal to ask on: add --yes");
-  }
-  print("{} [y/N] ", question);
-  std::fflush(output());
-  std::string answer;
-  std::getline(std::cin, answer);
-  return answer == "y" || answer == "Y" || answer == "yes";
-}
-
-ExitCode reset(const Options& options) {
+ExitCode reset(const QueueOptions& options) {
   std::vector<JudgedQueue> chosen;
   std::vector<std::string> texts;
   std::vector<std::string> kept;
@@ -171,38 +164,6 @@ ExitCode reset(const Options& options) {
   }
   for (const QueueState& state : chosen) print("took {} off '{}'\n", takeOff(state), state.name->name);
   return ExitCode::kDone;
-}
-
-}  // namespace
-
-void addQueueCommands(CLI::App& app, Action& action) {
-  const auto [queues_command, queues_options] = addCommand(
-      app, action, &queues, "queues", "Show the queues, who writes and reads them, and whether they flow",
-      R"(States: idle, nothing waits; busy, messages wait and are read; STUCK, messages wait and the living
-reader does not read; ORPHANED, messages wait and nobody is there to read them.)");
-  addValue(queues_command, "--watch", queues_options->watch, "S",
-           "Show them again every S seconds, until interrupted")
-      ->check(CLI::Range(0.1, 3600.0));
-  queues_command->add_flag("--json", queues_options->json, "Print each queue as a line of JSON");
-
-  const auto [peek_command, peek_options] = addCommand(
-      app, action, &peekAt, "peek", "Show the messages that wait on a queue, decoded, and leave them there",
-      "The kernel must be built with CONFIG_CHECKPOINT_RESTORE.");
-  peek_command->add_option("QUEUE", peek_options->queue, joined(queueNames(), ", ") + ", or a key")
-      ->required();
-  addValue(peek_command, "-n,--count", peek_options->count, "N", "Only the first N messages");
-  peek_command->add_flag("--json", peek_options->json, "Print each message as a line of JSON");
-
-  const auto [reset_command, reset_options] =
-      addCommand(app, action, &reset, "reset", "Take off the queues what dead processes have left there");
-  CLI::Option* const all =
-      reset_command->add_flag("--all", reset_options->all, "Every message, those of living processes too");
-  reset_command
-      ->add_flag_callback(
-          "--stale", [options = reset_options] { options->all = false; },
-          "Only what was sent and would be read by processes that are gone (default)")
-      ->excludes(all);
-  reset_command->add_flag("--yes", reset_options->yes, "Do not ask");
 }
 
 }  // namespace hbbtv_ryn::rynctl

@@ -5,7 +5,7 @@
 
 #include "tools/catalogue/catalogue_text.h"
 #include "tools/rynctl/capture/capture.h"
-#include "tools/rynctl/commands/command.h"
+#include "tools/rynctl/commands/commands.h"
 #include "tools/rynctl/replay/player.h"
 #include "tools/rynctl/system/place.h"
 #include "tools/rynctl/text/output.h"
@@ -13,14 +13,6 @@
 namespace hbbtv_ryn::rynctl {
 
 namespace {
-
-struct Options {
-  std::string capture;
-  Player::Rules rules;
-  bool fast = false;
-  std::string junit;
-  bool force = false;
-};
 
 /// As the value of an attribute, in ASCII: XML has no place for most control bytes.
 std::string xmlText(const std::string& text) {
@@ -51,7 +43,9 @@ void writeJunit(std::ostream& file, const std::string& suite, const Player& play
   file << "</testsuite>\n";
 }
 
-ExitCode replay(const Options& options) {
+}  // namespace
+
+ExitCode replay(const ReplayOptions& options) {
   constexpr std::size_t kMostDoubts = 20;
   Player::Rules rules = options.rules;
   if (options.fast) rules.speed = 0;
@@ -78,39 +72,6 @@ ExitCode replay(const Options& options) {
   if (!junit.flush()) throw Failure(ExitCode::kRefused, "{} cannot be written", printable(options.junit));
   if (failure) throw Failure(*failure);
   return player.differences() == 0 ? ExitCode::kDone : ExitCode::kRefused;
-}
-
-}  // namespace
-
-void addReplayCommand(CLI::App& app, Action& action) {
-  constexpr double kLongest = 86400;
-  const auto [command, options] = addCommand(
-      app, action, &replay, "replay", "Be one side of a capture again, and compare the other",
-      R"(The plug-in's side sends what it has sent, and compares every answer with the recorded one; the
-browser's side waits for the plug-in and answers as recorded. Either sends its messages when those that
-came before them in the capture have come. Applications that CreateApp makes are told from each other
-by what is said of them, not by their numbers.
-
-Each difference is a line: the line of the capture, the message, and 'member: recorded -> seen'. Ends
-with 0 when there is none, with 1 when there are some or the play was interrupted. Messages that the
-capture holds cut, or half, are named at the beginning.)");
-  Player::Rules& rules = options->rules;
-  command->add_option("CAPTURE", options->capture, "What 'rynctl monitor --save' has written")->required();
-  addSide(command, "--as", rules.side, "The side that is played");
-  CLI::Option* const speed =
-      addValue(command, "--speed", rules.speed, "X", "X times as fast as it was recorded")
-          ->check(CLI::Range(0.001, 1000.0));
-  command->add_flag("--fast", options->fast, "Without any pause")->excludes(speed);
-  addValue(command, "--ignore", rules.ignored, "KEY,…", "Members that are not compared")
-      ->delimiter(',')
-      ->allow_extra_args(false);
-  addValue(command, "--only", rules.only, "GLOB", "Send and compare only messages whose name matches");
-  addValue(command, "--timeout", rules.timeout, "S",
-           "Give up an answer, or what was to come next, after S seconds; 0 waits for ever")
-      ->capture_default_str()
-      ->check(CLI::Range(0.0, kLongest));
-  addValue(command, "--junit", options->junit, "FILE", "Write the outcome as JUnit XML too");
-  command->add_flag("--force", options->force, "Also when another process holds this side's place");
 }
 
 }  // namespace hbbtv_ryn::rynctl

@@ -5,7 +5,7 @@
 
 #include "tools/catalogue/catalogue_text.h"
 #include "tools/rynctl/capture/capture.h"
-#include "tools/rynctl/commands/command.h"
+#include "tools/rynctl/commands/commands.h"
 #include "tools/rynctl/text/output.h"
 
 namespace hbbtv_ryn::rynctl {
@@ -19,11 +19,6 @@ namespace {
 constexpr std::string_view kDataMark = "CAPTURE_DATA";
 
 namespace fs = std::filesystem;
-
-struct Options {
-  std::string capture;
-  std::string page;
-};
 
 Json::Value jsonOf(const Sight& sight) {
   Json::Value value(Json::arrayValue);
@@ -81,7 +76,9 @@ std::string embedded(const Json::Value& value) {
   return text;
 }
 
-ExitCode report(const Options& options) {
+}  // namespace
+
+ExitCode report(const ReportOptions& options) {
   const fs::path from(options.capture);
   const fs::path to =
       options.page.empty() ? fs::path(from).replace_extension(".html") : fs::path(options.page);
@@ -112,18 +109,6 @@ ExitCode report(const Options& options) {
   print("{}\n", printable(to.string()));
   remark("{}", counted(capture.exchanges.size(), "message"));
   return ExitCode::kDone;
-}
-
-}  // namespace
-
-void addReportCommand(CLI::App& app, Action& action) {
-  const auto [command, options] = addCommand(
-      app, action, &report, "report", "Make one page of a capture, to be looked at in any browser",
-      R"(Prints the name of the page, which needs no other file and no network. Lines of the capture that
-cannot be read are passed over, counted, and named in the page.)");
-  command->add_option("CAPTURE", options->capture, "What 'rynctl monitor --save' has written")->required();
-  addValue(command, "-o,--output", options->page, "PAGE.html",
-           "Where the page goes; beside the capture if not said");
 }
 
 }  // namespace hbbtv_ryn::rynctl

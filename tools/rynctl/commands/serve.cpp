@@ -5,7 +5,7 @@
 #include <set>
 
 #include "ipc/protocol/envelope.h"
-#include "tools/rynctl/commands/command.h"
+#include "tools/rynctl/commands/commands.h"
 #include "tools/rynctl/peer/applications.h"
 #include "tools/rynctl/peer/script.h"
 #include "tools/rynctl/peer/simulated_peer.h"
@@ -16,19 +16,7 @@
 
 namespace hbbtv_ryn::rynctl {
 
-namespace {
-
-struct Options {
-  Side side;
-  std::string script;
-  std::vector<std::string> names;
-  unsigned count = 0;
-  bool blocked = false;
-  bool supported = false;
-  bool force = false;
-};
-
-ExitCode serve(const Options& options) {
+ExitCode serve(const ServeOptions& options) {
   const bool scripted = !options.script.empty() || options.side == Side::kPlugin;
   Script script;
   if (!options.script.empty()) script = Script::load(options.script, options.side);
@@ -47,7 +35,7 @@ ExitCode serve(const Options& options) {
   return ExitCode::kDone;
 }
 
-ExitCode listen(const Options& options) {
+ExitCode listen(const ServeOptions& options) {
   std::set<Code> wanted;
   for (const std::string& name : options.names) {
     const Message& message = findByName(name);
@@ -79,46 +67,6 @@ ExitCode listen(const Options& options) {
   remark("listening as the plug-in; Ctrl-C ends it");
   interrupt.wait();
   return ExitCode::kDone;
-}
-
-}  // namespace
-
-void addServeCommands(CLI::App& app, Action& action) {
-  constexpr char kForceHelp[] = "Also when another process holds this end of the queues";
-  const auto [listen_command, listen_options] =
-      addCommand(app, action, &listen, "listen",
-                 "Be the plug-in: print what the browser tells, answer what it asks with no");
-  listen_command->add_option("NAME", listen_options->names, "Print these messages only");
-  addValue(listen_command, "-n,--count", listen_options->count, "N", "End after N lines");
-  listen_command->add_flag("--blocked", listen_options->blocked, "Answer that the parental rating blocks");
-  listen_command->add_flag("--supported", listen_options->supported,
-                           "Answer that the object type is supported");
-  listen_command->add_flag("--force", listen_options->force, kForceHelp);
-
-  const auto [serve_command, serve_options] = addCommand(
-      app, action, &serve, "serve", "Be the browser or the plug-in: answer, and print each message",
-      R"(Without a script the browser keeps a small set of applications and reports what becomes of them;
-the plug-in answers its queries with no.
-
-A script is a JSON object of two members, either of which may be left out:
-  messages  for the name of a message, what is done when it arrives: an object, or a list of objects of
-            which each arrival takes the next and the last one stays. A message without an entry is
-            answered as by a host without handlers
-  events    a list of events, counted from the start
-In the object of a message:
-  reply     members of the answer; those left out are answered as by a host without handlers
-  failure   true: the peer is told that there is no answer
-  silence   true: no answer, and nothing more is served, as by a handler that hangs
-  delay_ms  milliseconds until the answer; what comes behind waits too
-  then      a list of events, counted from the arrival
-In an event:
-  send, members    a message that this side sends; a query waits for its answer
-  after_ms         when; 0 if left out
-  every_ms, times  repeated; without times for ever
-/usr/share/rynctl/slow_browser.json is an example.)");
-  addSide(serve_command, "SIDE", serve_options->side, "The side that is served");
-  addValue(serve_command, "--script", serve_options->script, "FILE", "Answer and send as a JSON file says");
-  serve_command->add_flag("--force", serve_options->force, kForceHelp);
 }
 
 }  // namespace hbbtv_ryn::rynctl
