@@ -6,9 +6,10 @@
 
 namespace hbbtv_ryn {
 
-// Calls `call()`. False when an exception left it, of whatever type.
+// Calls `call()`. False when an exception left it, of whatever type. The runtime binds the reference with
+// which a cancellation is caught to nothing.
 template <typename Call>
-bool returnsNormally(Call&& call) {
+__attribute__((no_sanitize("null"))) bool returnsNormally(Call&& call) {
   try {
     call();
     return true;

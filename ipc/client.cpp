@@ -27,9 +27,8 @@ constexpr auto kRefusalTime = 1s;
 // doing, or a mistake that must not cost every request.
 constexpr auto kOverlapTime = 3s;
 
-char no_text[] = "";
 // A record that every server takes and none answers.
-constexpr IpcMessage kFence{0, no_text};
+constexpr IpcMessage kFence{0, nullptr};
 
 bool isTooLong(const IpcMessage& message) {
   return static_cast<uint32_t>(message.length) > static_cast<uint32_t>(IPC_MAX_MESSAGE);
@@ -114,15 +113,14 @@ bool IpcClient::openQueues() {
 }
 
 bool IpcClient::makeRecord() {
-  if (!record_) record_ = newRecordToSend(chunk_size_);
+  if (!record_) record_ = newRecord(chunk_size_);
   return record_ != nullptr;
 }
 
 int IpcClient::sendOneWay(const IpcMessage& message) {
   const std::lock_guard<std::mutex> guard(lock_);
   if (!openQueues()) return -3;
-  if (isTooLong(message)) return -1;
-  if (!isChunkSize(chunk_size_) || !makeRecord()) return -1;
+  if (isTooLong(message) || !isChunkSize(chunk_size_) || !makeRecord()) return -1;
   const Sent sent =
       sendMessage(request_queue_, channel_, chunk_size_, &message, IPC_KIND_ONEWAY, record_.get());
   // Its end may have found no room, or another server than its beginning.

@@ -93,11 +93,7 @@ bool isWhole(const IpcRecord& record, std::size_t received, int chunk_size) {
 }
 
 MallocPtr<IpcRecord> newRecord(int chunk_size) {
-  return MallocPtr<IpcRecord>(static_cast<IpcRecord*>(std::calloc(1, ipc_record_bytes(chunk_size))));
-}
-
-MallocPtr<IpcRecord> newRecordToSend(int chunk_size) {
-  auto record = newRecord(chunk_size);
+  MallocPtr<IpcRecord> record(static_cast<IpcRecord*>(std::calloc(1, ipc_record_bytes(chunk_size))));
   if (!record) {
     const int error = errno;
     std::fprintf(stderr, "malloc failed, errno:%d, strerr:%s\n", error, std::strerror(error));
@@ -216,7 +212,7 @@ using namespace hbbtv_ryn;  // NOLINT(google-build-using-namespace): the definit
 int ipc_snd_internal(int queue_id, long channel, int chunk_size, const IpcMessage* message, int kind) {
   if (!canBeCut(channel, chunk_size, message)) return -3;
   const CancellationOff off;  // half a message would be joined with the next one
-  const auto record = newRecordToSend(chunk_size);
+  const auto record = newRecord(chunk_size);
   if (!record) return -4;
   sendMessage(queue_id, channel, chunk_size, message, kind, record.get());
   return 0;

@@ -29,10 +29,8 @@ constexpr bool isChunkSize(int chunk_size) {
 // @param received  what msgrcv() said: bytes behind the type word.
 bool isWhole(const IpcRecord& record, std::size_t received, int chunk_size);
 
-// A zeroed record buffer; null when memory is out.
+// A zeroed record buffer; null when memory is out, after a line on standard error.
 MallocPtr<IpcRecord> newRecord(int chunk_size);
-// The same; when memory is out, after a line on standard error.
-MallocPtr<IpcRecord> newRecordToSend(int chunk_size);
 
 // A text that grows while records are joined to it. It is malloc() memory because a client hands it out.
 struct JoinedText {

@@ -10,19 +10,10 @@
 #include "base/signal_free_thread.h"
 
 namespace hbbtv_ryn {
-namespace {
-
-constexpr std::chrono::milliseconds kTick{500};
-
-}  // namespace
 
 ReplyWatch::Ptr ReplyWatch::start(PeerLife* life, long channel) {
   auto* const watch = new (std::nothrow) ReplyWatch(life, channel);
-  const auto entry = [](void* self) -> void* {
-    static_cast<ReplyWatch*>(self)->run();
-    return nullptr;
-  };
-  if (watch != nullptr && createSignalFreeThread(&watch->thread_, nullptr, entry, watch) == 0) {
+  if (watch != nullptr && createSignalFreeThread<&ReplyWatch::run>(&watch->thread_, watch) == 0) {
     return Ptr(watch);
   }
   delete watch;
@@ -67,6 +58,7 @@ bool ReplyWatch::takeTick() {
 }
 
 void ReplyWatch::run() {
+  constexpr std::chrono::milliseconds kTick{500};
   std::unique_lock<std::mutex> lock(mutex_);
   while (!stop_) {
     if (!waiting_) {

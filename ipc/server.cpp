@@ -99,11 +99,7 @@ struct IpcServer {
 };
 
 int IpcServer::start() {
-  const auto entry = [](void* self) -> void* {
-    static_cast<IpcServer*>(self)->receiveLoop();
-    return nullptr;
-  };
-  if (createSignalFreeThread(&thread_, nullptr, entry, this) != 0) return -5;
+  if (createSignalFreeThread<&IpcServer::receiveLoop>(&thread_, this) != 0) return -5;
   {
     std::unique_lock<std::mutex> guard(end_lock_);
     changed_.wait(guard, [this] { return began_ || !running_; });
@@ -134,9 +130,8 @@ bool IpcServer::begin() {
 bool IpcServer::stop() {
   if (forks_ != forkCount()) return true;  // the thread is the parent's, who goes on serving
   if (isOnItsThread()) return false;
-  char no_text[] = "";
-  const IpcMessage stop{0, no_text};
-  ipc_snd_internal(request_queue_, channel_, chunk_size_, &stop, IPC_KIND_STOP);
+  constexpr IpcMessage kStop{0, nullptr};
+  ipc_snd_internal(request_queue_, channel_, chunk_size_, &kStop, IPC_KIND_STOP);
   {
     std::unique_lock<std::mutex> guard(end_lock_);
     if (!changed_.wait_for(guard, kStopPatience, [this] { return !running_; })) pthread_cancel(thread_);

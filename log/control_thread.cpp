@@ -48,12 +48,8 @@ void* log_control_thread(void* /*unused*/) {
 }
 
 void startControlThread() {
-  pthread_attr_t attributes;
-  if (pthread_attr_init(&attributes) != 0) return;
-  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
   pthread_t thread{};
-  static_cast<void>(hbbtv_ryn::createSignalFreeThread(&thread, &attributes, &log_control_thread, nullptr));
-  pthread_attr_destroy(&attributes);
+  if (hbbtv_ryn::createSignalFreeThread(&thread, &log_control_thread, nullptr) == 0) pthread_detach(thread);
 }
 
 bool knownMode(int mode) {

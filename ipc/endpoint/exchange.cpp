@@ -8,8 +8,6 @@
 #include <utility>
 
 #include "base/malloc_ptr.h"
-#include "ipc/protocol/envelope.h"
-#include "ipc/protocol/queues.h"
 #include "trace/trace.h"
 
 namespace hbbtv_ryn {
@@ -136,9 +134,7 @@ IpcMessage* newReply(const Message& row, const Value* values) {
 }  // namespace
 
 int exchange(const Line& line, const Message& row, const Given* given, void* const* places) try {
-  const Json::Value message = compose(static_cast<int>(row.code), row.request, given);
-  if (line.observer != nullptr) line.observer(message);
-  std::string text = serialise(message);
+  std::string text = serialise(compose(static_cast<int>(row.code), row.request, given));
   const IpcMessage request{static_cast<int32_t>(text.size()), text.data()};
   IpcMessage reply{0, nullptr};
   const bool one_way = row.delivery == Delivery::kOneWay;

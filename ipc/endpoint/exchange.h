@@ -10,7 +10,7 @@
 #include <mutex>
 
 #include "hbbtv_ryn/ipc.h"
-#include "ipc/protocol/values.h"
+#include "ipc/protocol/envelope.h"
 #include "ipc/server.h"
 
 namespace hbbtv_ryn {
@@ -20,8 +20,6 @@ namespace hbbtv_ryn {
 struct Line {
   const std::atomic<IpcClient*>& client;
   std::mutex& mutex;
-  /// Is shown each message before it is sent. Throws nothing; may be null.
-  void (*observer)(const Json::Value& message) = nullptr;
 };
 
 /// Sends a message and, when it is synchronous, waits for the answer and stores what it holds: all of it is

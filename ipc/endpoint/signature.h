@@ -23,7 +23,7 @@
 #include <utility>
 
 #include "ipc/endpoint/exchange.h"
-#include "ipc/protocol/queues.h"
+#include "ipc/protocol/catalogue.h"
 
 namespace hbbtv_ryn {
 namespace signature_detail {

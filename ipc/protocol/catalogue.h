@@ -5,6 +5,8 @@
 #ifndef HBBTV_RYN_IPC_PROTOCOL_CATALOGUE_H
 #define HBBTV_RYN_IPC_PROTOCOL_CATALOGUE_H
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
@@ -22,7 +24,6 @@ inline constexpr char kActive[] = "active";
 inline constexpr char kAppid[] = "appid";
 inline constexpr char kAppidArray[] = "appidArray";
 inline constexpr char kAppNum[] = "appNum";
-inline constexpr char kBlocked[] = "blocked";
 inline constexpr char kBValue[] = "bValue";
 inline constexpr char kChild[] = "child";
 inline constexpr char kFocus[] = "focus";
@@ -36,9 +37,7 @@ inline constexpr char kPrimary[] = "primary";
 inline constexpr char kReason[] = "reason";
 inline constexpr char kRet[] = "ret";
 inline constexpr char kStatus[] = "status";
-inline constexpr char kSupported[] = "supported";
 inline constexpr char kTabid[] = "tabid";
-inline constexpr char kTopmost[] = "topmost";
 inline constexpr char kUrl[] = "url";
 inline constexpr char kValue[] = "value";
 inline constexpr char kVisible[] = "visible";
@@ -182,11 +181,11 @@ inline constexpr Message kMessages[] = {
     notification(239, "SendAppLoadError", {kAppid, kOrgid, undelivered("error")}),
     notification(240, "SendAppLoaded", {kAppid, kOrgid}),
     notification(241, "SendAppUnloaded", {kAppid, kOrgid}),
-    notification(242, "SendTopMost", {kAppid, kOrgid, {kTopmost, Type::kBoolean}}),
+    notification(242, "SendTopMost", {kAppid, kOrgid, {"topmost", Type::kBoolean}}),
     notification(243, "RequestDestroyApp", {kAppid, kOrgid}),
     notification(244, "SendKey", {kAppid, kOrgid, undelivered("key"), "keytype"}),
-    query(245, "IsParentalRatingBlocked", {kAppid, kOrgid}, {flag(kBlocked)}),
-    query(247, "IsObjectSupported", {text("mtype")}, {flag(kSupported)}),
+    query(245, "IsParentalRatingBlocked", {kAppid, kOrgid}, {flag("blocked")}),
+    query(247, "IsObjectSupported", {text("mtype")}, {flag("supported")}),
     question(256, "Get_VB_Resouce_Allowed", {kTabid}, {flag("allowed")}),
     command(258, "SetBRAppToBI", {kTabid}),
     question(265, "Get_APP_TYPE", {kTabid}, {"appType"}),
@@ -239,6 +238,24 @@ constexpr Code operator""_code(const char* name, std::size_t length) {
     if (message.name == std::string_view(name, length)) return message.code;
   }
   throw std::out_of_range("no row of the catalogue has this name");
+}
+
+/// The three queues that join the two processes. Each has one server, which receives, and one client. One
+/// that carries synchronous messages has its reply queue at the next key.
+inline constexpr key_t kRequestQueueKey = static_cast<key_t>(0x92101081U);       // plug-in to browser
+inline constexpr key_t kNotificationQueueKey = static_cast<key_t>(0x92101091U);  // browser to plug-in
+inline constexpr key_t kQueryQueueKey = static_cast<key_t>(0x92101093U);         // browser to plug-in
+
+constexpr key_t queueOf(const Message& message) {
+  if (message.direction == Direction::kToBrowser) return kRequestQueueKey;
+  return message.delivery == Delivery::kSync ? kQueryQueueKey : kNotificationQueueKey;
+}
+
+inline constexpr long kChannel = 1;
+
+/// Whether a handle needs a reply queue.
+constexpr int withReply(key_t queue) {
+  return queue == kNotificationQueueKey ? 0 : 1;
 }
 
 }  // namespace hbbtv_ryn

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "ipc/endpoint/exchange.h"
-#include "ipc/protocol/queues.h"
+#include "ipc/protocol/catalogue.h"
 #include "ipc/ryn_plugin/state.h"
 
 namespace hbbtv_ryn {

@@ -36,17 +36,17 @@ void writeLine(const std::string& line) {
   std::fflush(stdout);
 }
 
-void printSetValue(const Json::Value& request) {
+void printSetValue(const Given* given) {
   try {
     // In the form of the JSON library's streams, which is not that of the wire.
     const Json::StreamWriterBuilder styled;
+    const Message& row = messageOf("SetValue"_code);
+    const auto request = compose(static_cast<int>(row.code), row.request, given);
     writeLine("Zunt_RYN_Plugin_SetValue: " + Json::writeString(styled, request) + '\n');
   } catch (const std::exception&) {
     return;
   }
 }
-
-const Outlet<kRequestQueueKey> kPrinted{{g_plugin_client, g_plugin_mutex, &printSetValue}};
 
 }  // namespace
 
@@ -71,7 +71,7 @@ int Zunt_RYN_Plugin_GetChildApps(int appid, int orgid, int* appidArray, int* org
   const int result = kBrowser.send<"GetChildApps"_code>(With(appid, orgid), &count, &appids, &orgids);
   if (result != 0) return result;
   *appNum = count;
-  const int kept = std::min(count, kMaxChildApps);
+  const int kept = std::min(count, ZUNT_RYN_MAX_CHILD_APPS);
   readIdFields(appids, kept, appidArray);
   readIdFields(orgids, kept, orgidArray);
   return 0;
@@ -143,7 +143,9 @@ int Zunt_RYN_Plugin_GetSupportsPointer(int appid, int orgid, bool* pointer) {
 
 int Zunt_RYN_Plugin_SetValue(int appid, int orgid, int value, const int* otherKeys, int keynum) {
   if (otherKeys == nullptr) writeLine("otherKeys is null ptr\n");
-  return kPrinted.send<"SetValue"_code>(With(appid, orgid, value, KeyList{otherKeys, keynum}));
+  const With given(appid, orgid, value, KeyList{otherKeys, keynum});
+  printSetValue(given.values.data());
+  return kBrowser.send<"SetValue"_code>(given);
 }
 
 int Zunt_RYN_Plugin_GetKeyIcon(int appid, int orgid, int code, std::string& icon) {

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "ipc/protocol/envelope.h"
-#include "ipc/protocol/values.h"
 
 namespace hbbtv_ryn {
 namespace {

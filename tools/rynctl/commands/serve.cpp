@@ -53,10 +53,8 @@ ExitCode listen(const ServeOptions& options) {
   const SimulatedPeer peer(
       Side::kPlugin,
       [&](const Message& message, const Json::Value&, Response* response) {
-        const bool blocks = message.code == "IsParentalRatingBlocked"_code;
-        if (blocks) set(&response->members, key::kBlocked, options.blocked ? 1 : 0);
-        const bool supports = message.code == "IsObjectSupported"_code;
-        if (supports) set(&response->members, key::kSupported, options.supported ? 1 : 0);
+        const bool yes = message.code == "IsObjectSupported"_code ? options.supported : options.blocked;
+        for (const Member& member : message.reply) response->members[member.key] = yes ? 1 : 0;
       },
       [&](const Message* message, const std::string& line) {
         if (!wanted.empty() && (message == nullptr || wanted.count(message->code) == 0)) return;

@@ -4,7 +4,6 @@
 #include <cstdlib>
 
 #include "ipc/protocol/envelope.h"
-#include "ipc/protocol/values.h"
 #include "tools/rynctl/text/message_text.h"
 
 namespace hbbtv_ryn::rynctl {
@@ -25,20 +24,22 @@ void change(Code code, const Value& request, Value* state) {
   switch (code) {
     case "ShowApp"_code:
     case "HideApp"_code:
-      return set(state, key::kVisible, code == "ShowApp"_code ? 1 : 0);
+      (*state)[key::kVisible] = code == "ShowApp"_code ? 1 : 0;
+      return;
     case "ActivateInput"_code:
     case "DeactivateInput"_code:
-      set(state, key::kActive, code == "ActivateInput"_code ? 1 : 0);
-      return set(state, key::kPrimary,
-                 code == "ActivateInput"_code && integer(request, key::kFocus) != 0 ? 1 : 0);
+      (*state)[key::kActive] = code == "ActivateInput"_code ? 1 : 0;
+      (*state)[key::kPrimary] = code == "ActivateInput"_code && integer(request, key::kFocus) != 0 ? 1 : 0;
+      return;
     case "SetSupportsPointer"_code:
-      return set(state, key::kPointer, integer(request, key::kPointer) != 0 ? 1 : 0);
+      (*state)[key::kPointer] = integer(request, key::kPointer) != 0 ? 1 : 0;
+      return;
     case "SetValue"_code: {
       const int count = std::clamp(integer(request, key::kKeynum), 0, kMaxKeyCodes);
       int keys[kMaxKeyCodes] = {};
       readKeyCodes(request, count, keys);
-      set(state, key::kValue, integer(request, key::kValue));
-      set(state, key::kNum, count);
+      (*state)[key::kValue] = integer(request, key::kValue);
+      (*state)[key::kNum] = count;
       return setKeyCodes(state, keys, count);
     }
     default:
@@ -50,7 +51,7 @@ void change(Code code, const Value& request, Value* state) {
 void tell(const Message& question, const Value& state, Value* reply) {
   for (const Member& member : question.reply) {
     if (!state.isMember(member.key)) continue;
-    set(reply, member.key, state[member.key]);
+    (*reply)[member.key] = state[member.key];
     if (member.type != Type::kKeyCount) continue;
     for (int i = 0; i < integer(state, member.key); ++i) (*reply)[keyCodeName(i)] = state[keyCodeName(i)];
   }
@@ -65,8 +66,8 @@ Applications::Id Applications::idIn(const Value& message) {
 void Applications::respond(const Message& message, const Value& request, Response* response) {
   Value* const reply = &response->members;
   const auto name = [reply](Id id) {
-    set(reply, key::kAppid, id.first);
-    set(reply, key::kOrgid, id.second);
+    (*reply)[key::kAppid] = id.first;
+    (*reply)[key::kOrgid] = id.second;
   };
   switch (message.code) {
     case "GetOwnerApp"_code:
@@ -85,9 +86,9 @@ void Applications::respond(const Message& message, const Value& request, Respons
         orgids.push_back(orgid);
       }
       const auto count = static_cast<int>(appids.size());
-      set(reply, key::kAppNum, count);
-      set(reply, key::kAppidArray, idFields(appids.data(), count));
-      set(reply, key::kOrgidArray, idFields(orgids.data(), count));
+      (*reply)[key::kAppNum] = count;
+      (*reply)[key::kAppidArray] = idFields(appids.data(), count);
+      (*reply)[key::kOrgidArray] = idFields(orgids.data(), count);
       break;
     }
     case "CreateApp"_code: {
@@ -103,10 +104,10 @@ void Applications::respond(const Message& message, const Value& request, Respons
       }
       break;
     case "OpApp_GetStatus"_code:
-      set(reply, key::kStatus, operator_state_);
+      (*reply)[key::kStatus] = operator_state_;
       break;
     case "OpApp_SetStatus"_code:
-      operator_state_ = string(request, key::kStatus);
+      operator_state_ = request[key::kStatus].asString();
       break;
     case "OpApp_RequestTransient"_code:
     case "OpApp_RequestForeground"_code:
@@ -128,7 +129,7 @@ Applications::Id Applications::create(const Value& request) {
   constexpr char kParameter[] = "org=";
   constexpr int kDecimal = 10;
   const Id creator = idIn(request);
-  const std::string url = string(request, key::kUrl);
+  const std::string url = request[key::kUrl].asString();
   const auto at = url.find(kParameter);
   const auto organisation = at == std::string::npos
                                 ? creator.second

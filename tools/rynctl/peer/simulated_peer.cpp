@@ -5,7 +5,6 @@
 #include <thread>
 
 #include "ipc/protocol/envelope.h"
-#include "ipc/protocol/values.h"
 #include "ipc/server.h"
 #include "tools/rynctl/failure.h"
 #include "tools/rynctl/system/client.h"

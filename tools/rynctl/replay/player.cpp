@@ -84,9 +84,9 @@ Json::Value Ids::live(const Json::Value& recorded) const {
   const Json::Value& appid_fields = recorded[key::kAppidArray];
   const Json::Value& orgid_fields = recorded[key::kOrgidArray];
   if (recorded[key::kAppNum].isInt() && appid_fields.isString() && orgid_fields.isString()) {
-    const int count = std::clamp(recorded[key::kAppNum].asInt(), 0, kMaxChildApps);
-    int appids[kMaxChildApps] = {};
-    int orgids[kMaxChildApps] = {};
+    const int count = std::clamp(recorded[key::kAppNum].asInt(), 0, ZUNT_RYN_MAX_CHILD_APPS);
+    int appids[ZUNT_RYN_MAX_CHILD_APPS] = {};
+    int orgids[ZUNT_RYN_MAX_CHILD_APPS] = {};
     readIdFields(appid_fields.asString(), count, appids);
     readIdFields(orgid_fields.asString(), count, orgids);
     for (int i = 0; i < count; ++i) std::tie(appids[i], orgids[i]) = live(Id(appids[i], orgids[i]));

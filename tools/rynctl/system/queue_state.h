@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "ipc/protocol/queues.h"
+#include "ipc/protocol/catalogue.h"
 #include "ipc/record.h"
 #include "tools/rynctl/system/process.h"
 #include "tools/rynctl/text/message_text.h"

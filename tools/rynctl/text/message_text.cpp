@@ -173,7 +173,7 @@ void countKeyCodes(Json::Value* members, const Members& expected) {
     if (!isKeyCount(member) || members->isMember(member.key)) continue;
     int count = 0;
     while (members->isMember(keyCodeName(count))) ++count;
-    if (count > 0) set(members, member.key, count);
+    if (count > 0) (*members)[member.key] = count;
   }
 }
 
@@ -240,7 +240,7 @@ Json::Value buildMessage(const Message& message, const std::vector<std::string>&
       missing.push_back(compose("{}={}", member.key, typeName(member.type)));
   }
   if (!missing.empty()) failMalformed(where, "still needed: " + joined(missing, ", "));
-  set(&members, key::kCode, static_cast<Json::UInt>(code));
+  members[key::kCode] = static_cast<Json::UInt>(code);
   return members;
 }
 
