@@ -6,12 +6,15 @@
 
 #include <array>
 #include <atomic>
+#include <cstdlib>
+#include <list>
 #include <utility>
 
 #include "endpoints/any_function.h"
 #include "endpoints/messages.h"
 #include "hbbtv_ryn/browser.h"
 #include "support/output_capture.h"
+#include "tools/support/child_process.h"
 #include "tools/support/deadline.h"
 #include "tools/support/raw_peer.h"
 
@@ -184,6 +187,37 @@ TEST_F(PluginTest, WhatACallbackStartsWhileTheEndpointStopsIsNotStarted) {
   EXPECT_EQ(0, started);
   EXPECT_EQ(-3, Zunt_RYN_Plugin_ShowApp(1, 2));
   EXPECT_EQ(0, rawLife(kNotificationKey));
+}
+
+// What a host does when it is about to be gone.
+
+constexpr int kWrong = 3;
+
+void askOrFail() {
+  bool may_uninstall = false;
+  if (Zunt_RYN_Plugin_OpApp_Uninstall_Judge(&may_uninstall) != 0 || !may_uninstall) std::_Exit(kWrong);
+  // Blocks as jsoncpp takes them: an allocator that was written to behind its back notices here.
+  std::list<std::string>(100, std::string(512, 'x'));
+}
+
+bool g_armed = false;
+const struct AsksWhenDestroyed {
+  ~AsksWhenDestroyed() {
+    if (g_armed) askOrFail();
+  }
+} g_asks_when_destroyed;
+
+const ChildRole kAsksAtExit("asks at exit", [](Parent&) {
+  if (Zunt_RYN_Plugin_Initialize() != 0) return kWrong;
+  askOrFail();
+  g_armed = true;
+  return std::atexit(&askOrFail);
+});
+
+TEST(ExitTest, AHostMayAskFromItsExitHandlersAndStaticDestructors) {
+  ASSERT_EQ(0, Zunt_RYN_Browser_Initialize());
+  EXPECT_EQ(0, ChildProcess(kAsksAtExit).wait());
+  EXPECT_EQ(0, Zunt_RYN_Browser_Finalize());
 }
 
 }  // namespace

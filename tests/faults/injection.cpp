@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
-#include <ctime>
 #include <new>
 
 namespace hbbtv_ryn::test {
@@ -77,9 +76,6 @@ WRAP(kSend, EAGAIN, -1, int, msgsnd, (int queue, const void* message, std::size_
 WRAP(kSemaphore, ENOSPC, -1, int, semget, (key_t key, int count, int flags), (key, count, flags))
 WRAP(kSemaphore, ENOMEM, -1, int, semop, (int set, sembuf* operations, std::size_t count),
      (set, operations, count))
-WRAP(kSemaphore, EINTR, -1, int, semtimedop,
-     (int set, sembuf* operations, std::size_t count, const timespec* limit),
-     (set, operations, count, limit))
 WRAP(kThread, EAGAIN, EAGAIN, int, pthread_create,
      (pthread_t * thread, const pthread_attr_t* attributes, void* (*entry)(void*), void* argument),
      (thread, attributes, entry, argument))

@@ -12,7 +12,7 @@ enum class Fault {
   kQueueOpen,  ///< msgget()
   kSend,       ///< msgsnd(): as on a full queue
   kReceive,    ///< msgrcv() that waits: as interrupted by a signal
-  kSemaphore,  ///< semget(), semop(), semctl(), semtimedop()
+  kSemaphore,  ///< semget(), semop(), semctl()
   kThread,     ///< pthread_create()
 };
 

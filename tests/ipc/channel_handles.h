@@ -2,6 +2,9 @@
 #ifndef HBBTV_RYN_TESTS_IPC_CHANNEL_HANDLES_H
 #define HBBTV_RYN_TESTS_IPC_CHANNEL_HANDLES_H
 
+#include <gtest/gtest.h>
+
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -10,6 +13,7 @@
 #include <string>
 
 #include "hbbtv_ryn/ipc.h"
+#include "tools/support/child_process.h"
 #include "tools/support/raw_peer.h"
 
 namespace hbbtv_ryn::test {
@@ -115,6 +119,28 @@ class Server {
 
  private:
   IpcServer* handle_ = nullptr;
+};
+
+// A server of ours as a second process, and how long its death may stay unnoticed.
+
+// Longer than a dead server may stay unnoticed.
+inline constexpr std::chrono::milliseconds kLongerThanTheWatchNeeds{1500};
+
+// Serves echoes, and a text that begins with "slow" only when the test says so.
+extern const ChildRole kServerRole;
+
+// Makes one request per text that it is told, and tells the answer.
+extern const ChildRole kAsker;
+
+inline IpcMessage* echo(const IpcMessage* request, void* /*user_data*/) {
+  return newReply(textOf(request));
+}
+
+class ServerProcess : public ChildProcess {
+ public:
+  ServerProcess() : ChildProcess(kServerRole) { EXPECT_EQ("up", hear()); }
+  void waitUntilTaken() { EXPECT_EQ("taken", hear()); }
+  void release() { say("go on"); }
 };
 
 }  // namespace hbbtv_ryn::test

@@ -7,7 +7,6 @@
 #include <thread>
 
 #include "ipc/channel_handles.h"
-#include "ipc/server_process.h"
 #include "support/output_capture.h"
 #include "tools/support/child_process.h"
 #include "tools/support/deadline.h"

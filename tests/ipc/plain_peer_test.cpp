@@ -8,7 +8,6 @@
 #include <optional>
 
 #include "ipc/channel_handles.h"
-#include "ipc/server_process.h"
 #include "support/output_capture.h"
 #include "tools/support/deadline.h"
 #include "tools/support/isolation.h"

@@ -1,5 +1,6 @@
 // The record primitives against a peer that has its own idea of the record.
 #include <gtest/gtest.h>
+#include <sys/msg.h>
 
 #include <climits>
 #include <cstring>
@@ -7,6 +8,7 @@
 #include "ipc/channel_handles.h"
 #include "support/output_capture.h"
 #include "tools/support/deadline.h"
+#include "tools/support/isolation.h"
 #include "tools/support/raw_peer.h"
 
 namespace hbbtv_ryn::test {
@@ -148,6 +150,25 @@ TEST_F(PrimitivesTest, ARemovedQueueEndsTheWaitAndIsSentToInSilence) {
   OutputCapture output(stdout);
   EXPECT_EQ(0, send("nowhere"));
   EXPECT_EQ("", output.text());
+}
+
+// The harness itself: what it checks can fail.
+
+TEST(IsolationTest, EachTestFindsNoQueueOfAnother) {
+  if (!isIsolated()) GTEST_SKIP() << "has no namespaces of its own";
+  RawQueue(kKey).sendMessage(IPC_KIND_ONEWAY, "left behind");
+  isolateTest();
+  EXPECT_EQ(-1, msgget(kKey, 0));
+}
+
+TEST(RawQueueTest, RefusesRecordsThatNoSenderWrites) {
+  RawQueue queue(kKey);
+  queue.send(rawRecord(IPC_KIND_ONEWAY, ""), 100);
+  EXPECT_THROW(queue.take(), std::runtime_error);
+  IpcRecord liar = rawRecord(IPC_KIND_REPLY, "12345");
+  liar.chunk_length = 4;
+  queue.send(liar);
+  EXPECT_THROW(queue.takeMessage(), std::runtime_error);
 }
 
 }  // namespace

@@ -222,7 +222,6 @@ TEST_F(CaptureTest, TheBrowserAnswersAsRecordedAndSpeaksInItsPlace) {
                "5 messages compared, 2 differences\n");
 }
 
-#ifdef DEMO_BROWSER
 TEST(RynctlReplayTest, TheEveningThatIsShippedPlaysAgainWithoutADifference) {
   if (kEmulated) GTEST_SKIP() << "the demo is started by a shell";
   const ToolResult result =
@@ -233,7 +232,6 @@ TEST(RynctlReplayTest, TheEveningThatIsShippedPlaysAgainWithoutADifference) {
   EXPECT_EQ(0, result.exit_code) << result.err << result.out;
   EXPECT_EQ("70 messages compared, 0 differences\n", result.err);
 }
-#endif
 
 }  // namespace
 }  // namespace hbbtv_ryn::test

@@ -1,10 +1,8 @@
 #include "tool.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <json/reader.h>
 #include <spawn.h>
-#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -35,9 +33,7 @@ const ChildRole kHost("host", [](Parent& parent) {
 
 }  // namespace
 
-Tool::Tool(const Words& arguments, const std::string& before)
-    : out_(memfd_create("standard output", MFD_CLOEXEC)),
-      err_(memfd_create("standard error", MFD_CLOEXEC)) {
+Tool::Tool(const Words& arguments, const std::string& before) {
   Words words = {"/bin/sh", "-c", before + "exec $HBBTV_RYN_EMULATOR \"$@\"", "sh", RYNCTL};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<char*> pointers;
@@ -46,26 +42,17 @@ Tool::Tool(const Words& arguments, const std::string& before)
 
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, out_, STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, err_, STDERR_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, out_.descriptor(), STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, err_.descriptor(), STDERR_FILENO);
   const int error = posix_spawn(&pid_, pointers[0], &actions, nullptr, pointers.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   if (error != 0) throw std::system_error(error, std::generic_category(), "cannot start rynctl");
 }
 
 Tool::~Tool() {
-  if (pid_ > 0) {
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
-  }
-  close(out_);
-  close(err_);
-}
-
-std::string Tool::contentOf(int file) {
-  std::string text(static_cast<std::size_t>(lseek(file, 0, SEEK_END)), '\0');
-  text.resize(static_cast<std::size_t>(pread(file, text.data(), text.size(), 0)));
-  return text;
+  if (pid_ <= 0) return;
+  kill(pid_, SIGKILL);
+  waitpid(pid_, nullptr, 0);
 }
 
 ToolResult Tool::result() {

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "support/output_capture.h"
 #include "tools/support/child_process.h"
 #include "tools/support/raw_peer.h"
 
@@ -33,18 +34,16 @@ class Tool {
   Tool& operator=(const Tool&) = delete;
 
   /// What it has written so far.
-  std::string out() const { return contentOf(out_); }
-  std::string err() const { return contentOf(err_); }
+  std::string out() const { return out_.text(); }
+  std::string err() const { return err_.text(); }
   void signal(int number) const { kill(pid_, number); }
   /// Waits for the end.
   ToolResult result();
 
  private:
-  static std::string contentOf(int file);
-
   pid_t pid_ = -1;
-  int out_;
-  int err_;
+  MemoryFile out_;
+  MemoryFile err_;
 };
 
 /// Runs the tool to its end.

@@ -1,5 +1,5 @@
 /// @file
-/// What the process writes to standard output or standard error while the object lives.
+/// What is written, by the process itself or by another one.
 #ifndef HBBTV_RYN_TESTS_SUPPORT_OUTPUT_CAPTURE_H
 #define HBBTV_RYN_TESTS_SUPPORT_OUTPUT_CAPTURE_H
 
@@ -8,6 +8,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <string>
@@ -15,23 +16,42 @@
 
 namespace hbbtv_ryn::test {
 
+/// Something to write to, and to be read while that goes on.
+class MemoryFile {
+ public:
+  MemoryFile() : descriptor_(memfd_create("output", MFD_CLOEXEC)) {
+    if (descriptor_ < 0) throw std::system_error(errno, std::generic_category(), "cannot capture output");
+  }
+  ~MemoryFile() { close(descriptor_); }
+  MemoryFile(const MemoryFile&) = delete;
+  MemoryFile& operator=(const MemoryFile&) = delete;
+  int descriptor() const { return descriptor_; }
+  /// Everything written so far.
+  std::string text() const {
+    std::string text(static_cast<std::size_t>(lseek(descriptor_, 0, SEEK_END)), '\0');
+    text.resize(
+        static_cast<std::size_t>(std::max<ssize_t>(0, pread(descriptor_, text.data(), text.size(), 0))));
+    return text;
+  }
+
+ private:
+  int descriptor_;
+};
+
+/// What the process writes to standard output or standard error while the object lives.
 class OutputCapture {
  public:
   /// @param stream  stdout or stderr.
   explicit OutputCapture(std::FILE* stream) : stream_(stream) {
     std::fflush(stream_);
     original_ = fcntl(fileno(stream_), F_DUPFD_CLOEXEC, 0);
-    captured_ = memfd_create("captured output", MFD_CLOEXEC);
-    if (original_ < 0 || captured_ < 0 || dup2(captured_, fileno(stream_)) < 0) {
-      throw std::system_error(errno, std::generic_category(), "cannot capture output");
-    }
+    dup2(captured_.descriptor(), fileno(stream_));
   }
   /// Restores the stream. What a test that has failed wrote appears on it, the failure included.
   ~OutputCapture() {
     const std::string captured = text();
     dup2(original_, fileno(stream_));
     close(original_);
-    close(captured_);
     if (testing::Test::HasFailure()) std::fputs(captured.c_str(), stream_);
   }
   OutputCapture(const OutputCapture&) = delete;
@@ -40,16 +60,13 @@ class OutputCapture {
   /// Everything written so far.
   std::string text() const {
     std::fflush(stream_);
-    std::string text(static_cast<std::size_t>(lseek(captured_, 0, SEEK_END)), '\0');
-    const ssize_t length = pread(captured_, text.data(), text.size(), 0);
-    text.resize(length < 0 ? 0 : static_cast<std::size_t>(length));
-    return text;
+    return captured_.text();
   }
 
  private:
   std::FILE* stream_;
   int original_;
-  int captured_;
+  MemoryFile captured_;
 };
 
 /// How often `part` stands in `text`.
