@@ -46,19 +46,19 @@ beside_a_host='"${@:2}" "$1/examples/browser" & trap "kill $!" EXIT
 expect 2 "serves the queue 0x92101081" "$own_namespace" bash -c "$beside_a_host" - "$folder" "${emulator[@]}"
 expect 0 "Everything held" "$own_namespace" "${torture[@]}" --real-queues --seconds 1
 
-# strike SIGNAL WHOM: runs it and sends the signal to its children, or to itself, until it has ended. Each process
-# has something on its standard error; that of the hosts alone is to be seen.
+# strike SIGNAL WHOM: runs it and sends the signal to its hosts, or to itself, until it has ended. Each process has
+# something on its standard error; that of the hosts alone is to be seen.
 strike() {
   local pids
   LD_DEBUG=statistics "${torture[@]}" --seconds 100 --seed 7 2>/dev/null &
   while kill -0 $! 2>/dev/null; do
     sleep 0.2
     pids=$!
-    [ "$2" = itself ] || pids=$(pgrep -P $!) || continue
+    [ "$2" = itself ] || pids=$(pgrep -P $! -f 'role=[a-z-]* host') || continue
     # shellcheck disable=SC2086  # several
     kill "-$1" $pids 2>/dev/null || true
   done
   wait $!
 }
-expect 1 "host ended by itself, with signal 6; *runtime linker statistics*NOT everything held" strike ABRT children
+expect 1 "host ended by itself, with signal 6; *runtime linker statistics*NOT everything held" strike ABRT hosts
 expect 1 "interrupted*NOT everything held" strike TERM itself
