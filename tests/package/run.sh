@@ -1,6 +1,7 @@
 #!/bin/bash
 # Installs the packages into a fresh Debian root, as an integrator would, builds the example hosts against
-# them with CMake and with pkg-config, and runs each pair. The fresh root is kept as build/fresh-root-*.tar.
+# them with CMake and with pkg-config, and runs each pair. The fresh root is kept for every clone of the project, in
+# $XDG_CACHE_HOME/hbbtv_ryn-package (root's ~/.cache without that variable), for a week.
 # Usage: tests/package/run.sh FOLDER   (the one that holds the packages)
 # shellcheck disable=SC2016  # what stands in single quotes is for apt-get and for the shell in the root
 set -euo pipefail
@@ -19,7 +20,8 @@ architecture=$(dpkg --print-architecture)
 # The packages depend on what this machine's release has, so the fresh root is of the same release.
 # shellcheck disable=SC1091
 release=$(. /etc/os-release && echo "$VERSION_CODENAME")
-archive=$build/fresh-root-$release-$architecture.tar
+kept=${XDG_CACHE_HOME:-$HOME/.cache}/hbbtv_ryn-package
+archive=$kept/fresh-root-$release-$architecture.tar
 
 root=$(mktemp -d "$build/fresh-root.XXXXXX")
 chmod 755 "$root"
@@ -52,7 +54,8 @@ make_archive() {
   mv "$archive.part" "$archive"
 }
 
-if [ -e "$archive" ]; then
+mkdir -p "$kept"
+if [ -n "$(find "$archive" -mtime -7 2>/dev/null)" ]; then
   tar -C "$root" -xf "$archive"
 else
   make_archive
