@@ -15,12 +15,16 @@ enum Code : unsigned { kGetVisible = 216, kAppLoaded = 240, kSetStatus = 280 };
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 std::string write(Text text, const Json::Value& value) {
-  return text == Text::kNaive ? value.toStyledString() : Json::StyledWriter().write(value);
+  thread_local Json::StyledWriter kept;
+  return text == Text::kNaive ? value.toStyledString() : kept.write(value);
 }
 
-Json::Value read(const std::string& text) {
+Json::Value read(Text text, const std::string& message) {
+  thread_local Json::Reader kept;
   Json::Value value;
-  if (!Json::Reader().parse(text, value)) throw std::runtime_error("a message is not JSON");
+  const bool is_json =
+      text == Text::kNaive ? Json::Reader().parse(message, value) : kept.parse(message, value);
+  if (!is_json) throw std::runtime_error("a message is not JSON");
   return value;
 }
 #pragma GCC diagnostic pop
@@ -55,7 +59,7 @@ std::string visibleRequest(Text text) {
 }
 
 void readVisibleReply(Text text, const std::string& reply) {
-  const bool visible = text == Text::kPlain ? !reply.empty() : read(reply)["visible"].asInt() != 0;
+  const bool visible = text == Text::kPlain ? !reply.empty() : read(text, reply)["visible"].asInt() != 0;
   if (!visible) throw std::runtime_error("the answer to a request is wrong");
 }
 
@@ -75,7 +79,7 @@ std::string statusRequest(Text text, int bytes) {
 }
 
 void readStatusReply(Text text, const std::string& reply) {
-  const int result = text == Text::kPlain ? (reply.empty() ? -1 : 0) : read(reply)["ret"].asInt();
+  const int result = text == Text::kPlain ? (reply.empty() ? -1 : 0) : read(text, reply)["ret"].asInt();
   if (result != 0) throw std::runtime_error("the answer to a request is wrong");
 }
 
@@ -85,7 +89,7 @@ bool answer(Text text, bool is_request, const std::string& message, std::string&
     if (is_request) reply = ready_made;
     return is_request;
   }
-  const Json::Value request = read(message);
+  const Json::Value request = read(text, message);
   switch (request["t"].asInt()) {
     case kGetVisible:
       if (request["appid"].asInt() != kAppId || request["orgid"].asInt() != kOrgId) break;

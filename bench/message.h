@@ -10,7 +10,8 @@ namespace bench {
 /// How a row makes a text of a message.
 enum class Text {
   kPlain,  ///< ready-made texts, nothing is written or read: what the transport alone costs
-  kFloor,  ///< Json::StyledWriter and Json::Reader: the least that jsoncpp costs for the same text
+  kFloor,  ///< a Json::StyledWriter and a Json::Reader, kept: the least that jsoncpp costs for the same
+           ///< text
   kNaive,  ///< Value::toStyledString() and Json::Reader: what one writes first
 };
 
