@@ -8,8 +8,6 @@
 namespace hbbtv_ryn {
 namespace {
 
-constexpr unsigned short kLife = PeerLife::kLife;
-constexpr unsigned short kDeaths = PeerLife::kDeaths;
 constexpr int kSemaphoreCount = 2;
 constexpr int kMode = 0666;  // as the queues: the two processes may run as different users
 

@@ -21,6 +21,9 @@ namespace hbbtv_ryn {
 /// The only channel whose servers are told of; the other ones of a key are plain.
 inline constexpr long kProtectedChannel = 1;
 
+inline constexpr unsigned short kLife = 0;  // the semaphores in their set
+inline constexpr unsigned short kDeaths = 1;
+
 /// A server's unit. Where it cannot be had, the server serves as a plain one.
 class ServerLife {
  public:
@@ -47,9 +50,6 @@ class PeerLife {
   /// Each is one system call once the set has been found. Nothing when there is no set that can be read.
   std::optional<int> deaths() { return value(kDeaths); }
   std::optional<int> life() { return value(kLife); }
-
-  static constexpr unsigned short kLife = 0;
-  static constexpr unsigned short kDeaths = 1;
 
  private:
   std::optional<int> value(int semaphore);

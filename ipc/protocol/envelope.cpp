@@ -10,6 +10,8 @@
 #include <memory>
 #include <utility>
 
+#include "hbbtv_ryn/ipc.h"
+
 // Json::Reader and Json::StyledWriter are marked deprecated. Their successors write another indentation
 // than the wire form, and build a whole writer or reader for each text, at five times the cost.
 #pragma GCC diagnostic push
@@ -28,6 +30,7 @@ class Kept {
   }
   ~Kept() { tool_.reset(kept.exchange(tool_.release())); }
   Tool* operator->() const { return tool_.get(); }
+  void forget() { tool_.reset(); }
 
  private:
   static inline std::atomic<Tool*> kept{nullptr};
@@ -48,7 +51,10 @@ Given givenOf(const Member& member, const Value& value) {
 }  // namespace
 
 std::string serialise(const Json::Value& message) {
-  return Kept<Json::StyledWriter>()->write(message);
+  Kept<Json::StyledWriter> writer;
+  std::string text = writer->write(message);
+  if (text.size() > IPC_MAX_MESSAGE) writer.forget();  // with the room for it: nobody sends so much
+  return text;
 }
 
 bool parse(const char* text, Json::Value* message) {

@@ -38,13 +38,13 @@ Servers serversOf(key_t request_key) {
   Servers servers;
   const int semaphores = semget(request_key, 0, 0);
   if (semaphores == -1) return servers;
-  servers.count = semctl(semaphores, PeerLife::kLife, GETVAL);
+  servers.count = semctl(semaphores, kLife, GETVAL);
   if (servers.count == -1 && errno == EACCES) {
     throw Failure(ExitCode::kNoPeer, "the semaphores on key {} may not be read; try as root",
                   keyText(request_key));
   }
   // Starting the server was the last operation on the semaphore.
-  const int latest = semctl(semaphores, PeerLife::kLife, GETPID);
+  const int latest = semctl(semaphores, kLife, GETPID);
   if (servers.alive()) servers.latest = processAt(latest, std::time(nullptr));
   return servers;
 }
