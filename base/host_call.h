@@ -9,7 +9,7 @@ namespace hbbtv_ryn {
 // Calls `call()`. False when an exception left it, of whatever type. The runtime binds the reference with
 // which a cancellation is caught to nothing.
 template <typename Call>
-__attribute__((no_sanitize("null"))) bool returnsNormally(Call&& call) {
+__attribute__((no_sanitize("undefined"))) bool returnsNormally(Call&& call) {
   try {
     call();
     return true;
