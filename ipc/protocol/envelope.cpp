@@ -28,9 +28,8 @@ class Kept {
   Kept() : tool_(kept.exchange(nullptr)) {
     if (!tool_) tool_ = std::make_unique<Tool>();
   }
-  ~Kept() { tool_.reset(kept.exchange(tool_.release())); }
+  void keep() { tool_.reset(kept.exchange(tool_.release())); }
   Tool* operator->() const { return tool_.get(); }
-  void forget() { tool_.reset(); }
 
  private:
   static inline std::atomic<Tool*> kept{nullptr};
@@ -53,15 +52,16 @@ Given givenOf(const Member& member, const Value& value) {
 std::string serialise(const Json::Value& message) {
   Kept<Json::StyledWriter> writer;
   std::string text = writer->write(message);
-  if (text.size() > IPC_MAX_MESSAGE) writer.forget();  // with the room for it: nobody sends so much
+  if (text.size() <= IPC_MAX_MESSAGE) writer.keep();  // with the room for it
   return text;
 }
 
 bool parse(const char* text, Json::Value* message) {
   try {
-    return Kept<Json::Reader>()->parse(text, text + std::strlen(text), *message,
-                                       /*collectComments=*/false) &&
-           message->isObject();
+    Kept<Json::Reader> reader;
+    const bool is_json = reader->parse(text, text + std::strlen(text), *message, /*collectComments=*/false);
+    reader.keep();
+    return is_json && message->isObject();
   } catch (const Json::Exception&) {
     return false;  // nested beyond the reader's stack limit
   }

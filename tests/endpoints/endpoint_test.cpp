@@ -1,5 +1,6 @@
 // What both endpoints do alike, along the tables of their messages; a raw process plays the other one.
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <atomic>
 #include <filesystem>
@@ -80,14 +81,19 @@ TEST_P(EndpointTest, AnUnusableAnswerStoresNothingAndTheNextOneIsTaken) {
   }
 }
 
-TEST_P(EndpointTest, ATextThatIsTooLongIsRefusedAndTheNextOneLeaves) {
+TEST_P(EndpointTest, ATextThatIsTooLongIsRefusedAndLeavesNoMemoryAndTheNextOneLeaves) {
+  const auto used = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
   for (const auto& message : endpoint.sends) {
     if (message.text.find("\\u00e9") == std::string::npos) continue;
     const RawPeer peer(message.queue);
-    g_text.assign(16384, 'x');
-    EXPECT_EQ("-1:", message.send()) << message.text;
+    const auto before = used();
+    for (const std::size_t length : {16384U, 1U << 23}) {
+      g_text.assign(length, 'x');
+      EXPECT_EQ("-1:", message.send()) << message.text;
+    }
     EXPECT_EQ(0U, peer.requests.depth());
-    g_text = kText;
+    std::string(kText).swap(g_text);
+    EXPECT_LT(used(), before + (1U << 20));
     EXPECT_EQ(message.outcome, exchange(message));
   }
 }

@@ -121,8 +121,6 @@ class Server {
   IpcServer* handle_ = nullptr;
 };
 
-// A server of ours as a second process, and how long its death may stay unnoticed.
-
 // Longer than a dead server may stay unnoticed.
 inline constexpr std::chrono::milliseconds kLongerThanTheWatchNeeds{1500};
 

@@ -20,12 +20,14 @@ architecture=$(dpkg --print-architecture)
 # The packages depend on what this machine's release has, so the fresh root is of the same release.
 # shellcheck disable=SC1091
 release=$(. /etc/os-release && echo "$VERSION_CODENAME")
-kept=${XDG_CACHE_HOME:-$HOME/.cache}/hbbtv_ryn-package
-archive=$kept/fresh-root-$release-$architecture.tar
+kept=${XDG_CACHE_HOME:-${HOME:-/root}/.cache}/hbbtv_ryn-package
+mkdir -p "$kept"
+archive=$kept/fresh-root-$release-$architecture-$(cksum <"$0" | cut -d ' ' -f 1).tar
 
 root=$(mktemp -d "$build/fresh-root.XXXXXX")
+part=$(mktemp "$archive.XXXXXX")
 chmod 755 "$root"
-trap 'rm -rf --one-file-system "$root"' EXIT
+trap 'rm -rf --one-file-system "$root" "$part"' EXIT
 
 eval "$(apt-config shell proxy Acquire::http::Proxy)"
 
@@ -45,16 +47,15 @@ make_archive() {
   local mirror
   mirror=$(apt-get indextargets --format '$(RELEASE) $(REPO_URI)' 'Created-By: Packages' 'Component: main' |
     awk -v release="$release" '$1 == release { print $2; exit }')
-  echo "Making a fresh $release root (once)"
+  echo "Making a fresh $release root"
   env ${proxy:+http_proxy="$proxy"} debootstrap --variant=minbase --include=ca-certificates "$release" "$root" "$mirror" >"$build/debootstrap.log" ||
     { tail -20 "$build/debootstrap.log" "$root/debootstrap/debootstrap.log" >&2; return 1; }
   in_root apt-get -qq install -y --no-install-recommends g++ cmake make pkg-config >>"$build/debootstrap.log"
   in_root apt-get clean
-  tar -C "$root" -cf "$archive.part" .
-  mv "$archive.part" "$archive"
+  tar -C "$root" -cf "$part" .
+  mv "$part" "$archive"
 }
 
-mkdir -p "$kept"
 if [ -n "$(find "$archive" -mtime -7 2>/dev/null)" ]; then
   tar -C "$root" -xf "$archive"
 else

@@ -53,7 +53,8 @@ ExitCode listen(const ServeOptions& options) {
   const SimulatedPeer peer(
       Side::kPlugin,
       [&](const Message& message, const Json::Value&, Response* response) {
-        const bool yes = message.code == "IsObjectSupported"_code ? options.supported : options.blocked;
+        const bool yes = (message.code == "IsObjectSupported"_code && options.supported) ||
+                         (message.code == "IsParentalRatingBlocked"_code && options.blocked);
         for (const Member& member : message.reply) response->members[member.key] = yes ? 1 : 0;
       },
       [&](const Message* message, const std::string& line) {
