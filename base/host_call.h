@@ -6,8 +6,8 @@
 
 namespace hbbtv_ryn {
 
-// Calls `call()`. False when an exception left it, of whatever type. The runtime binds the reference with
-// which a cancellation is caught to nothing.
+// Calls `call()`. False when an exception left it, of whatever type. Not sanitized: the runtime binds
+// the reference with which a cancellation is caught to nothing.
 template <typename Call>
 __attribute__((no_sanitize("undefined"))) bool returnsNormally(Call&& call) {
   try {

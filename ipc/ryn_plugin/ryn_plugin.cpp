@@ -69,7 +69,7 @@ int Zunt_RYN_Plugin_Initialize() {
   std::unique_lock<std::mutex> guard(g_plugin_mutex);
   if (g_plugin_initialized != 0) return 0;
   const int result = createAll();
-  if (result == 0) g_plugin_initialized = 1;
+  g_plugin_initialized = result == 0 ? 1 : 0;
   if (result != 0) destroyAll(&guard);
   return result;
 }
