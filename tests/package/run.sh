@@ -56,7 +56,8 @@ make_archive() {
   mv "$part" "$archive"
 }
 
-if [ -n "$(find "$archive" -mtime -7 2>/dev/null)" ]; then
+find "$kept" -type f -mtime +6 -delete
+if [ -e "$archive" ]; then
   tar -C "$root" -xf "$archive"
 else
   make_archive
