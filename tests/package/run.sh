@@ -1,7 +1,6 @@
 #!/bin/bash
 # Installs the packages into a fresh Debian root, as an integrator would, builds the example hosts against
-# them with CMake and with pkg-config, and runs each pair. The fresh root is kept for every clone of the project, in
-# $XDG_CACHE_HOME/hbbtv_ryn-package (root's ~/.cache without that variable), for a week.
+# them with CMake and with pkg-config, and runs each pair.
 # Usage: tests/package/run.sh FOLDER   (the one that holds the packages)
 # shellcheck disable=SC2016  # what stands in single quotes is for apt-get and for the shell in the root
 set -euo pipefail
@@ -17,17 +16,11 @@ packages=$(realpath "$1")
 here=$(realpath "$(dirname "$0")")
 build=$(realpath "$here/../..")/build
 architecture=$(dpkg --print-architecture)
-# The packages depend on what this machine's release has, so the fresh root is of the same release.
-# shellcheck disable=SC1091
-release=$(. /etc/os-release && echo "$VERSION_CODENAME")
-kept=${XDG_CACHE_HOME:-${HOME:-/root}/.cache}/hbbtv_ryn-package
-mkdir -p "$kept"
-archive=$kept/fresh-root-$release-$architecture-$(cksum <"$0" | cut -d ' ' -f 1).tar
+archive=$("$here/fresh_root.sh")
 
 root=$(mktemp -d "$build/fresh-root.XXXXXX")
-part=$(mktemp "$archive.XXXXXX")
 chmod 755 "$root"
-trap 'rm -rf --one-file-system "$root" "$part"' EXIT
+trap 'rm -rf --one-file-system "$root"' EXIT
 
 eval "$(apt-config shell proxy Acquire::http::Proxy)"
 
@@ -43,25 +36,7 @@ in_isolated_root() {
     unshare --ipc --net --pid --fork --mount-proc="$root/proc" chroot "$root" "$@"
 }
 
-make_archive() {
-  local mirror
-  mirror=$(apt-get indextargets --format '$(RELEASE) $(REPO_URI)' 'Created-By: Packages' 'Component: main' |
-    awk -v release="$release" '$1 == release { print $2; exit }')
-  echo "Making a fresh $release root"
-  env ${proxy:+http_proxy="$proxy"} debootstrap --variant=minbase --include=ca-certificates "$release" "$root" "$mirror" >"$build/debootstrap.log" ||
-    { tail -20 "$build/debootstrap.log" "$root/debootstrap/debootstrap.log" >&2; return 1; }
-  in_root apt-get -qq install -y --no-install-recommends g++ cmake make pkg-config >>"$build/debootstrap.log"
-  in_root apt-get clean
-  tar -C "$root" -cf "$part" .
-  mv "$part" "$archive"
-}
-
-find "$kept" -type f -mtime +6 -delete
-if [ -e "$archive" ]; then
-  tar -C "$root" -xf "$archive"
-else
-  make_archive
-fi
+tar -C "$root" -xf "$archive"
 cp /etc/resolv.conf "$root/etc/resolv.conf"
 
 echo "Installing the packages"
