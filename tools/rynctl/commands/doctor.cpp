@@ -14,6 +14,7 @@
 #include "tools/rynctl/system/process.h"
 #include "tools/rynctl/system/queue_state.h"
 #include "tools/rynctl/text/output.h"
+#include "tools/rynctl/text/table.h"
 #include "trace/datagram.h"
 
 namespace hbbtv_ryn::rynctl {
@@ -45,12 +46,10 @@ class Findings {
  private:
   void add(const char* verdict, Style style, const std::string& text, const std::string& fix) const {
     if (json_) {
-      Json::Value value(Json::objectValue);
-      value["section"] = section_;
-      value["verdict"] = verdict;
-      value["text"] = text;
-      if (!fix.empty()) value["fix"] = fix;
-      return print("{}\n", oneLine(value));
+      return print(
+          "{}\n",
+          oneLine(jsonObject(
+              {{"section", section_}, {"verdict", verdict}, {"text", text}, {"fix", fix, !fix.empty()}})));
     }
     print("  {}{}\n", styled(style, compose("{:7}", verdict)), text);
     if (!fix.empty()) print("         -> {}\n", fix);
@@ -120,19 +119,19 @@ void checkServer(const QueueState& state, Findings* found) {
   }
 }
 
-void checkWaiting(const JudgedQueue& queue, Findings* found) {
+void checkWaiting(const QueueState& queue, Findings* found) {
   const std::string waiting = compose("'{}': {} {}", queue.name->name, counted(queue.messages, "message"),
                                       queue.messages == 1 ? "waits" : "wait");
   const char* const receiver = nameOf(queue.name->reader);
   const Process reader = queue.whoReads();
-  if (queue.judgement == JudgedQueue::kBusy) return found->good(waiting + " and are being read");
-  if (queue.judgement == JudgedQueue::kStuck) {
+  if (queue.judgement == QueueState::kBusy) return found->good(waiting + " and are being read");
+  if (queue.judgement == QueueState::kStuck) {
     found->problem(
         compose("{}, and {} lives and does not read; it last read {}", waiting, reader.text(),
                 ageText(queue.read)),
         compose("look where it hangs: gdb -p {} -batch -ex 'thread apply all backtrace'", reader.pid));
   }
-  if (queue.judgement != JudgedQueue::kOrphaned) return;
+  if (queue.judgement != QueueState::kOrphaned) return;
   if (queue.writer.alive && !queue.name->carriesReplies()) {
     found->problem(compose("{} for a {} process, sent by {}", waiting, receiver, queue.writer.text()),
                    compose("start the {} process; or 'rynctl reset --all' drops them", receiver));
@@ -141,11 +140,11 @@ void checkWaiting(const JudgedQueue& queue, Findings* found) {
   }
 }
 
-void checkCapacities(const std::vector<JudgedQueue>& queues, Findings* found) {
+void checkCapacities(const std::vector<QueueState>& queues, Findings* found) {
   std::vector<std::string> names;
   std::string command = "ipcrm";
   unsigned long smallest = kLargestMessage;
-  for (const JudgedQueue& queue : queues) {
+  for (const QueueState& queue : queues) {
     if (queue.limit >= kLargestMessage) continue;
     names.emplace_back(queue.name->name);
     command += " -Q " + keyText(queue.name->key);
@@ -164,7 +163,7 @@ void checkQueues(Findings* found) {
     found->note("none exists: neither process has run since the system started",
                 "start them; 'rynctl serve browser' or 'rynctl serve plugin' stands in for one");
   }
-  for (const JudgedQueue& queue : queues) {
+  for (const QueueState& queue : queues) {
     if (!queue.name->carriesReplies()) checkServer(queue, found);
     checkWaiting(queue, found);
   }
@@ -181,17 +180,15 @@ void checkPort(std::uint16_t port, const char* purpose, Findings* found) {
 }
 
 void checkReports(Findings* found) {
-  unsigned processes = 0;
-  bool traced = false;
-  hearEach(LogControl(), std::nullopt, [&](const LogReport& report) {
-    ++processes;
-    traced = traced || report.lists(trace::kModule);
+  const auto processes = hearEach(LogControl(), std::nullopt);
+  const bool traced = std::any_of(processes.begin(), processes.end(), [](const auto& process) {
+    return process.second.report.lists(trace::kModule);
   });
-  if (processes == 0) {
+  if (processes.empty()) {
     found->note("no process reports its log modules, so 'rynctl log' and 'rynctl monitor' see none",
                 "call zunt_log_initialize(1) in both hosts");
   } else {
-    found->good(counted(processes, "process") + (processes == 1 ? " reports" : " report") +
+    found->good(counted(processes.size(), "process") + (processes.size() == 1 ? " reports" : " report") +
                 " its log modules");
   }
   if (traced && findUdpPortOwner(trace::kPort).pid == 0) {

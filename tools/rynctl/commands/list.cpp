@@ -21,24 +21,19 @@ std::string keys(const Members& members) {
 Json::Value jsonOf(const Members& members) {
   Json::Value list(Json::arrayValue);
   for (const Member& member : members) {
-    Json::Value one(Json::objectValue);
-    one["key"] = member.key;
-    one["type"] = typeName(member.type);
-    list.append(one);
+    list.append(jsonObject({{"key", member.key}, {"type", typeName(member.type)}}));
   }
   return list;
 }
 
 Json::Value jsonOf(const Message& message) {
-  Json::Value value(Json::objectValue);
-  value["code"] = static_cast<int>(message.code);
-  value["name"] = std::string(message.name);
-  value["to"] = nameOf(receiverOf(message));
-  value["delivery"] = deliveryName(message.delivery);
-  value["request"] = jsonOf(message.request);
-  if (message.delivery == Delivery::kSync) value["reply"] = jsonOf(message.reply);
-  if (message.reply_code != kNoReplyCode) value["reply_code"] = message.reply_code;
-  return value;
+  return jsonObject({{"code", static_cast<int>(message.code)},
+                     {"name", std::string(message.name)},
+                     {"to", nameOf(receiverOf(message))},
+                     {"delivery", deliveryName(message.delivery)},
+                     {"request", jsonOf(message.request)},
+                     {"reply", jsonOf(message.reply), message.delivery == Delivery::kSync},
+                     {"reply_code", message.reply_code, message.reply_code != kNoReplyCode}});
 }
 
 void printMembers(const char* title, const Members& members, bool with_defaults) {

@@ -23,9 +23,8 @@ namespace {
 }
 
 struct Reporter {
-  std::vector<std::string> modules;
+  LogReport report;
   Process process;
-  std::time_t reported;
 };
 
 using Reporters = std::map<std::uint16_t, Reporter>;
@@ -35,16 +34,15 @@ bool update(Reporters& reporters, const LogReport& report) {
   auto [at, added] = reporters.try_emplace(report.port);
   Reporter& reporter = at->second;
   if (added) reporter.process = findUdpPortOwner(report.port);
-  const bool changed = added || reporter.modules != report.modules;
-  reporter.modules = report.modules;
-  reporter.reported = std::time(nullptr);
+  const bool changed = added || reporter.report.modules != report.modules;
+  reporter.report = report;
   return changed;
 }
 
 bool dropSilentOnes(Reporters& reporters) {
   const std::size_t before = reporters.size();
   for (auto at = reporters.begin(); at != reporters.end();) {
-    const bool silent = std::time(nullptr) - at->second.reported > kReportPatience.count();
+    const bool silent = std::time(nullptr) - at->second.report.heard > kReportPatience.count();
     at = silent ? reporters.erase(at) : std::next(at);
   }
   return reporters.size() != before;
@@ -53,16 +51,17 @@ bool dropSilentOnes(Reporters& reporters) {
 Table tableOf(const Reporters& reporters, bool json) {
   Table table(json, {"PORT", "PROCESS", "REPORTED", "MODULES"});
   for (const auto& [port, reporter] : reporters) {
-    Json::Value value(Json::objectValue);
-    const Process& process = reporter.process;
-    value["port"] = port;
-    value["pid"] = process.pid != 0 ? Json::Value(process.pid) : Json::Value();
-    value["process"] = process.pid != 0 ? Json::Value(process.name) : Json::Value();
-    value["modules"] = Json::Value(Json::arrayValue);
-    for (const std::string& module : reporter.modules) value["modules"].append(module);
-    value["time"] = Json::Int64{reporter.reported};
-    table.add(value, {compose("{}", port), process.text(), ageText(reporter.reported),
-                      reporter.modules.empty() ? "-" : printable(joined(reporter.modules, ", "))});
+    const auto& [report, process] = reporter;
+    const bool known = process.pid != 0;
+    Json::Value modules(Json::arrayValue);
+    for (const std::string& module : report.modules) modules.append(module);
+    table.add(jsonObject({{"port", port},
+                          {"pid", known ? Json::Value(process.pid) : Json::Value()},
+                          {"process", known ? Json::Value(process.name) : Json::Value()},
+                          {"modules", modules},
+                          {"time", Json::Int64{report.heard}}}),
+              {compose("{}", port), process.text(), ageText(report.heard),
+               report.modules.empty() ? "-" : printable(joined(report.modules, ", "))});
   }
   return table;
 }
@@ -103,7 +102,7 @@ std::string textOf(const LogOutcome& outcome) {
 ExitCode showLogs(const LogOptions& options) {
   if (options.watch) return watchReports(options);
   Reporters reporters;
-  hearEach(LogControl(), options.port, [&](const LogReport& report) { update(reporters, report); });
+  for (const auto& each : hearEach(LogControl(), options.port)) update(reporters, each.second.report);
   if (reporters.empty()) failWithoutReport(options.port);
   print("{}", tableOf(reporters, options.json).text());
   return ExitCode::kDone;
@@ -118,7 +117,7 @@ ExitCode editLogs(const LogOptions& options, std::uint8_t value, const char* eff
   if (seen.size() > kMaxModules) {
     throw Failure(ExitCode::kUsage, "a list holds {} modules at most", kMaxModules);
   }
-  const auto outcomes = applyToEach(LogControl(), command, options.port);
+  const auto outcomes = hearEach(LogControl(), options.port, &command);
   if (outcomes.empty()) failWithoutReport(options.port);
   ExitCode code = ExitCode::kDone;
   std::set<long> obeying;  // process ids; a process with several control threads counts once

@@ -32,42 +32,37 @@ std::string serverText(const QueueState& state) {
 
 Json::Value jsonOf(const Process& process) {
   if (process.pid == 0) return {};
-  Json::Value value(Json::objectValue);
-  value["pid"] = process.pid;
-  value["alive"] = process.alive;
-  if (process.alive) value["process"] = process.name;
-  return value;
+  return jsonObject(
+      {{"pid", process.pid}, {"alive", process.alive}, {"process", process.name, process.alive}});
 }
 
 Json::Value jsonOf(const QueueState& queue, const char* state) {
-  Json::Value value(Json::objectValue);
-  value["queue"] = queue.name->name;
-  value["key"] = keyText(queue.name->key);
-  value["messages"] = Json::UInt64{queue.messages};
-  value["bytes"] = Json::UInt64{queue.bytes};
-  value["limit"] = Json::UInt64{queue.limit};
-  value["writer"] = jsonOf(queue.writer);
-  value["reader"] = jsonOf(queue.reader);
-  value["written"] = Json::Int64{queue.written};
-  value["read"] = Json::Int64{queue.read};
-  if (!queue.name->carriesReplies() && queue.servers.known()) value["servers"] = queue.servers.count;
-  value["state"] = state;
-  return value;
+  return jsonObject(
+      {{"queue", queue.name->name},
+       {"key", keyText(queue.name->key)},
+       {"messages", Json::UInt64{queue.messages}},
+       {"bytes", Json::UInt64{queue.bytes}},
+       {"limit", Json::UInt64{queue.limit}},
+       {"writer", jsonOf(queue.writer)},
+       {"reader", jsonOf(queue.reader)},
+       {"written", Json::Int64{queue.written}},
+       {"read", Json::Int64{queue.read}},
+       {"servers", queue.servers.count, !queue.name->carriesReplies() && queue.servers.known()},
+       {"state", state}});
 }
 
 std::string queueTable(bool json) {
   constexpr const char* kStates[] = {"idle", "busy", "STUCK", "ORPHANED"};
   Table table(json, {"QUEUE", "MESSAGES", "BYTES", "LAST WRITER", "LAST READER", "SERVER", "STATE"});
-  for (const JudgedQueue& queue : judgeQueues()) {
+  for (const QueueState& queue : judgeQueues()) {
     const char* const state = kStates[queue.judgement];
     table.add(
         jsonOf(queue, state),
         {queue.name->name, compose("{}", queue.messages), compose("{} of {}", queue.bytes, queue.limit),
          seen(queue.writer, queue.written), seen(queue.reader, queue.read), serverText(queue),
-         styled(queue.judgement >= JudgedQueue::kStuck ? Style::kProblem : Style::kGood, state)});
+         styled(queue.judgement >= QueueState::kStuck ? Style::kProblem : Style::kGood, state)});
   }
-  if (table.size() > 0 || json) return table.text();
-  return "no queue exists: neither process has run since the system started\n";
+  return table.text("no queue exists: neither process has run since the system started\n");
 }
 
 /// Name and members, or the text where it is no message of the catalogue.
@@ -123,30 +118,25 @@ ExitCode peek(const QueueOptions& options) {
   }
   Table table(options.json, {"#", "KIND", "RECORDS", "MESSAGE"});
   for (const WaitingMessage& message : peek(*state, options.count)) {
-    Json::Value value(Json::objectValue);
-    value["kind"] = message.kind;
-    value["records"] = message.records;
-    value["text"] = message.text;
-    if (!message.fault.empty()) value["fault"] = message.fault;
-    table.add(value, {compose("{}", table.size() + 1), message.kind, compose("{}", message.records),
-                      textOf(message, name)});
+    table.add(jsonObject({{"kind", message.kind},
+                          {"records", message.records},
+                          {"text", message.text},
+                          {"fault", message.fault, !message.fault.empty()}}),
+              {compose("{}", table.size() + 1), message.kind, compose("{}", message.records),
+               textOf(message, name)});
   }
-  if (table.size() > 0 || options.json) {
-    print("{}", table.text());
-  } else {
-    print("nothing waits on the queue '{}'\n", name.name);
-  }
+  print("{}", table.text(compose("nothing waits on the queue '{}'\n", name.name)));
   return ExitCode::kDone;
 }
 
 ExitCode reset(const QueueOptions& options) {
-  std::vector<JudgedQueue> chosen;
+  std::vector<QueueState> chosen;
   std::vector<std::string> texts;
   std::vector<std::string> kept;
-  for (const JudgedQueue& queue : judgeQueues()) {
+  for (const QueueState& queue : judgeQueues()) {
     if (queue.messages == 0) continue;
     // Neither who sent it nor who would read it lives.
-    const bool stale = queue.judgement == JudgedQueue::kOrphaned && !queue.writer.alive;
+    const bool stale = queue.judgement == QueueState::kOrphaned && !queue.writer.alive;
     const bool goes = stale || options.all;
     (goes ? texts : kept).push_back(compose("{} on '{}'", queue.messages, queue.name->name));
     if (goes) chosen.push_back(queue);

@@ -7,6 +7,7 @@
 #include "tools/rynctl/capture/capture.h"
 #include "tools/rynctl/commands/commands.h"
 #include "tools/rynctl/text/output.h"
+#include "tools/rynctl/text/table.h"
 
 namespace hbbtv_ryn::rynctl {
 
@@ -29,21 +30,19 @@ Json::Value jsonOf(const Sight& sight) {
 }
 
 Json::Value jsonOf(pid_t pid, const TracedProcess& process) {
-  Json::Value value(Json::objectValue);
-  value["pid"] = pid;
-  value["name"] = process.name;
-  value["side"] = nameOf(process.side);
-  value["first"] = jsonOf(process.traces.begin()->second);
-  value["last"] = jsonOf(process.traces.rbegin()->second);
-  value["gaps"] = Json::Value(Json::arrayValue);
+  Json::Value gaps(Json::arrayValue);
   for (auto before = process.traces.begin(), at = std::next(before); at != process.traces.end();
        before = at++) {
     if (at->first == before->first + 1) continue;
-    Json::Value& gap = value["gaps"].append(Json::objectValue);
-    gap["count"] = Json::UInt64{at->first - before->first - 1};
-    gap["behind"] = jsonOf(before->second);
+    gaps.append(jsonObject(
+        {{"count", Json::UInt64{at->first - before->first - 1}}, {"behind", jsonOf(before->second)}}));
   }
-  return value;
+  return jsonObject({{"pid", pid},
+                     {"name", process.name},
+                     {"side", nameOf(process.side)},
+                     {"first", jsonOf(process.traces.begin()->second)},
+                     {"last", jsonOf(process.traces.rbegin()->second)},
+                     {"gaps", gaps}});
 }
 
 Json::Value jsonOf(const Exchange& exchange) {

@@ -96,6 +96,24 @@ Json::Value defaultReply(const Message& message, const Json::Value& request) {
   return hbbtv_ryn::compose(message.reply_code, message.reply, values.data());
 }
 
+/// Sends it. Returns the line that tells of it.
+std::string sendEvent(const Event& event) {
+  const Message& message = *event.message;
+  std::string line = "sends " + commandText(message, event.members);
+  try {
+    const Client client(message);
+    if (message.delivery == Delivery::kOneWay) {
+      client.tell(serialise(event.members), false);
+      return line;
+    }
+    const Reply reply = client.ask(serialise(event.members), Seconds::zero());
+    if (reply.failure) return line + "  -> no answer";
+    return compose("{}  -> {}  ({} us)", line, membersIn(reply.text, &message, true), reply.took.count());
+  } catch (const std::exception& failure) {
+    return line + "  not sent: " + failure.what();
+  }
+}
+
 }  // namespace
 
 IpcMessage* SimulatedPeer::answer(const std::string& text, key_t queue) {
@@ -138,28 +156,6 @@ void SimulatedPeer::schedule(const Event& event) {
   }
   schedule_->changed.notify_all();
 }
-
-namespace {
-
-/// Sends it. Returns the line that tells of it.
-std::string sendEvent(const Event& event) {
-  const Message& message = *event.message;
-  std::string line = "sends " + commandText(message, event.members);
-  try {
-    const Client client(message);
-    if (message.delivery == Delivery::kOneWay) {
-      client.tell(serialise(event.members), false);
-      return line;
-    }
-    const Reply reply = client.ask(serialise(event.members), Seconds::zero());
-    if (reply.failure) return line + "  -> no answer";
-    return compose("{}  -> {}  ({} us)", line, membersIn(reply.text, &message, true), reply.took.count());
-  } catch (const std::exception& failure) {
-    return line + "  not sent: " + failure.what();
-  }
-}
-
-}  // namespace
 
 void SimulatedPeer::runSchedule(const std::shared_ptr<Schedule>& schedule) {
   std::unique_lock<std::mutex> guard(schedule->lock);

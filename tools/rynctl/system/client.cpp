@@ -18,31 +18,26 @@ Client::Client(const Message& message) : message_(message) {
   client_.reset(created, &zunt_ipc_client_destroy);
 }
 
-void Client::requirePeer(bool unserved) const {
-  const QueueName& queue = queueAt(queueOf(message_));
-  const auto state = look(queue);
-  const bool gone = state && state->servers.known() && !state->servers.alive();
-  if (state && (unserved || !gone)) return;
-  throw Failure(ExitCode::kNoPeer, "no {} process: {}; start it, or 'rynctl serve {}'",
-                nameOf(queue.reader),
-                gone ? "the last one is gone" : "none has run since the system started",
-                queue.reader == Side::kBrowser ? "browser" : "plugin");
-}
-
-void Client::requireRoom(const std::string& text) const {
+void Client::requirePeerAndRoom(const std::string& text, bool unserved) const {
   // As long as the channel itself keeps trying before it drops a record.
   constexpr std::chrono::milliseconds kPatience{300};
   constexpr std::chrono::milliseconds kPause{10};
+  const QueueName& queue = queueAt(queueOf(message_));
+  auto state = look(queue);
+  const bool gone = state && state->servers.known() && !state->servers.alive();
+  if (!state || (gone && !unserved)) {
+    throw Failure(ExitCode::kNoPeer, "no {} process: {}; start it, or 'rynctl serve {}'",
+                  nameOf(queue.reader),
+                  gone ? "the last one is gone" : "none has run since the system started",
+                  queue.reader == Side::kBrowser ? "browser" : "plugin");
+  }
   if (text.size() > IPC_MAX_MESSAGE) {
     throw Failure(ExitCode::kNoRoom, "the message has {} bytes as JSON text, {} are the most", text.size(),
                   IPC_MAX_MESSAGE);
   }
-  const QueueName& queue = queueAt(queueOf(message_));
   const unsigned long needed = recordsOf(text.size()) * recordPayloadBytes(IPC_CHUNK_SIZE);
   const auto deadline = Clock::now() + kPatience;
-  for (;;) {
-    const auto state = look(queue);
-    if (!state) return;
+  for (; state; state = look(queue)) {
     // A message that no empty queue would hold passes in pieces while the server reads.
     const bool passes = state->messages == 0 && state->servers.alive();
     if (passes || state->bytes + needed <= state->limit) return;
@@ -56,8 +51,7 @@ void Client::requireRoom(const std::string& text) const {
 }
 
 void Client::tell(const std::string& text, bool unserved) const {
-  requirePeer(unserved);
-  requireRoom(text);
+  requirePeerAndRoom(text, unserved);
   std::string bytes = text;
   const IpcMessage message{static_cast<int32_t>(bytes.size()), bytes.data()};
   const int result = zunt_ipc_client_send(client_.get(), &message);
@@ -65,8 +59,7 @@ void Client::tell(const std::string& text, bool unserved) const {
 }
 
 Reply Client::ask(const std::string& text, Seconds limit) const {
-  requirePeer(false);
-  requireRoom(text);
+  requirePeerAndRoom(text, false);
   // The wait itself cannot be ended from outside, so it has a thread that may be left behind.
   std::packaged_task<std::optional<Reply>()> task([client = client_, question = text]() mutable {
     const IpcMessage request{static_cast<int32_t>(question.size()), question.data()};

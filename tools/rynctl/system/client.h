@@ -33,8 +33,7 @@ class Client {
   void tell(const std::string& text, bool unserved) const;
 
  private:
-  void requirePeer(bool unserved) const;
-  void requireRoom(const std::string& text) const;
+  void requirePeerAndRoom(const std::string& text, bool unserved) const;
 
   const Message& message_;
   std::shared_ptr<IpcClient> client_;

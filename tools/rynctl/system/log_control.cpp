@@ -1,7 +1,6 @@
 #include "tools/rynctl/system/log_control.h"
 
 #include <algorithm>
-#include <set>
 #include <sstream>
 
 #include "tools/rynctl/failure.h"
@@ -18,6 +17,23 @@ constexpr std::chrono::milliseconds kWindow{1000 * kLogCycleSeconds + 250};
 /// Reports after a command that may still not show it: one that was under way, and one more cycle for a
 /// command of somebody else that stood before it.
 constexpr int kReportsWithoutEffect = 3;
+
+/// Answers a process's first report with the command; later ones tell what has become of it.
+void apply(const LogCommand& command, const LogReport& report, bool first, const LogControl& control,
+           LogOutcome* outcome) {
+  using Effect = LogOutcome::Effect;
+  if (first) {
+    control.send(report.port, command);
+    outcome->refused = command.refusedBy(report);
+    if (!outcome->refused.empty()) outcome->effect = Effect::kRefused;
+  } else if (outcome->refused.empty()) {
+    ++outcome->reports;
+    outcome->effect = command.shownBy(report) ? Effect::kShown : Effect::kNotShown;
+  }
+  const bool open = outcome->effect == Effect::kSilent ||
+                    (outcome->effect == Effect::kNotShown && outcome->reports < kReportsWithoutEffect);
+  outcome->until = open ? Clock::now() + kReportPatience : Clock::time_point();
+}
 
 }  // namespace
 
@@ -65,33 +81,14 @@ std::string whyNotAModuleName(const std::string& module) {
 std::optional<LogReport> LogControl::take() const {
   const auto datagram = port_.take(kLogCommandBytes);
   if (!datagram) return std::nullopt;
-  LogReport report{datagram->sender, {}};
+  LogReport report{datagram->sender, {}, std::time(nullptr)};
   std::istringstream names(datagram->bytes);
   for (std::string name; std::getline(names, name, kModuleSeparator);) report.modules.push_back(name);
   return report;
 }
 
-std::optional<LogReport> LogControl::next(Clock::time_point deadline) const {
-  while (awaitInput({descriptor()}, deadline)) {
-    if (auto report = take()) return report;
-  }
-  return std::nullopt;
-}
-
-namespace {
-
-/// Whether a later report may still change it.
-bool isOpen(const LogOutcome& outcome) {
-  using Effect = LogOutcome::Effect;
-  return outcome.effect == Effect::kSilent ||
-         (outcome.effect == Effect::kNotShown && outcome.reports < kReportsWithoutEffect);
-}
-
-}  // namespace
-
-std::map<std::uint16_t, LogOutcome> applyToEach(const LogControl& control, const LogCommand& command,
-                                                std::optional<std::uint16_t> port) {
-  using Effect = LogOutcome::Effect;
+std::map<std::uint16_t, LogOutcome> hearEach(const LogControl& control, std::optional<std::uint16_t> port,
+                                             const LogCommand* command) {
   std::map<std::uint16_t, LogOutcome> outcomes;
   auto join_until = Clock::now() + kReportPatience;
   const auto end = [&] {
@@ -99,37 +96,19 @@ std::map<std::uint16_t, LogOutcome> applyToEach(const LogControl& control, const
     for (const auto& [each, outcome] : outcomes) latest = std::max(latest, outcome.until);
     return latest;
   };
-  while (const auto report = control.next(end())) {
-    if (port.value_or(report->port) != report->port) continue;
+  while (awaitInput({control.descriptor()}, end())) {
+    const auto report = control.take();
+    if (!report || port.value_or(report->port) != report->port) continue;
     const auto now = Clock::now();
     const bool joins = outcomes.count(report->port) == 0;
     if (joins && now >= join_until) continue;
     // No more can join than the one that was asked for.
     if (outcomes.empty()) join_until = port ? now : now + kWindow;
     LogOutcome& outcome = outcomes[report->port];
-    if (joins) {
-      control.send(report->port, command);
-      outcome.refused = command.refusedBy(*report);
-      if (!outcome.refused.empty()) outcome.effect = Effect::kRefused;
-    } else if (outcome.refused.empty()) {
-      ++outcome.reports;
-      outcome.effect = command.shownBy(*report) ? Effect::kShown : Effect::kNotShown;
-    }
-    outcome.until = isOpen(outcome) ? now + kReportPatience : Clock::time_point();
+    if (joins) outcome.report = *report;
+    if (command != nullptr) apply(*command, *report, joins, control, &outcome);
   }
   return outcomes;
-}
-
-void hearEach(const LogControl& control, std::optional<std::uint16_t> port,
-              const std::function<void(const LogReport&)>& onFirst) {
-  std::set<std::uint16_t> heard;
-  auto until = Clock::now() + kReportPatience;
-  while (const auto report = control.next(until)) {
-    if (port && *port != report->port) continue;
-    if (heard.empty()) until = Clock::now() + kWindow;
-    if (heard.insert(report->port).second) onFirst(*report);
-    if (port) return;
-  }
 }
 
 }  // namespace hbbtv_ryn::rynctl

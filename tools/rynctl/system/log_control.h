@@ -9,7 +9,7 @@
 
 #include <chrono>
 #include <cstdint>
-#include <functional>
+#include <ctime>
 #include <map>
 #include <optional>
 #include <string>
@@ -27,6 +27,7 @@ inline constexpr std::chrono::seconds kReportPatience{3};
 struct LogReport {
   std::uint16_t port;                // of the process's control thread: its name on this channel
   std::vector<std::string> modules;  // in the process's order
+  std::time_t heard = 0;
 
   bool lists(const std::string& module) const;
 };
@@ -54,8 +55,6 @@ class LogControl {
   int descriptor() const { return port_.descriptor(); }
   /// The next report that is there. Does not wait.
   std::optional<LogReport> take() const;
-  /// Waits for the next report; nothing at the deadline.
-  std::optional<LogReport> next(Clock::time_point deadline) const;
   /// Best done in answer to a report: a command that finds another one waiting is taken a cycle later.
   void send(std::uint16_t port, const LogCommand& command) const { port_.send(port, command.datagram()); }
 
@@ -63,7 +62,7 @@ class LogControl {
   UdpPort port_{kLogReportPort, "hear the reports"};
 };
 
-/// What became of a command in one process.
+/// A process that reports, and what became of a command there.
 struct LogOutcome {
   enum class Effect {
     kSilent,    // the process took the command or not, but has not reported since
@@ -71,23 +70,20 @@ struct LogOutcome {
     kRefused,   // the list was full for `refused`
     kNotShown,  // reports go on and do not show it
   };
+  LogReport report;  // the first
   Effect effect = Effect::kSilent;
   std::vector<std::string> refused;
   int reports = 0;          // since the command
   Clock::time_point until;  // when the next is given up; the past when the outcome is settled
 };
 
-/// Answers the next report of each process, or only of the one at `port`, with the command, and waits for
-/// the report that shows the effect. Takes about two seconds, and at most kReportPatience when no process
-/// reports or one falls silent.
+/// Hears the next report of each process, or only of the one at `port`. A command answers it, and the
+/// report that shows the effect is waited for too. Takes a little more than a second, with a command about
+/// two, and kReportPatience when no process reports or one falls silent.
+/// @param command  null: none.
 /// @return one entry for each process, by its port; none when no process reported.
-std::map<std::uint16_t, LogOutcome> applyToEach(const LogControl& control, const LogCommand& command,
-                                                std::optional<std::uint16_t> port);
-
-/// Tells of the first report of each process, or only of the one at `port`: returns when those that were
-/// alive at the first have had time for theirs, or after kReportPatience when there is none.
-void hearEach(const LogControl& control, std::optional<std::uint16_t> port,
-              const std::function<void(const LogReport&)>& onFirst);
+std::map<std::uint16_t, LogOutcome> hearEach(const LogControl& control, std::optional<std::uint16_t> port,
+                                             const LogCommand* command = nullptr);
 
 }  // namespace hbbtv_ryn::rynctl
 

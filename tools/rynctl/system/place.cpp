@@ -31,7 +31,7 @@ std::optional<Process> clientOf(const QueueName& queue) {
     return state->writer;
   }
   for (const QueueName& own : kQueues) {
-    if (own.carriesReplies() || own.reader != queue.writer()) continue;
+    if (own.carriesReplies() || own.reader == queue.reader) continue;
     auto endpoint = serverOf(own);
     if (endpoint && endpoint->alive && endpoint->name != "rynctl") return endpoint;
   }
@@ -46,7 +46,8 @@ void requireFree(Role role, const QueueName& queue) {
   throw Failure(ExitCode::kNoPeer,
                 "the {}'s place on the queue '{}' is held by {}; end that process, or use --force and "
                 "disturb it",
-                nameOf(role == Role::kServer ? queue.reader : queue.writer()), queue.name, holder->text());
+                nameOf(role == Role::kServer ? queue.reader : other(queue.reader)), queue.name,
+                holder->text());
 }
 
 void requireFree(Side side) {

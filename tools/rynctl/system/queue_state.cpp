@@ -86,20 +86,20 @@ bool QueueState::isServedPlainly() const {
 
 namespace {
 
-JudgedQueue::Judgement judge(const QueueState& before, const QueueState& now) {
+QueueState::Judgement judge(const QueueState& before, const QueueState& now) {
   // A time stamp of this second tells nothing about the order of its events.
   constexpr std::time_t kRecently = 1;
-  if (now.messages == 0) return JudgedQueue::kIdle;
+  if (now.messages == 0) return QueueState::kIdle;
   const bool served = !now.name->carriesReplies() && now.servers.alive();
-  if (!served && !now.whoReads().alive) return JudgedQueue::kOrphaned;
+  if (!served && !now.whoReads().alive) return QueueState::kOrphaned;
   const bool was_read = now.read != before.read || now.messages < before.messages;
   const bool reads = before.messages == 0 || was_read || std::time(nullptr) - now.read <= kRecently;
-  return reads ? JudgedQueue::kBusy : JudgedQueue::kStuck;
+  return reads ? QueueState::kBusy : QueueState::kStuck;
 }
 
 }  // namespace
 
-std::vector<JudgedQueue> judgeQueues() {
+std::vector<QueueState> judgeQueues() {
   constexpr std::chrono::milliseconds kBetweenLooks{250};
   std::vector<QueueState> first;
   for (const QueueName& queue : kQueues) {
@@ -108,10 +108,12 @@ std::vector<JudgedQueue> judgeQueues() {
   const bool waiting =
       std::any_of(first.begin(), first.end(), [](const QueueState& state) { return state.messages > 0; });
   if (waiting) std::this_thread::sleep_for(kBetweenLooks);
-  std::vector<JudgedQueue> judged;
+  std::vector<QueueState> judged;
   for (const QueueState& before : first) {
-    const auto now = waiting ? look(*before.name) : before;
-    if (now) judged.push_back({*now, judge(before, *now)});
+    auto now = waiting ? look(*before.name) : before;
+    if (!now) continue;
+    now->judgement = judge(before, *now);
+    judged.push_back(*now);
   }
   return judged;
 }

@@ -23,7 +23,6 @@ struct QueueName {
   Side reader;
 
   bool carriesReplies() const { return key != request_key; }
-  Side writer() const { return other(reader); }
 };
 
 inline constexpr QueueName kQueues[] = {
@@ -57,6 +56,13 @@ struct Servers {
 Servers serversOf(key_t request_key);
 
 struct QueueState {
+  enum Judgement {
+    kIdle,      // nothing waits
+    kBusy,      // messages wait and are being read
+    kStuck,     // messages wait, and a living reader does not read
+    kOrphaned,  // messages wait, and nobody is there to read them
+  };
+
   const QueueName* name = nullptr;
   int id = -1;
   unsigned long messages = 0;
@@ -66,7 +72,8 @@ struct QueueState {
   Process reader;
   std::time_t written = 0;  // 0: never
   std::time_t read = 0;
-  Servers servers;  // of the requests
+  Servers servers;              // of the requests
+  Judgement judgement = kIdle;  // by judgeQueues()
 
   /// Whoever would read from the queue.
   Process whoReads() const;
@@ -77,19 +84,9 @@ struct QueueState {
 /// Nothing when the queue does not exist. Throws Failure (NoPeer) when it may not be looked at.
 std::optional<QueueState> look(const QueueName& queue);
 
-struct JudgedQueue : QueueState {
-  enum Judgement {
-    kIdle,      // nothing waits
-    kBusy,      // messages wait and are being read
-    kStuck,     // messages wait, and a living reader does not read
-    kOrphaned,  // messages wait, and nobody is there to read them
-  };
-  Judgement judgement = kIdle;
-};
-
 /// Every existing queue with its judgement. Looks twice, a quarter of a second apart, when messages wait:
 /// whether a reader reads cannot be seen otherwise.
-std::vector<JudgedQueue> judgeQueues();
+std::vector<QueueState> judgeQueues();
 
 }  // namespace hbbtv_ryn::rynctl
 

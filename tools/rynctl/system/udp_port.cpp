@@ -1,40 +1,25 @@
 #include "tools/rynctl/system/udp_port.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
+#include "base/loopback.h"
 #include "tools/rynctl/failure.h"
 #include "tools/rynctl/system/process.h"
 #include "tools/rynctl/system/wait.h"
 
 namespace hbbtv_ryn::rynctl {
 
-namespace {
-
-sockaddr_in loopback(std::uint16_t port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return address;
-}
-
-}  // namespace
-
-UdpPort::UdpPort(std::uint16_t port, const char* deed)
-    : socket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+UdpPort::UdpPort(std::uint16_t port, const char* deed) : socket_(openLoopbackSocket()) {
   if (socket_ == -1) failErrno("cannot open a socket");
   // A burst must wait here while lines are printed. Root may exceed the system's limit.
   constexpr int kBuffer = 4 << 20;
   if (setsockopt(socket_, SOL_SOCKET, SO_RCVBUFFORCE, &kBuffer, sizeof kBuffer) == -1) {
     (void)setsockopt(socket_, SOL_SOCKET, SO_RCVBUF, &kBuffer, sizeof kBuffer);
   }
-  const sockaddr_in address = loopback(port);
+  const sockaddr_in address = loopbackAddress(port);
   if (bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return;
   const int error = errno;
   close(socket_);
@@ -64,7 +49,7 @@ std::optional<UdpPort::Datagram> UdpPort::take(std::size_t most) const {
 }
 
 void UdpPort::send(std::uint16_t port, const std::string& bytes) const {
-  const sockaddr_in address = loopback(port);
+  const sockaddr_in address = loopbackAddress(port);
   if (sendto(socket_, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&address),
              sizeof address) == -1) {
     throw Failure(ExitCode::kNoPeer, "cannot send to UDP port {}: {}", port, std::strerror(errno));

@@ -48,6 +48,59 @@ std::string suggestions(const std::string& name) {
   return close.empty() ? ";" : compose("; did you mean {}?", joined(close, ", "));
 }
 
+bool isKeyCount(const Member& member) {
+  return member.type == Type::kKeyCount;
+}
+
+Type typeOf(const std::string& where, const Members& members, const std::string& key) {
+  std::vector<std::string> known;
+  for (const Member& member : members) {
+    if (key == member.key) return member.type;
+    known.emplace_back(member.key);
+  }
+  if (std::any_of(members.begin(), members.end(), isKeyCount)) {
+    const bool numbered = key.size() > 1 && key.find_first_not_of("0123456789", 1) == std::string::npos;
+    if (key[0] == 'k' && numbered) return Type::kInt;
+    known.emplace_back("k0, k1, …");
+  }
+  failMalformed(where, compose("no member is called {}; it has {}", printable(key),
+                               known.empty() ? "none" : joined(known, ", ")));
+}
+
+[[noreturn]] void failType(const std::string& where, const std::string& key, Type type,
+                           const std::string& value) {
+  const char* const wanted = isFlag(type)              ? "0 or 1, false or true"
+                             : type == Type::kString   ? "a string"
+                             : type == Type::kIdFields ? "a string of fields of 16 characters"
+                                                       : "an integer of 32 bits";
+  failMalformed(where, compose("{} takes {}, not {}", printable(key), wanted, printable(value)));
+}
+
+/// What a typed text stands for; null for nothing that a member of the type could be.
+Json::Value valueIn(std::string_view text, Type type) {
+  if (isText(type)) return std::string(text);
+  if (text == "true" || text == "false") return text == "true";
+  const bool hexadecimal = text.substr(0, 2) == "0x" && text.substr(2, 1) != "-";
+  if (hexadecimal) text.remove_prefix(2);
+  int value = 0;
+  return readNumber(text, &value, hexadecimal ? 16 : 10) ? Json::Value(value) : Json::Value();
+}
+
+bool fits(const Json::Value& value, Type type) {
+  if (isText(type)) return value.isString();
+  return isFlag(type) ? value.isBool() || value == 0 || value == 1 : value.isInt();
+}
+
+/// A key-code list whose count was left out is as long as its codes say.
+void countKeyCodes(Json::Value* members, const Members& expected) {
+  for (const Member& member : expected) {
+    if (!isKeyCount(member) || members->isMember(member.key)) continue;
+    int count = 0;
+    while (members->isMember(keyCodeName(count))) ++count;
+    if (count > 0) (*members)[member.key] = count;
+  }
+}
+
 }  // namespace
 
 bool matches(const std::string& glob, std::string_view name) {
@@ -121,63 +174,6 @@ std::string onOneLine(std::string_view text) {
   while (!line.empty() && line.back() == ' ') line.pop_back();
   return printable(line);
 }
-
-namespace {
-
-bool isKeyCount(const Member& member) {
-  return member.type == Type::kKeyCount;
-}
-
-Type typeOf(const std::string& where, const Members& members, const std::string& key) {
-  std::vector<std::string> known;
-  for (const Member& member : members) {
-    if (key == member.key) return member.type;
-    known.emplace_back(member.key);
-  }
-  if (std::any_of(members.begin(), members.end(), isKeyCount)) {
-    const bool numbered = key.size() > 1 && key.find_first_not_of("0123456789", 1) == std::string::npos;
-    if (key[0] == 'k' && numbered) return Type::kInt;
-    known.emplace_back("k0, k1, …");
-  }
-  failMalformed(where, compose("no member is called {}; it has {}", printable(key),
-                               known.empty() ? "none" : joined(known, ", ")));
-}
-
-[[noreturn]] void failType(const std::string& where, const std::string& key, Type type,
-                           const std::string& value) {
-  const char* const wanted = isFlag(type)              ? "0 or 1, false or true"
-                             : type == Type::kString   ? "a string"
-                             : type == Type::kIdFields ? "a string of fields of 16 characters"
-                                                       : "an integer of 32 bits";
-  failMalformed(where, compose("{} takes {}, not {}", printable(key), wanted, printable(value)));
-}
-
-/// What a typed text stands for; null for nothing that a member of the type could be.
-Json::Value valueIn(std::string_view text, Type type) {
-  if (isText(type)) return std::string(text);
-  if (text == "true" || text == "false") return text == "true";
-  const bool hexadecimal = text.substr(0, 2) == "0x" && text.substr(2, 1) != "-";
-  if (hexadecimal) text.remove_prefix(2);
-  int value = 0;
-  return readNumber(text, &value, hexadecimal ? 16 : 10) ? Json::Value(value) : Json::Value();
-}
-
-bool fits(const Json::Value& value, Type type) {
-  if (isText(type)) return value.isString();
-  return isFlag(type) ? value.isBool() || value == 0 || value == 1 : value.isInt();
-}
-
-/// A key-code list whose count was left out is as long as its codes say.
-void countKeyCodes(Json::Value* members, const Members& expected) {
-  for (const Member& member : expected) {
-    if (!isKeyCount(member) || members->isMember(member.key)) continue;
-    int count = 0;
-    while (members->isMember(keyCodeName(count))) ++count;
-    if (count > 0) (*members)[member.key] = count;
-  }
-}
-
-}  // namespace
 
 void failMalformed(const std::string& where, const std::string& what) {
   throw Failure(ExitCode::kMalformed, "{}: {}", where, what);

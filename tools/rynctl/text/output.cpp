@@ -53,11 +53,8 @@ std::string printable(std::string_view text) {
   std::string result;
   for (const char character : text) {
     const auto byte = static_cast<unsigned char>(character);
-    if (byte < ' ' || byte == kDelete) {
-      result += compose("\\x{:02x}", byte);
-    } else {
-      result += character;
-    }
+    const bool steers = byte < ' ' || byte == kDelete;
+    result += steers ? compose("\\x{:02x}", byte) : std::string(1, character);
   }
   return result;
 }

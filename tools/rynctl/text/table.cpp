@@ -30,11 +30,20 @@ std::string lineOf(const Row& row, const std::vector<std::size_t>& widths) {
 
 }  // namespace
 
+Json::Value jsonObject(std::initializer_list<Field> fields) {
+  Json::Value object(Json::objectValue);
+  for (const Field& field : fields) {
+    if (field.told) object[field.name] = field.value;
+  }
+  return object;
+}
+
 void Table::add(const Json::Value& value, Row row) {
   rows_.push_back(json_ ? Row{oneLine(value)} : std::move(row));
 }
 
-std::string Table::text() const {
+std::string Table::text(const std::string& if_empty) const {
+  if (size() == 0 && !json_ && !if_empty.empty()) return if_empty;
   std::vector<std::size_t> widths(rows_.front().size());
   for (const Row& row : rows_) {
     for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], columnsOf(row[i]));

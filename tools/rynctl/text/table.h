@@ -4,10 +4,19 @@
 
 #include <json/value.h>
 
+#include <initializer_list>
 #include <string>
 #include <vector>
 
 namespace hbbtv_ryn::rynctl {
+
+/// A member of an object; left out when there is nothing to tell.
+struct Field {
+  const char* name;
+  Json::Value value;
+  bool told = true;
+};
+Json::Value jsonObject(std::initializer_list<Field> fields);
 
 using Row = std::vector<std::string>;
 
@@ -17,7 +26,8 @@ class Table {
   Table(bool json, Row heading) : json_(json), rows_{std::move(heading)} {}
   void add(const Json::Value& value, Row row);
   std::size_t size() const { return rows_.size() - 1; }
-  std::string text() const;
+  /// @param if_empty  what people are told instead of the heading when there is no row.
+  std::string text(const std::string& if_empty = "") const;
 
  private:
   const bool json_;
