@@ -3,8 +3,6 @@
 #ifndef HBBTV_RYN_TESTS_LOG_LOOPBACK_SOCKET_H
 #define HBBTV_RYN_TESTS_LOG_LOOPBACK_SOCKET_H
 
-#include <arpa/inet.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -27,7 +25,7 @@ class LoopbackSocket {
   };
 
   /// @param port  0: any.
-  explicit LoopbackSocket(std::uint16_t port = 0) : socket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+  explicit LoopbackSocket(std::uint16_t port = 0) : socket_(openLoopbackSocket()) {
     const sockaddr_in own = loopbackAddress(port);
     waitUntil("the port is free",
               [&] { return bind(socket_, reinterpret_cast<const sockaddr*>(&own), sizeof own) == 0; });

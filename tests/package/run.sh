@@ -16,7 +16,7 @@ packages=$(realpath "$1")
 here=$(realpath "$(dirname "$0")")
 build=$(realpath "$here/../..")/build
 architecture=$(dpkg --print-architecture)
-archive=$("$here/fresh_root.sh")
+archive=$("$here/../../scripts/fresh_root.sh")
 
 root=$(mktemp -d "$build/fresh-root.XXXXXX")
 chmod 755 "$root"

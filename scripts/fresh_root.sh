@@ -1,21 +1,27 @@
 #!/bin/bash
 # Makes an archive of a fresh Debian root with a compiler, CMake and pkg-config, and prints its name. It is kept for
 # every clone of the project, in $XDG_CACHE_HOME/hbbtv_ryn-package (root's ~/.cache without that variable), for a week.
-# Usage: tests/package/fresh_root.sh
+# Usage: scripts/fresh_root.sh
 # shellcheck disable=SC2016  # what stands in single quotes is for apt-get
 set -euo pipefail
 
+if [ $# -gt 0 ]; then
+  echo "Usage: scripts/fresh_root.sh" >&2
+  exit 2
+fi
 if [ "$(id -u)" -ne 0 ]; then
   exec sudo "$0"
 fi
-build=$(realpath "$(dirname "$0")/../..")/build
+cd "$(dirname "$0")/.."
+build=$PWD/build
+mkdir -p "$build"
 # The packages depend on what this machine's release has, so the fresh root is of the same release.
 # shellcheck disable=SC1091
 release=$(. /etc/os-release && echo "$VERSION_CODENAME")
 kept=${XDG_CACHE_HOME:-${HOME:-/root}/.cache}/hbbtv_ryn-package
 mkdir -p "$kept"
 find "$kept" -type f -mtime +6 -delete
-archive=$kept/fresh-root-$release-$(dpkg --print-architecture)-$(cksum <"$0" | cut -d ' ' -f 1).tar
+archive=$kept/fresh-root-$release-$(dpkg --print-architecture)-$(cksum <scripts/fresh_root.sh | cut -d ' ' -f 1).tar
 echo "$archive"
 [ ! -e "$archive" ] || exit 0
 
