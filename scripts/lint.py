@@ -20,8 +20,8 @@ import sys
 PROJECT = pathlib.Path(__file__).resolve().parent.parent
 
 
-def project_files_read_by(entry):
-    """What the preprocessor reads for a source, as far as it is the project's own."""
+def headers_read_by(entry):
+    """What the preprocessor reads for a source besides itself, as far as it is the project's own."""
     command = shlex.split(entry["command"])
     if pathlib.Path(command[0]).name == "ccache":
         command = command[1:]
@@ -29,30 +29,43 @@ def project_files_read_by(entry):
     command[output:output + 2] = ["-MM"]
     command.remove("-c")
     rule = subprocess.run(command, cwd=entry["directory"], capture_output=True, text=True, check=True).stdout
-    names = rule.split(":", 1)[1].replace("\\\n", " ").split()
-    return sorted(path for path in (pathlib.Path(entry["directory"], name).resolve() for name in names)
-                  if path.is_relative_to(PROJECT))
+    names = rule.split(":", 1)[1].replace("\\\n", " ").split()[1:]
+    paths = (pathlib.Path(entry["directory"], name).resolve() for name in names)
+    return sorted(str(path.relative_to(PROJECT)) for path in paths if path.is_relative_to(PROJECT))
 
 
-def fingerprint(entry, tool):
-    """Names all that the findings in a source depend on, alike in every clone."""
-    digest = hashlib.sha256(tool)
-    digest.update(entry["command"].replace(str(PROJECT), "").encode())
-    for path in project_files_read_by(entry):
-        digest.update(path.read_bytes())
-    return digest.hexdigest()
+def fingerprint(*parts):
+    return hashlib.sha256(b"\0".join(parts)).hexdigest()
+
+
+def contents(headers):
+    paths = (PROJECT / header for header in headers)
+    return fingerprint(*(path.read_bytes() if path.exists() else b"" for path in paths))
+
+
+def has_passed(record):
+    """Whether the source of a record has passed with headers as they are now."""
+    try:
+        lines = record.read_text().splitlines()
+    except FileNotFoundError:
+        return False
+    return any(with_contents == contents(headers) for headers, with_contents in map(json.loads, lines))
 
 
 def lint(entry, build, passed, tool):
     """The findings in a source; empty when it passes."""
-    stamp = passed / fingerprint(entry, tool)
-    if stamp.exists():
+    # Alike in every clone.
+    command = entry["command"].replace(str(PROJECT), "").encode()
+    record = passed / fingerprint(tool, command, pathlib.Path(entry["file"]).read_bytes())
+    if has_passed(record):
         return ""
     result = subprocess.run(["clang-tidy", "-quiet", f"-p={build}", entry["file"]],
                             capture_output=True, text=True)
     if result.returncode != 0:
         return result.stdout + re.sub(r"^\d+ warnings? .*\n", "", result.stderr, flags=re.MULTILINE)
-    stamp.touch()
+    headers = headers_read_by(entry)
+    with record.open("a") as file:
+        file.write(json.dumps([headers, contents(headers)]) + "\n")
     return ""
 
 
