@@ -45,6 +45,7 @@ TEST(RynctlJsonTest, WhatIsShownIsAnObjectOnEachLine) {
     EXPECT_TRUE(parsed(line).isMember(each.member)) << line;
   }
   EXPECT_TRUE(holds(rynctl({"doctor", "--json"}).out, "\"fix\":\"start the plug-in process"));
+  EXPECT_FALSE(parsed(rynctl({"describe", "SendTopMost", "--json"}).out).isMember("reply"));
 }
 
 TEST(RynctlQueuesTest, WatchingGoesOnUntilInterrupted) {
