@@ -9,12 +9,12 @@ if [ $# -gt 0 ]; then
   echo "Usage: scripts/fresh_root.sh" >&2
   exit 2
 fi
-if [ "$(id -u)" -ne 0 ]; then
-  exec sudo "$0"
-fi
 cd "$(dirname "$0")/.."
 build=$PWD/build
 mkdir -p "$build"
+if [ "$(id -u)" -ne 0 ]; then
+  exec sudo scripts/fresh_root.sh
+fi
 # The packages depend on what this machine's release has, so the fresh root is of the same release.
 # shellcheck disable=SC1091
 release=$(. /etc/os-release && echo "$VERSION_CODENAME")
@@ -26,6 +26,7 @@ echo "$archive"
 [ ! -e "$archive" ] || exit 0
 
 root=$(mktemp -d "$build/fresh-root.XXXXXX")
+chmod 755 "$root"
 part=$(mktemp "$archive.XXXXXX")
 trap 'rm -rf --one-file-system "$root" "$part"' EXIT
 

@@ -2,8 +2,9 @@
 """Runs clang-tidy over the project's sources in a build tree's compile_commands.json.
 
 A source that passed is looked at again only when it, a header of the project that it includes, its compile
-command or a .clang-tidy file has changed. Like ccache, it remembers that for every clone of the project, in
-$XDG_CACHE_HOME/hbbtv_ryn-lint (~/.cache without that variable). Exit code: 0 all pass, 1 findings, 2 usage.
+command or a .clang-tidy file has changed; a new header that hides another is not noticed. Like ccache, it
+remembers that for every clone of the project, in $XDG_CACHE_HOME/hbbtv_ryn-lint (~/.cache without that
+variable). Exit code: 0 all pass, 1 findings, 2 usage.
 
 Usage: scripts/lint.py BUILD [FOLDER]   (FOLDER: only the sources below it)
 """
@@ -47,9 +48,21 @@ def has_passed(record):
     """Whether the source of a record has passed with headers as they are now."""
     try:
         lines = record.read_text().splitlines()
+        return any(with_contents == contents(headers) for headers, with_contents in map(json.loads, lines))
     except FileNotFoundError:
         return False
-    return any(with_contents == contents(headers) for headers, with_contents in map(json.loads, lines))
+    except ValueError:  # half a line: somebody was stopped while writing it
+        record.unlink(missing_ok=True)
+        return False
+
+
+def line_for(entry):
+    """What a record says of a source that passes with the headers of now."""
+    try:
+        headers = headers_read_by(entry)
+    except subprocess.CalledProcessError:
+        return ""  # clang-tidy will say why it does not compile
+    return json.dumps([headers, contents(headers)]) + "\n"
 
 
 def lint(entry, build, passed, tool):
@@ -59,13 +72,13 @@ def lint(entry, build, passed, tool):
     record = passed / fingerprint(tool, command, pathlib.Path(entry["file"]).read_bytes())
     if has_passed(record):
         return ""
+    line = line_for(entry)  # before the run: who edits a header meanwhile is asked again
     result = subprocess.run(["clang-tidy", "-quiet", f"-p={build}", entry["file"]],
                             capture_output=True, text=True)
     if result.returncode != 0:
         return result.stdout + re.sub(r"^\d+ warnings? .*\n", "", result.stderr, flags=re.MULTILINE)
-    headers = headers_read_by(entry)
     with record.open("a") as file:
-        file.write(json.dumps([headers, contents(headers)]) + "\n")
+        file.write(line)
     return ""
 
 

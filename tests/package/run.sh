@@ -19,7 +19,6 @@ architecture=$(dpkg --print-architecture)
 archive=$("$here/../../scripts/fresh_root.sh")
 
 root=$(mktemp -d "$build/fresh-root.XXXXXX")
-chmod 755 "$root"
 trap 'rm -rf --one-file-system "$root"' EXIT
 
 eval "$(apt-config shell proxy Acquire::http::Proxy)"

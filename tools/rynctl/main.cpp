@@ -260,7 +260,7 @@ void addLogCommand(CLI::App& app, Action& action) {
 
   // Subcommands made later would inherit it.
   log->footer(
-      R"(Without a command: listens until each process has reported, a little more than a second, and shows the
+      R"(Without a command: listens until each process has reported, one or two seconds, and shows the
 port of its control thread, the process, the age of the report and the listed modules. A report does
 not tell full output from errors. A process reports once it has called zunt_log_initialize(1).
 
