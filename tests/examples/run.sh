@@ -6,29 +6,48 @@ set -euo pipefail
 folder=$1
 emulator=("${@:2}")
 said=""
+trap 'kill $(jobs -p) 2>/dev/null || true' EXIT
 
-# until_said TEXT: runs the plug-in host, again and again for ten seconds, until it says so.
+start_browser() {
+  "${emulator[@]}" "$folder/browser" &
+}
+
+stop_browser() {
+  kill -TERM $!
+  wait $!
+}
+
+# until_said TEXT [COMMAND]: runs the plug-in host, again and again for ten seconds, until it says so; the command
+# between the runs.
 until_said() {
   local attempt
   for ((attempt = 0; attempt < 100; ++attempt)); do
     said+=$("${emulator[@]}" "$folder/plugin")$'\n'
     [[ $said != *"$1"* ]] || return 0
     sleep 0.1
+    ${2:-}
   done
   printf 'The plug-in host never said "%s", but\n%s' "$1" "$said" >&2
   exit 1
 }
 
+restart_browser() {
+  stop_browser
+  said=""
+  start_browser
+  until_said "visible: yes"
+}
+
 until_said "no browser process has run yet"
-"${emulator[@]}" "$folder/browser" &
+start_browser
 until_said "visible: yes"
-until_said "1/10 is loaded"
+# A browser host says it once, and a plug-in host that ends at that moment does not hear it.
+until_said "1/10 is loaded" restart_browser
 kill -KILL $!
 wait $! 2>/dev/null || true
 until_said "the browser process is gone"
 
 said=""
-"${emulator[@]}" "$folder/browser" &
+start_browser
 until_said "visible: yes"
-kill -TERM $!
-wait $!
+stop_browser
