@@ -79,7 +79,8 @@ struct LogOutcome {
 
 /// Hears the next report of each process, or only of the one at `port`. A command answers it, and the
 /// report that shows the effect is waited for too. Takes at most two and a quarter seconds, or
-/// kReportPatience when no process reports; with a command, as much more for one that falls silent.
+/// kReportPatience when no process reports; with a command, about as much more for one that falls silent
+/// or does not obey.
 /// @param command  null: none.
 /// @return one entry for each process, by its port; none when no process reported.
 std::map<std::uint16_t, LogOutcome> hearEach(const LogControl& control, std::optional<std::uint16_t> port,
